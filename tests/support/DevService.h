@@ -1,0 +1,52 @@
+#pragma once
+
+#include <QByteArray>
+#include <QJsonArray>
+#include <QJsonObject>
+#include <QUrl>
+
+// The test side of the local note service's admin API (see docs/ARCHITECTURE.md).
+// Calls block on a local event loop, which keeps test bodies short; they must not
+// be used from inside a coroutine that the same loop is driving to completion.
+// The service is the one scripts/fixtures/with-devservice started for this test.
+class DevService
+{
+public:
+    DevService();
+    explicit DevService(QUrl baseUrl);
+
+    [[nodiscard]] QUrl baseUrl() const { return m_baseUrl; }
+    [[nodiscard]] bool available() const { return m_baseUrl.isValid() && !m_baseUrl.isEmpty(); }
+
+    void reset();
+    QJsonObject setConfig(const QJsonObject &config);
+    // {"path": "/pair/token", "method": "POST", "count": 1, "status": 500, "body": "...",
+    //  "contentType": "...", "headers": {...}, "delayMs": 0, "drop": false}
+    void addFault(const QJsonObject &fault);
+
+    [[nodiscard]] QJsonArray requests();
+    [[nodiscard]] QJsonArray pairings();
+    // Confirms a pending code as the phone would; returns the answer's JSON
+    // ({"sessionId", "accountId", "profileId"} or {"error"}) and the status.
+    QJsonObject confirm(const QString &userCode, bool anonymous, int *status = nullptr);
+    // A session made directly, without pairing: the SessionPayload plus "accountId".
+    QJsonObject createSession(bool anonymous);
+    [[nodiscard]] QJsonArray sessions();
+    int deleteSession(const QString &id);
+    [[nodiscard]] QJsonArray notes();
+    [[nodiscard]] QJsonArray uploads();
+    // Raw bytes of an uploaded object, fetched from the service.
+    [[nodiscard]] QByteArray download(const QString &key);
+
+    struct Reply {
+        int status = 0;
+        QByteArray body;
+        QJsonObject json() const;
+        QJsonArray array() const;
+    };
+    Reply send(const QByteArray &method, const QString &path, const QByteArray &body = {},
+               const QList<QPair<QByteArray, QByteArray>> &headers = {});
+
+private:
+    QUrl m_baseUrl;
+};
