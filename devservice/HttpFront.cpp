@@ -84,13 +84,20 @@ HttpFront::HttpFront(ServiceState &state, FaultInjector &faults, const ObjectSto
     , m_objects(objects)
 {
     m_server.new_task_queue = [] { return new httplib::ThreadPool(poolThreads); };
+    // httplib's default also sets SO_REUSEPORT, which would let a second service
+    // share a busy port silently; a fixed port must fail loudly instead.
+    m_server.set_socket_options([](socket_t socket) {
+        const int yes = 1;
+        setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
+    });
     // Uploads may be any size; JSON bodies are limited by the service's own config.
     m_server.set_payload_max_length(std::numeric_limits<size_t>::max());
     m_server.set_exception_handler([](const httplib::Request &, httplib::Response &response, std::exception_ptr) {
         send(response, Answer::error(500, QStringLiteral("internal_error")));
     });
     m_server.set_error_handler([](const httplib::Request &, httplib::Response &response) {
-        if (response.body.empty())
+        // Only httplib's own errors arrive here bare; a scripted fault's empty body is kept.
+        if (response.body.empty() && !response.has_header("Content-Type"))
             send(response, Answer::error(response.status, response.status == 404 ? QStringLiteral("not_found")
                                                                                   : QStringLiteral("http_%1").arg(response.status)));
     });
