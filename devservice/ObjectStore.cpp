@@ -63,39 +63,55 @@ void ObjectStore::clear() const
         dir.remove(name);
 }
 
+namespace {
+bool writeAll(int fd, const char *data, size_t length)
+{
+    while (length > 0) {
+        const ssize_t written = ::write(fd, data, length);
+        if (written < 0 && errno == EINTR)
+            continue;
+        if (written <= 0)
+            return false;
+        data += written;
+        length -= static_cast<size_t>(written);
+    }
+    return true;
+}
+} // namespace
+
 ObjectStore::Writer::Writer(int fd, QString temporaryPath, QString finalPath)
     : m_fd(fd)
     , m_temporaryPath(std::move(temporaryPath))
     , m_finalPath(std::move(finalPath))
     , m_buffer(bufferSize)
+    , m_writing(bufferSize)
 {
 }
 
 ObjectStore::Writer::~Writer()
 {
+    settle();
     if (m_fd >= 0) {
         ::close(m_fd);
         QFile::remove(m_temporaryPath);
     }
 }
 
+bool ObjectStore::Writer::settle()
+{
+    if (m_inFlight.valid() && !m_inFlight.get())
+        m_failed = true;
+    return !m_failed;
+}
+
 bool ObjectStore::Writer::flush()
 {
-    const char *data = m_buffer.data();
-    size_t left = m_used;
-    while (left > 0 && !m_failed) {
-        const ssize_t written = ::write(m_fd, data, left);
-        if (written < 0 && errno == EINTR)
-            continue;
-        if (written <= 0) {
-            m_failed = true;
-            break;
-        }
-        data += written;
-        left -= static_cast<size_t>(written);
-    }
-    m_used = 0;
-    return !m_failed;
+    if (!settle())
+        return false;
+    std::swap(m_buffer, m_writing);
+    const size_t length = std::exchange(m_used, 0);
+    m_inFlight = std::async(std::launch::async, writeAll, m_fd, m_writing.data(), length);
+    return true;
 }
 
 bool ObjectStore::Writer::write(const char *data, size_t length)
@@ -104,8 +120,7 @@ bool ObjectStore::Writer::write(const char *data, size_t length)
         return false;
     m_size += static_cast<qint64>(length);
     while (length > 0) {
-        const size_t room = m_buffer.size() - m_used;
-        const size_t take = std::min(room, length);
+        const size_t take = std::min(m_buffer.size() - m_used, length);
         std::memcpy(m_buffer.data() + m_used, data, take);
         m_used += take;
         data += take;
@@ -118,10 +133,9 @@ bool ObjectStore::Writer::write(const char *data, size_t length)
 
 bool ObjectStore::Writer::commit()
 {
-    if (m_fd < 0 || !flush())
+    if (m_fd < 0 || !flush() || !settle())
         return false;
-    const int fd = m_fd;
-    m_fd = -1;
+    const int fd = std::exchange(m_fd, -1);
     if (::close(fd) != 0) {
         QFile::remove(m_temporaryPath);
         return false;

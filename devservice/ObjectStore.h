@@ -2,11 +2,12 @@
 
 #include <QString>
 
+#include <future>
 #include <memory>
 #include <vector>
 
-// The uploaded objects: one file per key in one folder. Writes stream through a
-// large buffer into a temporary file that is renamed into place when complete, so
+// The uploaded objects: one file per key in one folder. Writes stream through two
+// large buffers into a temporary file that is renamed into place when complete, so
 // a reader never sees half an object and memory stays flat for any size.
 class ObjectStore
 {
@@ -19,8 +20,10 @@ public:
     // touches the file system.
     [[nodiscard]] static bool isValidKey(const QString &key);
 
-    // One object being written. Not thread-safe; one request owns it. Dropping it
-    // without commit() removes the partial file.
+    // One object being written. Not thread-safe; one request owns it. While one
+    // buffer fills from the network, the other is written to disk on a helper
+    // thread, so receiving and writing overlap. Dropping it without commit()
+    // removes the partial file.
     class Writer
     {
     public:
@@ -36,15 +39,21 @@ public:
     private:
         friend class ObjectStore;
         Writer(int fd, QString temporaryPath, QString finalPath);
+        // Hands the filled buffer to the disk and takes the other one.
         bool flush();
+        // Waits for the write in flight; false if it failed.
+        bool settle();
 
         int m_fd;
         QString m_temporaryPath;
         QString m_finalPath;
         std::vector<char> m_buffer;
+        std::vector<char> m_writing;
         size_t m_used = 0;
         qint64 m_size = 0;
         bool m_failed = false;
+        // Declared last: it refers to m_writing and must finish before that goes.
+        std::future<bool> m_inFlight;
     };
 
     // A writer for `key`, or nullptr when the file cannot be created.
