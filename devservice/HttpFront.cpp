@@ -88,11 +88,11 @@ HttpFront::HttpFront(ServiceState &state, FaultInjector &faults, const ObjectSto
     , m_objects(objects)
 {
     m_server.new_task_queue = [] { return new httplib::ThreadPool(poolThreads); };
-    // httplib's default also sets SO_REUSEPORT, which would let a second service
-    // share a busy port silently; a fixed port must fail loudly instead.
     // httplib writes headers and body in separate sends; without this, Nagle and the
     // client's delayed ACK add 40 ms to every answer. Accepted sockets inherit it.
     m_server.set_tcp_nodelay(true);
+    // httplib's default also sets SO_REUSEPORT, which would let a second service
+    // share a busy port silently; a fixed port must fail loudly instead.
     m_server.set_socket_options([](socket_t socket) {
         const int yes = 1;
         setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
