@@ -14,6 +14,8 @@
 #include <csignal>
 #include <cstdio>
 #include <pthread.h>
+#include <atomic>
+#include <chrono>
 #include <thread>
 
 namespace {
@@ -110,12 +112,20 @@ int main(int argc, char **argv)
     std::printf("%s\n", qPrintable(baseUrl));
     std::fflush(stdout);
 
-    std::thread signalWaiter([&front, &stopSignals] {
+    std::atomic<bool> served{false};
+    std::atomic<bool> finished{false};
+    std::thread signalWaiter([&front, &stopSignals, &finished] {
         int signal = 0;
         sigwait(&stopSignals, &signal);
-        front.stop();
+        // A signal that comes before the server has started listening would find
+        // nothing to stop, so keep asking until it has ended.
+        while (!finished) {
+            front.stop();
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        }
     });
-    const bool served = front.listen();
+    served = front.listen();
+    finished = true;
     // Wake the waiter if the server ended by itself.
     pthread_kill(signalWaiter.native_handle(), SIGTERM);
     signalWaiter.join();
