@@ -93,26 +93,27 @@ private slots:
 
     void aDelayWaitsThenHandlesNormally()
     {
-        m_dev.addFault({{QStringLiteral("path"), QStringLiteral("/pair")}, {QStringLiteral("delayMs"), 300}});
+        m_dev.addFault({{QStringLiteral("path"), QStringLiteral("/pair")}, {QStringLiteral("delayMs"), 400}});
         QElapsedTimer timer;
         timer.start();
         QCOMPARE(pair().status, 200);
-        QVERIFY2(timer.elapsed() >= 290, qPrintable(QString::number(timer.elapsed())));
+        QVERIFY2(timer.elapsed() >= 390, qPrintable(QString::number(timer.elapsed())));
+        // Used up: the next one is not held.
         timer.restart();
         QCOMPARE(pair().status, 200);
-        QVERIFY(timer.elapsed() < 290);
+        QVERIFY2(timer.elapsed() < 390, qPrintable(QString::number(timer.elapsed())));
         QCOMPARE(m_dev.pairings().size(), 2);
     }
 
     void aDelayedRequestDoesNotHoldUpOthers()
     {
-        m_dev.addFault({{QStringLiteral("path"), QStringLiteral("/slow")}, {QStringLiteral("delayMs"), 800}, {QStringLiteral("status"), 204}});
+        m_dev.addFault({{QStringLiteral("path"), QStringLiteral("/slow")}, {QStringLiteral("delayMs"), 1200}, {QStringLiteral("status"), 204}});
         std::thread slow([client = m_client.raw()] { client->Get("/slow"); });
         QTest::qWait(100);
         QElapsedTimer timer;
         timer.start();
         QCOMPARE(pair().status, 200);
-        QVERIFY(timer.elapsed() < 500);
+        QVERIFY2(timer.elapsed() < 900, qPrintable(QString::number(timer.elapsed())));
         slow.join();
     }
 
