@@ -13,18 +13,18 @@ bool FaultInjector::Fault::matches(const QString &requestMethod, const QString &
     return requestPath == path;
 }
 
-QString FaultInjector::add(const QJsonObject &spec)
+QString FaultInjector::add(const QJsonObject &definition)
 {
     Fault fault;
-    const QJsonValue path = spec.value(QStringLiteral("path"));
+    const QJsonValue path = definition.value(QStringLiteral("path"));
     if (path.isUndefined())
         return QStringLiteral("missing_path");
     if (!path.isString() || !path.toString().startsWith(QLatin1Char('/')))
         return QStringLiteral("invalid_path");
     fault.path = path.toString();
 
-    const auto optionalInt = [&spec](const QString &name, int minimum, int maximum, int *out) {
-        const QJsonValue value = spec.value(name);
+    const auto optionalInt = [&definition](const QString &name, int minimum, int maximum, int *out) {
+        const QJsonValue value = definition.value(name);
         if (value.isUndefined() || value.isNull())
             return true;
         const double number = value.toDouble(-1e18);
@@ -41,13 +41,13 @@ QString FaultInjector::add(const QJsonObject &spec)
     if (!optionalInt(QStringLiteral("delayMs"), 0, 600000, &fault.delayMs))
         return QStringLiteral("invalid_delayMs");
 
-    const QJsonValue method = spec.value(QStringLiteral("method"));
+    const QJsonValue method = definition.value(QStringLiteral("method"));
     if (!method.isUndefined() && !method.isNull()) {
         if (!method.isString())
             return QStringLiteral("invalid_method");
         fault.method = method.toString().toUpper();
     }
-    const QJsonValue body = spec.value(QStringLiteral("body"));
+    const QJsonValue body = definition.value(QStringLiteral("body"));
     if (body.isString())
         fault.body = body.toString().toUtf8();
     else if (body.isObject())
@@ -56,14 +56,14 @@ QString FaultInjector::add(const QJsonObject &spec)
         fault.body = QJsonDocument(body.toArray()).toJson(QJsonDocument::Compact);
     else if (!body.isUndefined() && !body.isNull())
         return QStringLiteral("invalid_body");
-    const QJsonValue contentType = spec.value(QStringLiteral("contentType"));
+    const QJsonValue contentType = definition.value(QStringLiteral("contentType"));
     if (!contentType.isUndefined() && !contentType.isString())
         return QStringLiteral("invalid_contentType");
     // A body given as JSON text is served as JSON, like the service's own errors.
     const bool jsonText = !body.isString() || !QJsonDocument::fromJson(fault.body).isNull();
     fault.contentType =
         contentType.toString(jsonText ? QStringLiteral("application/json") : QStringLiteral("text/plain")).toUtf8();
-    const QJsonValue headers = spec.value(QStringLiteral("headers"));
+    const QJsonValue headers = definition.value(QStringLiteral("headers"));
     if (!headers.isUndefined()) {
         if (!headers.isObject())
             return QStringLiteral("invalid_headers");
@@ -74,7 +74,7 @@ QString FaultInjector::add(const QJsonObject &spec)
             fault.headers.append({it.key().toUtf8(), it.value().toString().toUtf8()});
         }
     }
-    const QJsonValue drop = spec.value(QStringLiteral("drop"));
+    const QJsonValue drop = definition.value(QStringLiteral("drop"));
     if (!drop.isUndefined() && !drop.isBool())
         return QStringLiteral("invalid_drop");
     fault.drop = drop.toBool();

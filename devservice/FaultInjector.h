@@ -31,7 +31,7 @@ public:
 
     // Parses the admin body; returns an error code ("missing_path", "invalid_status", …)
     // or an empty string when the fault was added.
-    QString add(const QJsonObject &spec);
+    QString add(const QJsonObject &definition);
     // Consumes one use of the first fault matching the request, if any.
     std::optional<Fault> take(const QString &method, const QString &path);
     void clear();

@@ -158,7 +158,7 @@ private slots:
 
     void badFaultsAreRefused_data()
     {
-        QTest::addColumn<QByteArray>("spec");
+        QTest::addColumn<QByteArray>("definition");
         QTest::addColumn<QString>("error");
         QTest::newRow("no path") << QByteArray(R"({"status":500})") << QStringLiteral("missing_path");
         QTest::newRow("relative path") << QByteArray(R"({"path":"pair"})") << QStringLiteral("invalid_path");
@@ -171,9 +171,9 @@ private slots:
     }
     void badFaultsAreRefused()
     {
-        QFETCH(QByteArray, spec);
+        QFETCH(QByteArray, definition);
         QFETCH(QString, error);
-        const auto reply = m_dev.send("POST", QStringLiteral("/admin/faults"), spec);
+        const auto reply = m_dev.send("POST", QStringLiteral("/admin/faults"), definition);
         QCOMPARE(reply.status, 400);
         QCOMPARE(reply.json().value(QLatin1String("error")).toString(), error);
     }
