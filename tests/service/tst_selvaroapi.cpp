@@ -174,9 +174,10 @@ private slots:
         QCOMPARE(slashed.apiError->status(), 404);
         QCOMPARE(lastRequest().value(QLatin1String("path")).toString(), QStringLiteral("/sessions/a/b/refresh"));
 
-        const auto stale = await(client().refreshSession(id, token, device()));
-        QVERIFY(stale.apiError);
-        QCOMPARE(stale.apiError->status(), 401);
+        const QString otherToken = m_service.createSession(true).value(QLatin1String("token")).toString();
+        const auto foreign = await(client().refreshSession(id, otherToken, device()));
+        QVERIFY(foreign.apiError);
+        QCOMPARE(foreign.apiError->status(), 401);
     }
 
     void statusAndCodeMapping_data()
@@ -244,6 +245,8 @@ private slots:
         const QString accountId = session.value(QLatin1String("accountId")).toString();
         const auto target = await(client().uploadTarget(token));
         QVERIFY(target.value);
+        QTemporaryDir dir;
+        QVERIFY(await(client().upload(fileOf(dir, "m4a bytes"), *target.value)).value);
 
         const QDateTime startedAt = QDateTime::fromMSecsSinceEpoch(1741083072345, Qt::UTC);
         const auto note = await(client().createNote(token, accountId, anonymous, startedAt, 59, target.value->key));
@@ -318,7 +321,7 @@ private slots:
 
     void droppedConnectionKeepsQtsSentence()
     {
-        fault(QStringLiteral("/pair"), {{QStringLiteral("drop"), true}, {QStringLiteral("count"), 2}});
+        fault(QStringLiteral("/pair"), {{QStringLiteral("drop"), true}, {QStringLiteral("count"), 20}});
         const auto outcome = await(client().startPairing(device()));
         QVERIFY(outcome.apiError);
         QCOMPARE(outcome.apiError->kind(), ApiError::Kind::transport);
@@ -326,7 +329,8 @@ private slots:
         // What Qt itself says about the same failure, word for word.
         QNetworkRequest request(m_service.baseUrl().resolved(QUrl(QStringLiteral("/pair"))));
         request.setHeader(QNetworkRequest::ContentTypeHeader, QByteArrayLiteral("application/json"));
-        std::unique_ptr<QNetworkReply> reply(m_network.post(request, QByteArray("{}")));
+        const QByteArray body = QJsonDocument(QJsonObject{{QStringLiteral("device"), device().toJson()}}).toJson();
+        std::unique_ptr<QNetworkReply> reply(m_network.post(request, body));
         QSignalSpy finished(reply.get(), &QNetworkReply::finished);
         QVERIFY(finished.wait(10000));
         QCOMPARE(outcome.apiError->networkError(), reply->error());
