@@ -185,6 +185,19 @@ private slots:
         QCOMPARE(outcome.apiError->networkError(), QNetworkReply::RemoteHostClosedError);
     }
 
+    // Qt's HTTP layer sends a request again when the connection closes before any
+    // answer, once, whatever the method: a POST may reach the service twice.
+    void connectionClosedBeforeAnyAnswer()
+    {
+        RawHttpServer server([](QTcpSocket *socket, const QByteArray &) { socket->disconnectFromHost(); });
+        const auto outcome = await(clientFor(server).createNote(QStringLiteral("tok"), QStringLiteral("acc"), false,
+                                                               QDateTime::currentDateTimeUtc(), 1, QStringLiteral("k")));
+        QVERIFY(outcome.apiError);
+        QCOMPARE(outcome.apiError->networkError(), QNetworkReply::RemoteHostClosedError);
+        // Pinned so that a Qt that stops (or multiplies) the resend is noticed.
+        QCOMPARE(server.requests().size(), 2);
+    }
+
     void serverThatNeverAnswersTimesOut()
     {
         RawHttpServer server(RawHttpServer::silence());
