@@ -10,6 +10,7 @@ struct Request;
 class ConnectionDropper
 {
 public:
-    // Shuts the connection down in both directions; false when it was not found.
+    // Shuts the connection down both ways; httplib's answer then goes nowhere and it
+    // closes the socket as usual. False when the connection was not found.
     static bool drop(const httplib::Request &request);
 };

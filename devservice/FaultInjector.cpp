@@ -59,9 +59,10 @@ QString FaultInjector::add(const QJsonObject &spec)
     const QJsonValue contentType = spec.value(QStringLiteral("contentType"));
     if (!contentType.isUndefined() && !contentType.isString())
         return QStringLiteral("invalid_contentType");
-    fault.contentType = contentType.toString(body.isString() ? QStringLiteral("text/plain")
-                                                             : QStringLiteral("application/json"))
-                            .toUtf8();
+    // A body given as JSON text is served as JSON, like the service's own errors.
+    const bool jsonText = !body.isString() || !QJsonDocument::fromJson(fault.body).isNull();
+    fault.contentType =
+        contentType.toString(jsonText ? QStringLiteral("application/json") : QStringLiteral("text/plain")).toUtf8();
     const QJsonValue headers = spec.value(QStringLiteral("headers"));
     if (!headers.isUndefined()) {
         if (!headers.isObject())

@@ -1,5 +1,6 @@
 #include "PhonePage.h"
 
+#include <QDateTime>
 #include <QJsonObject>
 
 namespace {
@@ -16,12 +17,28 @@ QString field(const QString &name, const QString &value)
 QString display(const QJsonValue &value)
 {
     if (value.isString())
-        return value.toString();
+        return value.toString().isEmpty() ? QStringLiteral("\"\"") : value.toString();
     if (value.isBool())
         return value.toBool() ? QStringLiteral("true") : QStringLiteral("false");
     if (value.isDouble())
         return QString::number(value.toDouble(), 'g', 15);
     return QStringLiteral("—");
+}
+
+// "4 Mar 2025, 10:11:12 UTC" for an ISO 8601 time; anything else as it came.
+QString friendlyTime(const QJsonValue &value)
+{
+    const QDateTime time = QDateTime::fromString(value.toString(), Qt::ISODateWithMs);
+    return time.isValid() ? time.toUTC().toString(QStringLiteral("d MMM yyyy, HH:mm:ss 'UTC'")) : display(value);
+}
+
+// "1:05" for 65 seconds.
+QString clock(const QJsonValue &seconds)
+{
+    if (!seconds.isDouble())
+        return display(seconds);
+    const qint64 total = static_cast<qint64>(seconds.toDouble());
+    return QStringLiteral("%1:%2").arg(total / 60).arg(total % 60, 2, 10, QLatin1Char('0'));
 }
 
 QString describeDevice(const QJsonObject &device)
@@ -102,7 +119,7 @@ QByteArray PhonePage::render(const QJsonArray &pairings, const QJsonArray &notes
         html += QStringLiteral("<section class=\"card\"><div class=\"code\">%1</div>"
                                "<div class=\"muted\">%2 · expires %3</div><div class=\"actions\">%4%5</div></section>")
                     .arg(escaped(code), escaped(describeDevice(pairing.value(QLatin1String("device")).toObject())),
-                         escaped(pairing.value(QLatin1String("expiresAt")).toString()),
+                         escaped(friendlyTime(pairing.value(QLatin1String("expiresAt")))),
                          button(false, QStringLiteral("Link, signed in")), button(true, QStringLiteral("Link anonymously")));
     }
     if (pending == 0)
@@ -114,11 +131,11 @@ QByteArray PhonePage::render(const QJsonArray &pairings, const QJsonArray &notes
         const QJsonObject body = note.value(QLatin1String("body")).toObject();
         const QString key = note.value(QLatin1String("recordingKey")).toString();
         html += QStringLiteral("<article class=\"card\"><div><strong>%1</strong></div>"
-                               "<div class=\"muted\">%2 s · received %3</div>"
+                               "<div class=\"muted\">%2 · received %3</div>"
                                "<audio controls preload=\"metadata\" src=\"/files/%4\"></audio><dl>")
-                    .arg(escaped(display(body.value(QLatin1String("startedAt")))),
-                         escaped(display(body.value(QLatin1String("duration")))),
-                         escaped(note.value(QLatin1String("createdAt")).toString()), escaped(key));
+                    .arg(escaped(friendlyTime(body.value(QLatin1String("startedAt")))),
+                         escaped(clock(body.value(QLatin1String("duration")))),
+                         escaped(friendlyTime(note.value(QLatin1String("createdAt")))), escaped(key));
         html += field(QStringLiteral("note"), note.value(QLatin1String("id")).toString());
         for (auto it = body.begin(); it != body.end(); ++it)
             html += field(it.key(), display(it.value()));
