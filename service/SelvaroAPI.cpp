@@ -13,7 +13,6 @@
 
 #include <qcoro/qcoronetworkreply.h>
 
-#include <limits>
 #include <memory>
 
 namespace {
@@ -22,6 +21,16 @@ struct LaterDeleter {
     void operator()(QObject *object) const { object->deleteLater(); }
 };
 using ReplyPtr = std::unique_ptr<QNetworkReply, LaterDeleter>;
+
+bool hasStatus(const QNetworkReply &reply)
+{
+    return reply.attribute(QNetworkRequest::HttpStatusCodeAttribute).isValid();
+}
+
+int statusOf(const QNetworkReply &reply)
+{
+    return reply.attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
+}
 
 // Qt folds two things into QNetworkReply::error(): failures below HTTP, and the
 // status of a complete answer (404 -> ContentNotFoundError, 500 ->
@@ -32,26 +41,22 @@ bool failedBelowHttp(const QNetworkReply &reply)
     const int error = reply.error();
     if (error == QNetworkReply::NoError)
         return false;
-    if (!reply.attribute(QNetworkRequest::HttpStatusCodeAttribute).isValid())
+    if (!hasStatus(reply))
         return true;
     return error < 200 // connection, TLS, timeout, redirect and proxy failures
            || error == QNetworkReply::ProtocolUnknownError || error == QNetworkReply::ProtocolFailure;
 }
 
-// What happened to one reply while it ran, as seen by the watchers below.
-struct Watch {
-    bool oversized = false;
-};
-
 // Refuses a JSON answer larger than any record before it is read whole: by its
 // declared length as soon as the headers arrive, and by what has actually arrived
 // for chunked or lying answers. The read buffer caps what Qt holds meanwhile.
-void limitBody(QNetworkReply *reply, Watch *watch)
+// `oversized` must outlive the reply's signals (it lives in the awaiting coroutine).
+void limitBody(QNetworkReply *reply, bool *oversized)
 {
     reply->setReadBufferSize(SelvaroAPI::maxJsonBodyBytes + 1);
-    const auto refuse = [reply, watch](qint64 size) {
-        if (size > SelvaroAPI::maxJsonBodyBytes && !watch->oversized) {
-            watch->oversized = true;
+    const auto refuse = [reply, oversized](qint64 size) {
+        if (size > SelvaroAPI::maxJsonBodyBytes && !*oversized) {
+            *oversized = true;
             reply->abort();
         }
     };
@@ -63,15 +68,10 @@ void limitBody(QNetworkReply *reply, Watch *watch)
     QObject::connect(reply, &QNetworkReply::readyRead, reply, [reply, refuse] { refuse(reply->bytesAvailable()); });
 }
 
-int statusOf(const QNetworkReply &reply)
+// The transfer timeout is the only abort that the client did not ask for itself.
+bool timedOut(const QNetworkReply &reply, bool abortedHere)
 {
-    return reply.attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
-}
-
-bool timedOut(const QNetworkReply &reply, const Watch &watch)
-{
-    // The transfer timeout is the only abort nobody here asked for.
-    return reply.error() == QNetworkReply::OperationCanceledError && !watch.oversized;
+    return reply.error() == QNetworkReply::OperationCanceledError && !abortedHere;
 }
 
 QString errorCode(int status, const QByteArray &body)
@@ -171,23 +171,23 @@ QCoro::Task<QByteArray> SelvaroAPI::request(SelvaroAPI self, QByteArray method, 
     const QByteArray payload = body ? QJsonDocument(*body).toJson(QJsonDocument::Compact) : QByteArray();
     ReplyPtr reply(body ? self.m_network->sendCustomRequest(request, method, payload)
                         : self.m_network->sendCustomRequest(request, method));
-    Watch watch;
-    limitBody(reply.get(), &watch);
+    bool oversized = false;
+    limitBody(reply.get(), &oversized);
     co_await reply.get();
 
-    if (failedBelowHttp(*reply) && !watch.oversized)
-        throw ApiError::transport(TransportError::fromReply(*reply, timedOut(*reply, watch)));
-    if (!reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).isValid())
+    if (failedBelowHttp(*reply) && !oversized)
+        throw ApiError::transport(TransportError::fromReply(*reply, timedOut(*reply, false)));
+    if (!hasStatus(*reply))
         throw ApiError::badResponse();
 
     const int status = statusOf(*reply);
-    const QByteArray answer = watch.oversized ? QByteArray() : reply->readAll();
+    const QByteArray answer = oversized ? QByteArray() : reply->readAll();
     if (status >= 400) {
         const QString code = errorCode(status, answer);
         qCCritical(lcApi, "%s %s -> %d %s", method.constData(), qUtf8Printable(path), status, qUtf8Printable(code));
         throw ApiError::http(status, code);
     }
-    if (watch.oversized) {
+    if (oversized) {
         qCCritical(lcApi, "%s %s: body over %lld bytes refused", method.constData(), qUtf8Printable(path),
                    SelvaroAPI::maxJsonBodyBytes);
         throw ApiError::badResponse();
@@ -284,10 +284,9 @@ QCoro::Task<> SelvaroAPI::uploadCall(SelvaroAPI self, QString filePath, UploadTa
     QObject::connect(reply.get(), &QNetworkReply::readyRead, reply.get(), [r = reply.get()] { r->skip(r->bytesAvailable()); });
     co_await reply.get();
 
-    const Watch noWatch;
     if (failedBelowHttp(*reply))
-        throw TransportError::fromReply(*reply, timedOut(*reply, noWatch));
-    if (!reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).isValid())
+        throw TransportError::fromReply(*reply, timedOut(*reply, false));
+    if (!hasStatus(*reply))
         throw ApiError::badResponse();
     // Only 200 counts: a storage that answers 201 or 204 is not the one we expect.
     if (const int status = statusOf(*reply); status != 200)
