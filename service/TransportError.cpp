@@ -1,0 +1,17 @@
+#include "service/TransportError.h"
+
+TransportError::TransportError(QNetworkReply::NetworkError error, QString message)
+    : m_error(error)
+    , m_message(std::move(message))
+    , m_what(m_message.toUtf8())
+{
+}
+
+TransportError TransportError::fromReply(const QNetworkReply &reply, bool timedOut)
+{
+    // Qt ends a transfer timeout by aborting the reply, which reads "Operation canceled";
+    // the user should learn what really happened.
+    if (timedOut)
+        return TransportError(QNetworkReply::TimeoutError, QStringLiteral("The request timed out."));
+    return TransportError(reply.error(), reply.errorString());
+}
