@@ -46,9 +46,10 @@ QCoro::Task<std::optional<QByteArray>> Keychain::read(const QString &account)
     co_await finished(*job);
     if (job->error() == QKeychain::NoError)
         co_return job->binaryData();
-    if (job->error() != QKeychain::EntryNotFound)
-        qCWarning(lcSession, "keychain read failed: %s",
-                  qUtf8Printable(KeychainError{job->error(), job->errorString()}.description()));
+    if (job->error() != QKeychain::EntryNotFound) {
+        const KeychainError error{job->error(), job->errorString()};
+        qCWarning(lcSession, "keychain read failed: %s", qUtf8Printable(error.description()));
+    }
     co_return std::nullopt;
 }
 
