@@ -55,7 +55,7 @@ void TestUnusableSecretStore::operationsReportTheStoresError()
     QVERIFY(error);
     QCOMPARE(error->code, m_locked ? QKeychain::AccessDenied : QKeychain::OtherError);
     QVERIFY(!error->message.isEmpty());
-    QVERIFY(error->description().startsWith(QStringLiteral("keychain error %1: ").arg(int(error->code))));
+    QVERIFY(error->description().startsWith(QStringLiteral("keychain error %1: ").arg(static_cast<int>(error->code))));
 
     QCOMPARE(QCoro::waitFor(Keychain::read(QStringLiteral("session"))), std::nullopt);
     QCoro::waitFor(Keychain::remove(QStringLiteral("session")));
