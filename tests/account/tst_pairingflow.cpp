@@ -232,20 +232,23 @@ void TestPairingFlow::transientErrorsKeepPolling_data()
     QTest::addColumn<QJsonObject>("fault");
     QTest::addColumn<QString>("logged");
     const QString path = QStringLiteral("/pair/token");
+    // Qt resends a request once when the connection closes before any answer, so a
+    // dropped connection takes two drops.
     QTest::newRow("dropped connection")
-        << QJsonObject{{QStringLiteral("path"), path}, {QStringLiteral("drop"), true}} << QString();
+        << QJsonObject{{QStringLiteral("path"), path}, {QStringLiteral("drop"), true}, {QStringLiteral("count"), 4}}
+        << QString();
     QTest::newRow("500 with HTML")
         << QJsonObject{{QStringLiteral("path"), path}, {QStringLiteral("status"), 500},
                        {QStringLiteral("body"), QStringLiteral("<html>oops</html>")},
-                       {QStringLiteral("contentType"), QStringLiteral("text/html")}}
+                       {QStringLiteral("contentType"), QStringLiteral("text/html")}, {QStringLiteral("count"), 2}}
         << QStringLiteral("poll: http_500 (500)");
     QTest::newRow("400 slow_down")
         << QJsonObject{{QStringLiteral("path"), path}, {QStringLiteral("status"), 400},
-                       {QStringLiteral("body"), QStringLiteral(R"({"error":"slow_down"})")}}
+                       {QStringLiteral("body"), QStringLiteral(R"({"error":"slow_down"})")}, {QStringLiteral("count"), 2}}
         << QStringLiteral("poll: slow_down (400)");
     QTest::newRow("200 that is no session")
         << QJsonObject{{QStringLiteral("path"), path}, {QStringLiteral("status"), 200},
-                       {QStringLiteral("body"), QStringLiteral(R"({"id":1})")}}
+                       {QStringLiteral("body"), QStringLiteral(R"({"id":1})")}, {QStringLiteral("count"), 2}}
         << QStringLiteral("poll: unexpected response");
 }
 
@@ -255,22 +258,22 @@ void TestPairingFlow::transientErrorsKeepPolling()
     QFETCH(QString, logged);
     LogCapture log;
     m_dev.setConfig({{QStringLiteral("interval"), 0}});
-    fault.insert(QStringLiteral("count"), 2);
     m_dev.addFault(fault);
     m_clock->setHold(true);
 
     startAndWaitForCodes();
     const PairingState waiting = m_flow->state();
-    for (int poll = 1; poll <= 2; ++poll) {
+    const auto polls = [&] { return log.lines(QStringLiteral("pairing")).filter(QStringLiteral("poll: ")); };
+    for (int wake = 0; wake < 10 && polls().size() < 2; ++wake) {
         QTRY_COMPARE(m_clock->sleeping(), 1);
+        const auto slept = m_clock->sleeps().size();
         m_clock->release();
-        QTRY_COMPARE(m_clock->sleeps().size(), poll + 1);
+        QTRY_COMPARE(m_clock->sleeps().size(), slept + 1);
     }
+    QCOMPARE(polls().size(), 2);
     QCOMPARE(m_flow->state(), waiting);
-    const QStringList polls = log.lines(QStringLiteral("pairing")).filter(QStringLiteral("poll: "));
-    QCOMPARE(polls.size(), 2);
     if (!logged.isEmpty())
-        QCOMPARE(polls.first(), logged);
+        QCOMPARE(polls().first(), logged);
 
     // The attempt is still alive: a confirmation now links.
     m_dev.confirm(waiting.userCode(), true);
@@ -301,9 +304,12 @@ void TestPairingFlow::serviceEndsTheAttempt()
     m_dev.addFault({{QStringLiteral("path"), QStringLiteral("/pair/token")},
                     {QStringLiteral("status"), status},
                     {QStringLiteral("body"), QStringLiteral(R"({"error":"%1"})").arg(code)}});
+    m_clock->setHold(true);
     startAndWaitForCodes();
     // The codes are good for minutes by the clock; the service's answer ends it anyway.
     QVERIFY(m_flow->state().start().expiresIn > 2);
+    QTRY_COMPARE(m_clock->sleeping(), 1);
+    m_clock->release();
     QTRY_COMPARE(m_flow->state(), expected);
     QCOMPARE(redeems(), 1);
     QCOMPARE(m_clock->sleeps().size(), 1);
@@ -317,7 +323,9 @@ void TestPairingFlow::startRequestFailure_data()
     QTest::newRow("500 boom") << QJsonObject{{QStringLiteral("path"), path}, {QStringLiteral("status"), 500},
                                              {QStringLiteral("body"), QStringLiteral(R"({"error":"boom"})")}}
                               << QStringLiteral("boom (500)");
-    QTest::newRow("dropped") << QJsonObject{{QStringLiteral("path"), path}, {QStringLiteral("drop"), true}}
+    // Qt resends once after a dropped connection; the third drop is cleared before the retry.
+    QTest::newRow("dropped") << QJsonObject{{QStringLiteral("path"), path}, {QStringLiteral("drop"), true},
+                                            {QStringLiteral("count"), 3}}
                              << QString();
 }
 
@@ -337,6 +345,7 @@ void TestPairingFlow::startRequestFailure()
     QCOMPARE(redeems(), 0);
 
     // The retry starts over.
+    m_dev.reset();
     m_flow->start();
     QTRY_COMPARE(m_flow->state().kind(), Kind::waiting);
 }
