@@ -95,6 +95,10 @@ QCoro::Task<> SessionStore::refresh(SelvaroAPI api)
     }
     if (!self)
         co_return;
+    // Unlinked or paired anew while the request was out: the answer is about a session
+    // this store no longer holds, and acting on it would undo the user's choice.
+    if (m_session != current)
+        co_return;
 
     if (renewed) {
         const std::optional<KeychainError> error = co_await save(*renewed);

@@ -63,8 +63,9 @@ public:
     // the item is removed and `session` cleared. Every other failure — other statuses,
     // no connection, an odd answer, a secret store that refuses the write — keeps the
     // session: a network problem must never unlink the computer. Never throws.
-    // Callers must not run two refreshes at once (the start-up task and the send
-    // pipeline each await theirs).
+    // If the session changes while the request is out (unlinked, paired anew), the
+    // answer is dropped. Callers must not run two refreshes at once (the start-up task
+    // and the send pipeline each await theirs).
     QCoro::Task<> refresh(SelvaroAPI api);
 
     // Unlinking: removes the item, then clears `session`.

@@ -28,6 +28,8 @@ private Q_SLOTS:
     void notFoundUnlinks();
     void otherFailuresKeepTheSession_data();
     void otherFailuresKeepTheSession();
+    void unlinkingDuringARefreshStaysUnlinked_data();
+    void unlinkingDuringARefreshStaysUnlinked();
 
 private:
     // A session the service knows, saved in the secret store as a previous run left it.
@@ -181,6 +183,38 @@ void TestSessionRefresh::otherFailuresKeepTheSession()
     QVERIFY2(lines.first().startsWith(QStringLiteral("session refresh failed: ")), qPrintable(lines.first()));
     if (!logged.isEmpty())
         QCOMPARE(lines.first(), logged);
+}
+
+void TestSessionRefresh::unlinkingDuringARefreshStaysUnlinked_data()
+{
+    QTest::addColumn<int>("status");
+    QTest::newRow("renewed meanwhile") << 0;
+    QTest::newRow("404 meanwhile") << 404;
+}
+
+void TestSessionRefresh::unlinkingDuringARefreshStaysUnlinked()
+{
+    QFETCH(int, status);
+    const StoredSession old = storeServiceSession(false);
+    QVERIFY(!old.id.isEmpty());
+    QJsonObject slow{{QStringLiteral("path"), QStringLiteral("/sessions/*")}, {QStringLiteral("delayMs"), 300}};
+    if (status)
+        slow.insert(QStringLiteral("status"), status);
+    m_dev.addFault(slow);
+
+    SessionStore store;
+    QCoro::waitFor(store.waitUntilLoaded());
+    QCoro::Task<> refresh = store.refresh(api());
+    QTest::qWait(50);
+    QCoro::waitFor(store.forget());
+    // The user pairs again before the old refresh answers.
+    const StoredSession paired{QStringLiteral("s-new"), QStringLiteral("p-new"), QStringLiteral("t-new"), false};
+    QCOMPARE(QCoro::waitFor(Keychain::write(QStringLiteral("session"), paired.toJson())), std::nullopt);
+    store.setSession(paired);
+
+    QCoro::waitFor(refresh);
+    QCOMPARE(store.session(), std::optional<StoredSession>(paired));
+    QCOMPARE(secretToolLookup(), paired.toJson());
 }
 
 QTEST_GUILESS_MAIN(TestSessionRefresh)
