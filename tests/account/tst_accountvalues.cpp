@@ -1,7 +1,6 @@
 // Pure values of the account link: the token subject, the stored session's JSON and
 // the pairing state's equality.
 #include "account/JwtClaims.h"
-#include "account/PairingFlow.h"
 #include "account/PairingState.h"
 #include "account/StoredSession.h"
 
@@ -20,7 +19,6 @@ private Q_SLOTS:
     void storedSessionFromJson_data();
     void storedSessionFromJson();
     void pairingStateEquality();
-    void previewHoldsItsStateAndStartsNothing();
 };
 
 void TestAccountValues::subject_data()
@@ -115,18 +113,6 @@ void TestAccountValues::pairingStateEquality()
     QVERIFY(PairingState::failed(QStringLiteral("code_not_found")) != PairingState::failed(QStringLiteral("x")));
     QVERIFY(PairingState::idle() != PairingState::expired());
     QCOMPARE(PairingState::failed(QStringLiteral("boom")).toString(), QStringLiteral("failed(boom)"));
-}
-
-void TestAccountValues::previewHoldsItsStateAndStartsNothing()
-{
-    const PairingState waiting = PairingState::waiting(
-        PairingStart{QStringLiteral("dev"), QStringLiteral("R3XD-8N5W"), 600, 5},
-        QDateTime::fromSecsSinceEpoch(1'800'000'000, Qt::UTC));
-    const auto flow = PairingFlow::preview(waiting);
-    QCOMPARE(flow->state(), waiting);
-    // Nothing runs behind it: the state stays put while events are processed.
-    QTest::qWait(20);
-    QCOMPARE(flow->state(), waiting);
 }
 
 QTEST_GUILESS_MAIN(TestAccountValues)
