@@ -1,0 +1,144 @@
+#include "account/SessionStore.h"
+
+#include "account/Keychain.h"
+#include "common/Logging.h"
+#include "common/Observable.h"
+#include "service/ApiError.h"
+#include "service/DeviceInfo.h"
+
+#include <QPointer>
+#include <QSettings>
+#include <QUuid>
+
+#include <qcoro/qcorosignal.h>
+
+namespace {
+
+const QString sessionAccount = QLatin1String(Keychain::sessionAccount);
+
+// A fixed settings file rather than the default one, so the identifier does not
+// depend on the names the process gives itself (tests, snapshots, the app).
+const QString settingsOrganization = QStringLiteral("Selvaro");
+const QString settingsApplication = QStringLiteral("Selvaro Recorder");
+
+} // namespace
+
+SessionStore::SessionStore(QObject *parent)
+    : SessionStore(Load::fromKeychain, parent)
+{
+}
+
+SessionStore::SessionStore(Load load, QObject *parent)
+    : QObject(parent)
+{
+    if (load == Load::fromKeychain)
+        this->load();
+    else
+        m_loaded = true;
+}
+
+SessionStore::~SessionStore() = default;
+
+void SessionStore::setSession(std::optional<StoredSession> session)
+{
+    m_sessionWritten = true;
+    setIfChanged(m_session, std::move(session), this, &SessionStore::sessionChanged);
+}
+
+QCoro::Task<> SessionStore::load()
+{
+    QPointer<SessionStore> self(this);
+    const std::optional<QByteArray> data = co_await Keychain::read(sessionAccount);
+    if (!self)
+        co_return;
+    // Undecodable data reads as "not linked" and is left in place: the next pairing
+    // overwrites it, and nothing else should delete what it cannot read.
+    if (data && !m_sessionWritten)
+        setIfChanged(m_session, StoredSession::fromJson(*data), this, &SessionStore::sessionChanged);
+    setIfChanged(m_loaded, true, this, &SessionStore::loadedChanged);
+}
+
+QCoro::Task<> SessionStore::waitUntilLoaded()
+{
+    if (!m_loaded)
+        co_await qCoro(this, &SessionStore::loadedChanged);
+}
+
+QCoro::Task<std::optional<KeychainError>> SessionStore::save(const SessionPayload &payload)
+{
+    QPointer<SessionStore> self(this);
+    const StoredSession session = StoredSession::from(payload);
+    std::optional<KeychainError> error = co_await Keychain::write(sessionAccount, session.toJson());
+    if (!error && self)
+        self->setSession(session);
+    co_return error;
+}
+
+QCoro::Task<> SessionStore::refresh(SelvaroAPI api)
+{
+    QPointer<SessionStore> self(this);
+    co_await waitUntilLoaded();
+    if (!self || !m_session)
+        co_return;
+    const StoredSession current = *m_session;
+
+    std::optional<ApiError> failure;
+    std::optional<SessionPayload> renewed;
+    try {
+        renewed = co_await api.refreshSession(current.id, current.token, DeviceInfo::current(vendorUuid()));
+    } catch (const ApiError &error) {
+        failure = error;
+    } catch (const std::exception &error) {
+        // Not expected from the client, but a refresh must never throw.
+        qCCritical(lcSession, "session refresh failed: %s", error.what());
+        co_return;
+    }
+    if (!self)
+        co_return;
+    // Unlinked or paired anew while the request was out: the answer is about a session
+    // this store no longer holds, and acting on it would undo the user's choice.
+    if (m_session != current)
+        co_return;
+
+    if (renewed) {
+        const std::optional<KeychainError> error = co_await save(*renewed);
+        if (!self)
+            co_return;
+        if (error) {
+            qCCritical(lcSession, "session refresh failed: %s", qUtf8Printable(error->description()));
+            co_return;
+        }
+        qCInfo(lcSession, "session refreshed, anonymous=%s", renewed->isAnonymous ? "true" : "false");
+        co_return;
+    }
+
+    if (failure->isHttp() && failure->status() == 404) {
+        qCCritical(lcSession, "session refresh: %s, pairing again", qUtf8Printable(failure->code()));
+        co_await forget();
+        co_return;
+    }
+    qCCritical(lcSession, "session refresh failed: %s", qUtf8Printable(failure->description()));
+}
+
+QCoro::Task<> SessionStore::forget()
+{
+    QPointer<SessionStore> self(this);
+    co_await Keychain::remove(sessionAccount);
+    if (self)
+        self->setSession(std::nullopt);
+}
+
+QString SessionStore::vendorUuid()
+{
+    static const QString key = QStringLiteral("vendorUuid");
+    QSettings settings(QSettings::NativeFormat, QSettings::UserScope, settingsOrganization, settingsApplication);
+    const QString stored = settings.value(key).toString();
+    if (!stored.isEmpty())
+        return stored;
+    const QString made = QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper();
+    settings.setValue(key, made);
+    // Written at once: an identifier that changes after a crash would show the
+    // computer to the account as a new device.
+    settings.sync();
+    return made;
+}
