@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QEasingCurve>
+#include <QPointF>
 
 // The timing curves and durations of the screens' animations. The curves are
 // the classic cubic Béziers, so an "ease-out of 0.12 s" here moves exactly as

@@ -68,7 +68,7 @@ QList<QRectF> WaveformIndicator::bars(const QRectF &rect)
     // classic waveform glyph.
     static constexpr qreal heights[barCount] = {0.28, 0.55, 0.9, 0.62, 0.76, 0.42, 0.22};
     const qreal pitch = rect.width() / barCount;
-    const qreal width = pitch * 0.56;
+    const qreal width = pitch * 0.62;
     QList<QRectF> result;
     for (int i = 0; i < barCount; ++i) {
         const qreal height = rect.height() * heights[i];
@@ -81,7 +81,7 @@ QList<QRectF> WaveformIndicator::bars(const QRectF &rect)
 QSize WaveformIndicator::sizeHint() const
 {
     const qreal height = QFontMetricsF(font()).height();
-    return QSize(static_cast<int>(std::ceil(height * 1.15)), static_cast<int>(std::ceil(height)));
+    return QSize(static_cast<int>(std::ceil(height * 1.3)), static_cast<int>(std::ceil(height)));
 }
 
 void WaveformIndicator::paintEvent(QPaintEvent *)
@@ -89,10 +89,10 @@ void WaveformIndicator::paintEvent(QPaintEvent *)
     QPainter painter(this);
     painter.setRenderHint(QPainter::Antialiasing);
     painter.setPen(Qt::NoPen);
-    // A square glyph box as tall as the font's cap height and a little more,
-    // centred in the widget so it sits on the text line beside it.
-    const qreal side = std::min<qreal>(width(), QFontMetricsF(font()).ascent() * 1.1);
-    const QRectF box(QPointF((width() - side) / 2, (height() - side) / 2), QSizeF(side, side));
+    // A glyph box a little taller than the font's capitals and wider than
+    // tall, centred in the widget so it sits on the text line beside it.
+    const qreal glyphHeight = std::min<qreal>(height(), QFontMetricsF(font()).ascent() * 1.15);
+    const QRectF box(QPointF(0, (height() - glyphHeight) / 2), QSizeF(width(), glyphHeight));
     const QList<QRectF> glyph = bars(box);
     for (int i = 0; i < glyph.size(); ++i) {
         QColor colour = m_color;

@@ -35,7 +35,7 @@ public:
 
     static constexpr int barCount = 7;
     static constexpr int cycleMs = 1200;
-    static constexpr qreal dimmedOpacity = 0.3;
+    static constexpr qreal dimmedOpacity = 0.35;
 
     // The bars of the glyph inside `rect`.
     [[nodiscard]] static QList<QRectF> bars(const QRectF &rect);

@@ -1,4 +1,298 @@
+#include "ui/BalancedLabel.h"
+#include "ui/ClockText.h"
+#include "ui/Palette.h"
+#include "ui/PillButton.h"
+#include "ui/QrCodeView.h"
+#include "ui/Rendering.h"
+#include "ui/Spinner.h"
+#include "ui/SymbolIcon.h"
+#include "ui/Typography.h"
+#include "ui/WaveformIndicator.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QGridLayout>
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QPainter>
+#include <QTemporaryDir>
 #include <QTest>
-class T : public QObject { Q_OBJECT };
-QTEST_MAIN(T)
+#include <QVBoxLayout>
+
+using Kind = PillButtonStyle::Kind;
+using Size = PillButtonStyle::Size;
+
+Q_DECLARE_METATYPE(Symbol)
+
+namespace {
+
+constexpr Symbol allSymbols[] = {Symbol::recordCircle, Symbol::pauseFill, Symbol::playFill, Symbol::trash,
+                                 Symbol::checkmark, Symbol::checkmarkCircleFill, Symbol::waveform};
+
+QLabel *text(const QString &content, const QFont &font, const QColor &colour)
+{
+    auto *label = new QLabel(content);
+    label->setFont(font);
+    QPalette palette = label->palette();
+    palette.setColor(QPalette::WindowText, colour);
+    label->setPalette(palette);
+    label->setAlignment(Qt::AlignCenter);
+    return label;
+}
+
+// Three equal columns with spacing 10, as the recorder's control rows.
+QWidget *row(QWidget *a, QWidget *b, QWidget *c)
+{
+    auto *widget = new QWidget;
+    auto *layout = new QGridLayout(widget);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->setHorizontalSpacing(10);
+    QWidget *cells[] = {a, b, c};
+    for (int i = 0; i < 3; ++i) {
+        layout->setColumnStretch(i, 1);
+        if (cells[i])
+            layout->addWidget(cells[i], 0, i);
+    }
+    return widget;
+}
+
+QWidget *line(std::initializer_list<QWidget *> widgets, int spacing = 6)
+{
+    auto *widget = new QWidget;
+    auto *layout = new QHBoxLayout(widget);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->setSpacing(spacing);
+    layout->addStretch();
+    for (QWidget *w : widgets)
+        layout->addWidget(w);
+    layout->addStretch();
+    return widget;
+}
+
+// A 380-point page with 24 points of padding, like the window's content.
+struct Page
+{
+    QWidget widget;
+    QVBoxLayout *layout = new QVBoxLayout(&widget);
+    Page()
+    {
+        layout->setContentsMargins(24, 24, 24, 24);
+        layout->setSpacing(16);
+    }
+    void save(const QString &name, const QString &dir)
+    {
+        widget.resize(380, std::max(widget.sizeHint().height(), 120));
+        const QImage image = Rendering::toImage(widget, 2, Palette::selvaroBackground());
+        QVERIFY(image.save(QDir(dir).filePath(name + QStringLiteral(".png"))));
+    }
+};
+
+} // namespace
+
+class TestBlocks : public QObject
+{
+    Q_OBJECT
+private:
+    QTemporaryDir m_temporary;
+    QString m_dir;
+
+private slots:
+    void initTestCase()
+    {
+        // SELVARO_UI_RENDER_DIR keeps the rendered pages for looking at them.
+        m_dir = qEnvironmentVariable("SELVARO_UI_RENDER_DIR", m_temporary.path());
+        QDir().mkpath(m_dir);
+    }
+
+    void themeSymbolsAreFoundAndRecoloured_data()
+    {
+        QTest::addColumn<Symbol>("symbol");
+        for (Symbol symbol : allSymbols) {
+            if (!SymbolIcon::themeName(symbol).isEmpty())
+                QTest::newRow(qPrintable(SymbolIcon::themeName(symbol))) << symbol;
+        }
+    }
+    void themeSymbolsAreFoundAndRecoloured()
+    {
+        QFETCH(Symbol, symbol);
+        if (!QFileInfo::exists(QStringLiteral("/usr/share/icons/Adwaita/index.theme")))
+            QSKIP("adwaita-icon-theme is not installed");
+        QVERIFY(!SymbolIcon::themeImage(SymbolIcon::themeName(symbol), 28).isNull());
+
+        const QColor colour = Palette::recordRed();
+        const QPixmap pixmap = SymbolIcon::pixmap(symbol, 14, colour, 2);
+        QCOMPARE(pixmap.size(), QSize(28, 28));
+        QCOMPARE(pixmap.deviceIndependentSize(), QSizeF(14, 14));
+        const QImage image = pixmap.toImage().convertToFormat(QImage::Format_ARGB32);
+        int opaque = 0;
+        for (int y = 0; y < image.height(); ++y) {
+            for (int x = 0; x < image.width(); ++x) {
+                const QRgb pixel = image.pixel(x, y);
+                if (qAlpha(pixel) < 250)
+                    continue;
+                ++opaque;
+                QCOMPARE(qRgb(qRed(pixel), qGreen(pixel), qBlue(pixel)), colour.rgb());
+            }
+        }
+        QVERIFY(opaque > 20);
+    }
+
+    void paintedFallbacksDrawEverySymbol_data()
+    {
+        QTest::addColumn<Symbol>("symbol");
+        for (Symbol symbol : allSymbols)
+            QTest::newRow(qPrintable(QString::number(static_cast<int>(symbol)))) << symbol;
+    }
+    void paintedFallbacksDrawEverySymbol()
+    {
+        QFETCH(Symbol, symbol);
+        const QImage image = SymbolIcon::pixmap(symbol, 16, Qt::black, 2, SymbolIcon::Source::painted).toImage();
+        // Something is drawn, centred: ink on both halves of the box.
+        qreal left = 0, right = 0;
+        for (int y = 0; y < image.height(); ++y) {
+            for (int x = 0; x < image.width(); ++x)
+                (x < image.width() / 2 ? left : right) += qAlpha(image.pixel(x, y));
+        }
+        QVERIFY(left > 0 && right > 0);
+        QVERIFY2(std::abs(left - right) / (left + right) < 0.3, qPrintable(QString::number(left / right)));
+    }
+
+    void waveformLightsOneBarAtATime()
+    {
+        WaveformIndicator waveform;
+        for (int i = 0; i < WaveformIndicator::barCount; ++i)
+            QCOMPARE(waveform.barOpacity(i), 1.0);
+        waveform.setRunning(true);
+        waveform.setPhase(2.0);
+        QCOMPARE(waveform.barOpacity(2), 1.0);
+        QCOMPARE(waveform.barOpacity(3), WaveformIndicator::dimmedOpacity);
+        QVERIFY(waveform.barOpacity(1) > WaveformIndicator::dimmedOpacity && waveform.barOpacity(1) < 1.0);
+        waveform.setPhase(WaveformIndicator::barCount + 0.5);
+        QCOMPARE(waveform.phase(), 0.5);
+    }
+
+    void waveformAndSpinnerMoveOnlyWhileShown()
+    {
+        QWidget window;
+        auto *layout = new QHBoxLayout(&window);
+        auto *waveform = new WaveformIndicator;
+        auto *spinner = new Spinner(Spinner::ControlSize::large);
+        layout->addWidget(waveform);
+        layout->addWidget(spinner);
+        waveform->setRunning(true);
+        QVERIFY(!spinner->isSpinning());
+        window.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&window));
+        QVERIFY(spinner->isSpinning());
+        const qreal phase = waveform->phase();
+        const int head = spinner->head();
+        QTRY_VERIFY_WITH_TIMEOUT(waveform->phase() != phase && spinner->head() != head, 2000);
+        window.hide();
+        QVERIFY(!spinner->isSpinning());
+        const qreal stopped = waveform->phase();
+        QTest::qWait(200);
+        QCOMPARE(waveform->phase(), stopped);
+        QCOMPARE(spinner->sizeHint(), QSize(40, 40));
+    }
+
+    void renderButtons()
+    {
+        Page page;
+        page.layout->addWidget(line({new PillButton(QStringLiteral("Record"), Symbol::recordCircle,
+                                                    {Kind::record, Size::regular, false, true})}));
+        page.layout->addWidget(row(nullptr,
+                                   new PillButton(QStringLiteral("Pause"), Symbol::pauseFill,
+                                                  {Kind::secondary, Size::regular, true}),
+                                   nullptr));
+        page.layout->addWidget(
+            row(new PillButton(QStringLiteral("Discard"), Symbol::trash, {Kind::destructive, Size::regular, true}),
+                new PillButton(QStringLiteral("Resume"), Symbol::playFill, {Kind::secondary, Size::regular, true}),
+                new PillButton(QStringLiteral("Save"), Symbol::checkmark, {Kind::primary, Size::regular, true})));
+        page.layout->addWidget(line({new PillButton(QStringLiteral("Allow"), {Kind::primary, Size::small}),
+                                     new PillButton(QStringLiteral("Settings"), {Kind::secondary, Size::small})}));
+        page.layout->addWidget(line({new PillButton(QStringLiteral("Send again"), {Kind::secondary, Size::regular}),
+                                     new PillButton(QStringLiteral("New code"), {Kind::primary, Size::regular})}));
+        // Pressed and keyboard-focused looks.
+        auto *pressed = new PillButton(QStringLiteral("Pressed"), Symbol::checkmark, {Kind::primary, Size::regular});
+        auto *focused = new PillButton(QStringLiteral("Focused"), {Kind::secondary, Size::regular});
+        page.layout->addWidget(line({pressed, focused}));
+        page.widget.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&page.widget));
+        QApplication::setActiveWindow(&page.widget);
+        QTest::mousePress(pressed, Qt::LeftButton, {}, pressed->rect().center());
+        QTRY_COMPARE(pressed->pressProgress(), 1.0);
+        focused->setFocus(Qt::TabFocusReason);
+        page.save(QStringLiteral("buttons"), m_dir);
+        QTest::mouseRelease(pressed, Qt::LeftButton, {}, pressed->rect().center());
+    }
+
+    void renderTextAndStatus()
+    {
+        Page page;
+        page.layout->addWidget(text(ClockText::format(83), Typography::clock(), Palette::primaryText()));
+        page.layout->addWidget(text(ClockText::format(3725), Typography::clock(), Palette::secondaryText()));
+
+        auto *waveform = new WaveformIndicator;
+        waveform->setFont(Typography::footnote());
+        waveform->setRunning(true);
+        waveform->setPhase(2);
+        page.layout->addWidget(line({waveform, text(QStringLiteral("Recording the system audio and the microphone"),
+                                                     Typography::footnote(), Palette::secondaryText())},
+                                    4));
+        auto *sent = new QLabel;
+        sent->setPixmap(SymbolIcon::pixmap(Symbol::checkmarkCircleFill, 12, Palette::systemGreen(), 2));
+        page.layout->addWidget(line({sent, text(QStringLiteral("Sent. The note is being written on your phone."),
+                                                Typography::footnote(), Palette::systemGreen())},
+                                    4));
+
+        const QString failure = QStringLiteral(
+            "The recording could not start. Check the microphone and system audio permissions.");
+        auto *balanced = new BalancedLabel(failure);
+        balanced->setFont(Typography::footnote());
+        balanced->setColor(Palette::systemRed());
+        page.layout->addWidget(balanced);
+        // The same text wrapped plainly, for comparison.
+        auto *plain = text(failure, Typography::footnote(), Palette::systemRed());
+        plain->setWordWrap(true);
+        page.layout->addWidget(plain);
+
+        QString phrase = QStringLiteral("under Settings > Record on my Mac");
+        phrase.replace(QLatin1Char(' '), QChar(0x00A0));
+        auto *instruction = new BalancedLabel(QStringLiteral("Type this code in Selvaro, ") + phrase + QLatin1Char(':'));
+        instruction->setFont(Typography::callout());
+        page.layout->addWidget(instruction);
+        page.layout->addWidget(text(QStringLiteral("R3XD-8N5W"), Typography::code(), Palette::primaryText()));
+        page.layout->addWidget(line({new Spinner(Spinner::ControlSize::large), new Spinner(Spinner::ControlSize::regular),
+                                     new Spinner(Spinner::ControlSize::small)},
+                                    24));
+        page.layout->addWidget(text(QStringLiteral("Record a call, a meeting or a video playing on this computer.\n"
+                                                   "The note appears in Selvaro on your phone."),
+                                    Typography::footnote(), Palette::tertiaryText()));
+        page.save(QStringLiteral("text-and-status"), m_dir);
+    }
+
+    void renderQrCodeAndSymbols()
+    {
+        Page page;
+        auto *qr = new QrCodeView;
+        qr->setMessage(QByteArrayLiteral("selvaro://pair/R3XD8N5W"));
+        page.layout->addWidget(line({qr}));
+        for (const auto source : {SymbolIcon::Source::themeOrPainted, SymbolIcon::Source::painted}) {
+            QList<QWidget *> symbols;
+            auto *strip = new QWidget;
+            auto *layout = new QHBoxLayout(strip);
+            layout->addStretch();
+            for (Symbol symbol : allSymbols) {
+                auto *label = new QLabel;
+                label->setPixmap(SymbolIcon::pixmap(symbol, 20, Palette::primaryText(), 2, source));
+                layout->addWidget(label);
+            }
+            layout->addStretch();
+            page.layout->addWidget(strip);
+        }
+        page.save(QStringLiteral("qr-and-symbols"), m_dir);
+    }
+};
+
+QTEST_MAIN(TestBlocks)
 #include "tst_Blocks.moc"
