@@ -1,5 +1,6 @@
 #include "ui/BalancedLabel.h"
 #include "ui/ClockText.h"
+#include "ui/EqualColumnsLayout.h"
 #include "ui/Palette.h"
 #include "ui/PillButton.h"
 #include "ui/QrCodeView.h"
@@ -11,7 +12,6 @@
 
 #include <QDir>
 #include <QFileInfo>
-#include <QGridLayout>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QPainter>
@@ -44,15 +44,10 @@ QLabel *text(const QString &content, const QFont &font, const QColor &colour)
 QWidget *row(QWidget *a, QWidget *b, QWidget *c)
 {
     auto *widget = new QWidget;
-    auto *layout = new QGridLayout(widget);
-    layout->setContentsMargins(0, 0, 0, 0);
-    layout->setHorizontalSpacing(10);
+    auto *layout = new EqualColumnsLayout(3, widget);
     QWidget *cells[] = {a, b, c};
-    for (int i = 0; i < 3; ++i) {
-        layout->setColumnStretch(i, 1);
-        if (cells[i])
-            layout->addWidget(cells[i], 0, i);
-    }
+    for (int i = 0; i < 3; ++i)
+        layout->setWidget(i, cells[i]);
     return widget;
 }
 
@@ -83,7 +78,10 @@ struct Page
     {
         widget.resize(380, std::max(widget.sizeHint().height(), 120));
         const QImage image = Rendering::toImage(widget, 2, Palette::selvaroBackground());
+        QCOMPARE(image.width(), 760);
         QVERIFY(image.save(QDir(dir).filePath(name + QStringLiteral(".png"))));
+        const QImage single = Rendering::toImage(widget, 1, Palette::selvaroBackground());
+        QVERIFY(single.save(QDir(dir).filePath(name + QStringLiteral("@1x.png"))));
     }
 };
 
@@ -193,6 +191,46 @@ private slots:
         QTest::qWait(200);
         QCOMPARE(waveform->phase(), stopped);
         QCOMPARE(spinner->sizeHint(), QSize(40, 40));
+    }
+
+    void pauseSitsWhereResumeSits()
+    {
+        const PillButtonStyle filling{Kind::secondary, Size::regular, true};
+        auto *pause = new PillButton(QStringLiteral("Pause"), Symbol::pauseFill, filling);
+        auto *discard = new PillButton(QStringLiteral("Discard"), Symbol::trash, {Kind::destructive, Size::regular, true});
+        auto *resume = new PillButton(QStringLiteral("Resume"), Symbol::playFill, filling);
+        auto *save = new PillButton(QStringLiteral("Save"), Symbol::checkmark, {Kind::primary, Size::regular, true});
+        auto *label = new QLabel(QStringLiteral("x"));
+        QWidget page;
+        auto *layout = new QVBoxLayout(&page);
+        layout->setContentsMargins(24, 0, 24, 0);
+        layout->setSpacing(0);
+        QWidget *recording = row(nullptr, pause, nullptr);
+        QWidget *paused = row(discard, resume, save);
+        layout->addWidget(recording);
+        layout->addWidget(paused);
+        QWidget *third = row(nullptr, label, nullptr);
+        layout->addWidget(third);
+        page.resize(380, 200);
+        for (QLayout *each : {static_cast<QLayout *>(layout), recording->layout(), paused->layout(), third->layout()})
+            each->activate();
+        QCOMPARE(pause->x(), resume->x());
+        QCOMPARE(pause->size(), resume->size());
+        QCOMPARE(discard->width(), resume->width());
+        QCOMPARE(save->width(), resume->width());
+        QCOMPARE(resume->x() - discard->geometry().right() - 1, 10);
+        QCOMPARE(discard->x(), 0);
+        QCOMPARE(save->geometry().right(), 331);
+        // A widget that does not expand keeps its size, centred in its column.
+        QCOMPARE(label->width(), label->sizeHint().width());
+        QCOMPARE(label->geometry().center().x(), resume->geometry().center().x());
+
+        auto *columns = static_cast<EqualColumnsLayout *>(recording->layout());
+        QCOMPARE(columns->count(), 1);
+        QCOMPARE(columns->itemAt(0)->widget(), pause);
+        QCOMPARE(columns->widgetAt(0), nullptr);
+        columns->setWidget(1, nullptr);
+        QCOMPARE(columns->count(), 0);
     }
 
     void renderButtons()
