@@ -4,9 +4,7 @@
 #include "ui/Palette.h"
 #include "ui/SymbolIcon.h"
 
-#include <QFocusEvent>
 #include <QFontMetricsF>
-#include <QKeyEvent>
 #include <QPainter>
 #include <QPainterPath>
 
@@ -27,12 +25,11 @@ int ceilInt(qreal value)
 } // namespace
 
 PillButton::PillButton(const QString &text, std::optional<Symbol> symbol, PillButtonStyle style, QWidget *parent)
-    : QAbstractButton(parent)
+    : FocusableButton(parent)
     , m_style(style)
     , m_symbol(symbol)
 {
     setText(text);
-    setFocusPolicy(Qt::StrongFocus);
     setAttribute(Qt::WA_Hover);
     setFont(m_style.font());
     applySizePolicy();
@@ -163,7 +160,7 @@ void PillButton::paintEvent(QPaintEvent *)
     painter.setBrush(m_style.fillColor());
     painter.drawRoundedRect(bounds, radius, radius);
 
-    if (hasFocus() && m_keyboardFocus) {
+    if (showsFocusRing()) {
         const qreal inset = focusRingWidth / 2;
         const QRectF ring = bounds.adjusted(inset, inset, -inset, -inset);
         painter.setPen(QPen(Palette::focusRing(), focusRingWidth));
@@ -195,27 +192,4 @@ void PillButton::paintEvent(QPaintEvent *)
     painter.setFont(font());
     const qreal baseline = centre.y() + (metrics.ascent() - metrics.descent()) / 2;
     painter.drawText(QPointF(x, baseline), title);
-}
-
-void PillButton::keyPressEvent(QKeyEvent *event)
-{
-    if ((event->key() == Qt::Key_Return || event->key() == Qt::Key_Enter) && !event->isAutoRepeat()) {
-        animateClick();
-        event->accept();
-        return;
-    }
-    QAbstractButton::keyPressEvent(event);
-}
-
-void PillButton::focusInEvent(QFocusEvent *event)
-{
-    m_keyboardFocus = event->reason() != Qt::MouseFocusReason;
-    QAbstractButton::focusInEvent(event);
-    update();
-}
-
-void PillButton::focusOutEvent(QFocusEvent *event)
-{
-    QAbstractButton::focusOutEvent(event);
-    update();
 }

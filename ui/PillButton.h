@@ -1,9 +1,10 @@
 #pragma once
 
+#include "ui/FocusableButton.h"
+
 #include "ui/PillButtonStyle.h"
 #include "ui/Symbol.h"
 
-#include <QAbstractButton>
 #include <QVariantAnimation>
 
 #include <optional>
@@ -14,7 +15,7 @@
 // be switched off. Reachable with Tab, activated with Space, Return or Enter,
 // and shows a focus ring when focused from the keyboard. Its accessible name
 // is its title.
-class PillButton : public QAbstractButton
+class PillButton : public FocusableButton
 {
     Q_OBJECT
 public:
@@ -51,9 +52,6 @@ public:
 
 protected:
     void paintEvent(QPaintEvent *event) override;
-    void keyPressEvent(QKeyEvent *event) override;
-    void focusInEvent(QFocusEvent *event) override;
-    void focusOutEvent(QFocusEvent *event) override;
 
 private:
     // Width of symbol + gap + title at full size.
@@ -65,7 +63,6 @@ private:
     PillButtonStyle m_style;
     std::optional<Symbol> m_symbol;
     bool m_pressedFeedback = true;
-    bool m_keyboardFocus = false;
     qreal m_progress = 0;
     QVariantAnimation m_pressAnimation;
 };

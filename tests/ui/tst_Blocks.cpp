@@ -7,6 +7,8 @@
 #include "ui/Rendering.h"
 #include "ui/Spinner.h"
 #include "ui/SymbolIcon.h"
+#include "ui/SymbolView.h"
+#include "ui/TextButton.h"
 #include "ui/Typography.h"
 #include "ui/WaveformIndicator.h"
 
@@ -233,6 +235,23 @@ private slots:
         QCOMPARE(columns->count(), 0);
     }
 
+    void symbolViewIsCrispAt2x()
+    {
+        // Rendered into a 2x image, the view draws the symbol from a 2x
+        // pixmap, the same pixels SymbolIcon makes for ratio 2.
+        QWidget page;
+        auto *view = new SymbolView(Symbol::checkmarkCircleFill, 12, Palette::systemGreen(), &page);
+        page.resize(12, 12);
+        view->resize(12, 12);
+        QCOMPARE(view->sizeHint(), QSize(12, 12));
+        const QImage rendered = Rendering::toImage(page, 2, Qt::transparent).convertToFormat(QImage::Format_ARGB32);
+        const QImage expected = SymbolIcon::pixmap(Symbol::checkmarkCircleFill, 12, Palette::systemGreen(), 2)
+                                    .toImage()
+                                    .convertToFormat(QImage::Format_ARGB32);
+        QCOMPARE(rendered.size(), QSize(24, 24));
+        QCOMPARE(rendered, expected);
+    }
+
     void renderButtons()
     {
         Page page;
@@ -277,8 +296,7 @@ private slots:
         page.layout->addWidget(line({waveform, text(QStringLiteral("Recording the system audio and the microphone"),
                                                      Typography::footnote(), Palette::secondaryText())},
                                     4));
-        auto *sent = new QLabel;
-        sent->setPixmap(SymbolIcon::pixmap(Symbol::checkmarkCircleFill, 12, Palette::systemGreen(), 2));
+        auto *sent = new SymbolView(Symbol::checkmarkCircleFill, 12, Palette::systemGreen());
         page.layout->addWidget(line({sent, text(QStringLiteral("Sent. The note is being written on your phone."),
                                                 Typography::footnote(), Palette::systemGreen())},
                                     4));
@@ -300,6 +318,9 @@ private slots:
         instruction->setFont(Typography::callout());
         page.layout->addWidget(instruction);
         page.layout->addWidget(text(QStringLiteral("R3XD-8N5W"), Typography::code(), Palette::primaryText()));
+        auto *swap = new TextButton(QStringLiteral("Show the QR code"));
+        swap->setUnderlined(true);
+        page.layout->addWidget(line({new TextButton(QStringLiteral("Unlink")), swap}, 24));
         page.layout->addWidget(line({new Spinner(Spinner::ControlSize::large), new Spinner(Spinner::ControlSize::regular),
                                      new Spinner(Spinner::ControlSize::small)},
                                     24));

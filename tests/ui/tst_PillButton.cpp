@@ -2,6 +2,8 @@
 #include "ui/Palette.h"
 #include "ui/PillButton.h"
 #include "ui/Rendering.h"
+#include "ui/TextButton.h"
+#include "ui/Typography.h"
 
 #include <QAccessible>
 #include <QHBoxLayout>
@@ -243,6 +245,44 @@ private slots:
         QVERIFY(accessible);
         QCOMPARE(accessible->role(), QAccessible::Button);
         QCOMPARE(accessible->text(QAccessible::Name), QStringLiteral("Save"));
+    }
+
+    void textButtonIsAPlainTitle()
+    {
+        QWidget window;
+        auto *layout = new QHBoxLayout(&window);
+        auto *unlink = new TextButton(QStringLiteral("Unlink"));
+        auto *swap = new TextButton(QStringLiteral("Can't scan?"));
+        swap->setUnderlined(true);
+        swap->setCursor(Qt::PointingHandCursor);
+        layout->addWidget(unlink);
+        layout->addWidget(swap);
+        QCOMPARE(unlink->font().pixelSize(), Typography::footnote().pixelSize());
+        QCOMPARE(unlink->color(), Palette::secondaryText());
+        QVERIFY(!unlink->isUnderlined());
+        QVERIFY(swap->isUnderlined());
+        QCOMPARE(swap->cursor().shape(), Qt::PointingHandCursor);
+        QCOMPARE(unlink->sizeHint().height(),
+                 static_cast<int>(std::ceil(QFontMetricsF(Typography::footnote()).height())) + 2 * TextButton::margin);
+
+        window.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&window));
+        QApplication::setActiveWindow(&window);
+        unlink->setFocus(Qt::TabFocusReason);
+        QTest::keyClick(&window, Qt::Key_Tab);
+        QVERIFY(swap->hasFocus());
+        QVERIFY(swap->showsFocusRing());
+        QSignalSpy clicked(swap, &QAbstractButton::clicked);
+        QTest::keyClick(swap, Qt::Key_Return);
+        QTRY_COMPARE(clicked.size(), 1);
+        QTest::mouseClick(unlink, Qt::LeftButton);
+        QVERIFY(unlink->hasFocus());
+        QVERIFY(!unlink->showsFocusRing());
+
+        // No chrome: away from the title, only the background shows.
+        const QImage image = render(*unlink);
+        QCOMPARE(image.pixel(1, 1), Palette::selvaroBackground().rgb());
+        QCOMPARE(QAccessible::queryAccessibleInterface(swap)->text(QAccessible::Name), QStringLiteral("Can't scan?"));
     }
 };
 
