@@ -30,7 +30,6 @@ PillButton::PillButton(const QString &text, std::optional<Symbol> symbol, PillBu
     , m_symbol(symbol)
 {
     setText(text);
-    setAttribute(Qt::WA_Hover);
     setFont(m_style.font());
     applySizePolicy();
 

@@ -129,10 +129,18 @@ QImage SymbolIcon::themeImage(const QString &name, int pixels)
         return *hit;
 
     QImage image;
-    // The desktop's own theme engine first: it knows the user's theme and its inheritance.
+    // The desktop's own theme engine first: it knows the user's theme and its
+    // inheritance. It may know a name yet yield nothing (a vector icon without
+    // Qt's SVG plugin) or only a smaller bitmap; then the disk is searched or
+    // the bitmap scaled.
     if (const QIcon icon = QIcon::fromTheme(name); !icon.isNull()) {
-        image = icon.pixmap(QSize(pixels, pixels)).toImage().convertToFormat(QImage::Format_ARGB32_Premultiplied);
-    } else {
+        image = icon.pixmap(QSize(pixels, pixels)).toImage();
+        if (!image.isNull() && image.width() != pixels)
+            image = image.scaled(pixels, pixels, Qt::KeepAspectRatio, Qt::SmoothTransformation);
+        if (!image.isNull())
+            image = image.convertToFormat(QImage::Format_ARGB32_Premultiplied);
+    }
+    if (image.isNull()) {
         const bool svg = QImageReader::supportedImageFormats().contains("svg");
         const QStringList bases = iconBaseDirs();
         for (const QString &theme : themeNames()) {
