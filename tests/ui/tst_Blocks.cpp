@@ -1,6 +1,7 @@
 #include "ui/BalancedLabel.h"
 #include "ui/ClockText.h"
 #include "ui/EqualColumnsLayout.h"
+#include "ui/FadingStack.h"
 #include "ui/Palette.h"
 #include "ui/PillButton.h"
 #include "ui/QrCodeView.h"
@@ -14,6 +15,8 @@
 
 #include <QDir>
 #include <QFileInfo>
+#include <QGraphicsOpacityEffect>
+#include <QSignalSpy>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QPainter>
@@ -250,6 +253,57 @@ private slots:
                                     .convertToFormat(QImage::Format_ARGB32);
         QCOMPARE(rendered.size(), QSize(24, 24));
         QCOMPARE(rendered, expected);
+    }
+
+    void stackCrossFadesAndRestsWithoutEffects()
+    {
+        FadingStack stack;
+        auto *record = new PillButton(QStringLiteral("Record"), Symbol::recordCircle,
+                                      {Kind::record, Size::regular, false, true});
+        auto *spinner = new Spinner(Spinner::ControlSize::large);
+        stack.addPage(record);
+        stack.addPage(spinner);
+        QCOMPARE(stack.count(), 2);
+        QCOMPARE(stack.currentPage(), record);
+        // As large as the largest page, so swapping pages does not move the layout around it.
+        QCOMPARE(stack.sizeHint(), record->sizeHint().expandedTo(spinner->sizeHint()));
+
+        stack.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&stack));
+        QVERIFY(record->isVisible() && !spinner->isVisible());
+        QSignalSpy changed(&stack, &FadingStack::currentPageChanged);
+        stack.setCurrentPage(spinner);
+        QCOMPARE(changed.size(), 1);
+        QVERIFY(stack.isFading());
+        // Both show during the fade, the incoming one starting transparent.
+        QVERIFY(record->isVisible() && spinner->isVisible());
+        auto *incoming = qobject_cast<QGraphicsOpacityEffect *>(spinner->graphicsEffect());
+        QVERIFY(incoming);
+        QVERIFY(incoming->opacity() < 0.5);
+        QTRY_VERIFY_WITH_TIMEOUT(!stack.isFading(), 2000);
+        QVERIFY(!record->isVisible() && spinner->isVisible());
+        QCOMPARE(spinner->graphicsEffect(), nullptr);
+        QCOMPARE(record->graphicsEffect(), nullptr);
+
+        // A change during a fade finishes the first one at once.
+        stack.setCurrentPage(record);
+        stack.setCurrentPage(spinner);
+        QVERIFY(stack.isFading());
+        QVERIFY(record->isVisible());
+        QTRY_VERIFY_WITH_TIMEOUT(!stack.isFading(), 2000);
+        QVERIFY(!record->isVisible());
+
+        // Without animation (snapshots), the change is immediate.
+        stack.setAnimated(false);
+        stack.setCurrentPage(record);
+        QVERIFY(!stack.isFading());
+        QVERIFY(record->isVisible() && !spinner->isVisible());
+        QCOMPARE(record->graphicsEffect(), nullptr);
+        // Unknown pages and the current page change nothing.
+        QWidget stranger;
+        stack.setCurrentPage(&stranger);
+        stack.setCurrentPage(record);
+        QCOMPARE(changed.size(), 4);
     }
 
     void renderButtons()
