@@ -2,6 +2,8 @@
 #include "ui/ClockText.h"
 #include "ui/EqualColumnsLayout.h"
 #include "ui/FadingStack.h"
+#include "ui/OutlinedBox.h"
+#include "ui/StepBadge.h"
 #include "ui/Palette.h"
 #include "ui/PillButton.h"
 #include "ui/QrCodeView.h"
@@ -306,6 +308,32 @@ private slots:
         QCOMPARE(changed.size(), 4);
     }
 
+    void badgeAndBox()
+    {
+        StepBadge badge(2);
+        QCOMPARE(badge.size(), QSize(24, 24));
+        const QImage open = Rendering::toImage(badge, 2, Palette::selvaroBackground());
+        badge.setDone(true);
+        const QImage done = Rendering::toImage(badge, 2, Palette::selvaroBackground());
+        // Open: a faint disc; done: green, with the white check in the middle.
+        const QColor faint = Palette::badgeFill();
+        const QRgb expectedOpen = qRgb(qRound(Palette::selvaroBackground().red() * (1 - faint.alphaF())),
+                                       qRound(Palette::selvaroBackground().green() * (1 - faint.alphaF())),
+                                       qRound(Palette::selvaroBackground().blue() * (1 - faint.alphaF())));
+        QVERIFY(std::abs(qRed(open.pixel(8, 24)) - qRed(expectedOpen)) <= 2);
+        QCOMPARE(done.pixel(8, 24), Palette::systemGreen().rgb());
+        QCOMPARE(done.pixel(0, 0), Palette::selvaroBackground().rgb());
+
+        OutlinedBox box;
+        box.resize(100, 60);
+        const QImage framed = Rendering::toImage(box, 2, Qt::white);
+        // The stroke lies inside the bounds: the edge's middle row is grey at
+        // the outermost pixels, the corner is cut by the radius, the inside is clear.
+        QVERIFY(qRed(framed.pixel(0, 60)) < 250);
+        QCOMPARE(framed.pixel(0, 0), qRgb(255, 255, 255));
+        QCOMPARE(framed.pixel(100, 60), qRgb(255, 255, 255));
+    }
+
     void renderButtons()
     {
         Page page;
@@ -403,6 +431,24 @@ private slots:
             layout->addStretch();
             page.layout->addWidget(strip);
         }
+        auto *box = new OutlinedBox;
+        box->setMaximumWidth(320);
+        auto *rows = new QVBoxLayout(box);
+        rows->setContentsMargins(16, 12, 16, 12);
+        for (const bool done : {true, false}) {
+            auto *row = new QHBoxLayout;
+            row->setSpacing(12);
+            auto *badge = new StepBadge(done ? 1 : 2);
+            badge->setDone(done);
+            row->addWidget(badge);
+            row->addWidget(text(done ? QStringLiteral("Microphone") : QStringLiteral("System audio"), Typography::body(),
+                                Palette::primaryText()));
+            row->addStretch();
+            if (!done)
+                row->addWidget(new PillButton(QStringLiteral("Allow"), {Kind::primary, Size::small}));
+            rows->addLayout(row);
+        }
+        page.layout->addWidget(box, 0, Qt::AlignHCenter);
         page.save(QStringLiteral("qr-and-symbols"), m_dir);
     }
 };
