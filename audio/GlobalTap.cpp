@@ -83,3 +83,9 @@ Capture::Counters GlobalTap::counters() const
 {
     return m_capture ? m_capture->counters() : Capture::Counters {};
 }
+
+void GlobalTap::catchUp()
+{
+    if (m_capture)
+        m_capture->catchUp();
+}

@@ -48,6 +48,8 @@ public:
     // calls the invalidation handler once. Safe to repeat.
     void invalidate();
 
+    // Writes silence up to the present if the output has been quiet (see Capture::catchUp).
+    void catchUp();
     // Frames the server delivered since run(), for the accounting of lost frames.
     [[nodiscard]] Capture::Counters counters() const;
 

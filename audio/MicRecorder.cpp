@@ -80,6 +80,8 @@ void MicRecorder::stop()
     qCDebug(lcMicRecorder) << "stop()";
     if (!m_isRecording)
         return;
+    if (m_audioRecorder)
+        m_audioRecorder->catchUp();
     release();
     setRecording(false);
     qCDebug(lcMicRecorder) << "Microphone recording stopped";

@@ -13,6 +13,9 @@ namespace {
 constexpr auto blockDuration = 25ms;
 // How long a failed stream or server waits before the next attempt.
 constexpr auto retryDelay = 1000ms;
+// How often quiet spells are looked for, and how long one must last to count.
+constexpr auto tickInterval = 50ms;
+constexpr auto quietAfter = 100ms;
 // A default sink that vanished is usually replaced within moments (a headset
 // switching profile): give the server that moment before asking for the default.
 constexpr auto followDelay = 100ms;
@@ -39,6 +42,7 @@ PulseCapture::~PulseCapture()
     m_stopping = true;
     m_running = false;
     m_connection.cancel(std::exchange(m_retry, nullptr));
+    m_connection.cancel(std::exchange(m_ticker, nullptr));
     closeStream();
     m_connection.setStateHandler({});
     m_connection.disconnect();
@@ -79,6 +83,8 @@ std::optional<QString> PulseCapture::start()
         return error;
     }
     m_running = true;
+    m_clockStart = m_lastData = Clock::now();
+    tick();
     qCDebug(category()).noquote() << "Capturing from" << (device.isEmpty() ? QByteArray("the default source") : device);
     return std::nullopt;
 }
@@ -89,10 +95,13 @@ void PulseCapture::setSuspended(bool suspended)
     if (suspended == m_suspended)
         return;
     m_suspended = suspended;
-    if (suspended)
+    if (suspended) {
         m_suspendedAt = Clock::now();
-    else
+    } else {
         m_suspendedTotal += Clock::now() - m_suspendedAt;
+        m_lastData = Clock::now(); // the first block after a resume takes a moment
+        m_flowing = false;
+    }
     if (m_stream && pa_stream_get_state(m_stream) == PA_STREAM_READY) {
         if (pa_operation *operation = pa_stream_cork(m_stream, suspended ? 1 : 0, nullptr, nullptr))
             pa_operation_unref(operation);
@@ -125,6 +134,8 @@ bool PulseCapture::openStream(const QByteArray &device)
         pa_usec_to_bytes(std::chrono::microseconds(blockDuration).count(), &spec));
     const pa_buffer_attr attributes { static_cast<uint32_t>(-1), static_cast<uint32_t>(-1),
                                       static_cast<uint32_t>(-1), static_cast<uint32_t>(-1), fragment };
+    // Without adjusting the latency a monitor of an idle sink delivers in bursts of
+    // up to two seconds.
     int flags = PA_STREAM_ADJUST_LATENCY;
     if (m_source == CaptureSource::systemOutput)
         flags |= PA_STREAM_DONT_MOVE;
@@ -170,7 +181,7 @@ void PulseCapture::onStreamState()
         return; // a lost server is handled by onContextState
     // With do-not-move the server kills the stream when its sink goes away.
     qCWarning(category()) << "Capture stream ended:" << m_connection.lastError();
-    m_gapPending = true;
+    m_interrupted = true;
     reconnectIn(followDelay);
 }
 
@@ -188,7 +199,7 @@ void PulseCapture::onContextState(pa_context_state_t state)
         if (!m_outage)
             qCWarning(category()) << "Sound server connection lost:" << m_connection.lastError();
         m_outage = true;
-        m_gapPending = true;
+        m_interrupted = true;
         reconnectIn(retryDelay);
     }
 }
@@ -239,7 +250,7 @@ void PulseCapture::follow(const QByteArray &sink)
         if (eol || !info)
             return;
         capture->m_sink = info->name;
-        capture->m_gapPending = true;
+        capture->m_interrupted = true;
         if (!capture->openStream(info->monitor_source_name))
             capture->reconnectIn(retryDelay);
     };
@@ -295,35 +306,67 @@ void PulseCapture::onRead()
     }
 }
 
+qint64 PulseCapture::expectedFrames(Clock::time_point now) const
+{
+    Clock::duration running = now - m_clockStart - m_suspendedTotal;
+    if (m_suspended)
+        running -= now - m_suspendedAt;
+    return static_cast<qint64>(std::chrono::duration<double>(running).count() * m_spec.rate);
+}
+
 void PulseCapture::account(qint64 frames)
 {
     const Clock::time_point now = Clock::now();
-    if (!m_clockStarted) {
-        // The first block covers the time just before it arrived.
-        m_clockStarted = true;
-        m_clockStart = now - std::chrono::duration_cast<Clock::duration>(
-                           std::chrono::duration<double>(static_cast<double>(frames) / m_spec.rate));
-        m_gapPending = false;
+    m_lastData = now;
+    m_interrupted = false;
+    const qint64 deficit = expectedFrames(now) - (m_delivered + frames);
+    if (!m_flowing) {
+        m_flowing = true;
+        m_baseline = deficit;
         return;
     }
-    const double running = std::chrono::duration<double>(now - m_clockStart - m_suspendedTotal).count();
-    const auto expected = static_cast<qint64>(running * m_spec.rate);
-    qint64 deficit = expected - (m_delivered + frames);
-    if (m_gapPending) {
-        m_gapPending = false;
-        const qint64 gap = deficit - m_baseline;
-        if (gap > 0) {
-            qCInfo(category()) << "Filling" << gap * 1000 / m_spec.rate << "ms of silence for the interruption";
-            m_framesOfSilence.fetch_add(static_cast<quint64>(gap), std::memory_order_relaxed);
-            deliver(nullptr, gap);
-            deficit -= gap;
-        }
-    } else if (deficit - m_baseline > m_spec.rate / 4) {
+    if (deficit - m_baseline > m_spec.rate / 4) {
         qCWarning(category()) << "About" << (deficit - m_baseline) * 1000 / m_spec.rate
                               << "ms of audio did not arrive from the sound server";
         m_baseline = deficit;
     }
     m_baseline = std::min(m_baseline, deficit);
+}
+
+void PulseCapture::tick()
+{
+    m_ticker = m_connection.schedule(tickInterval, [this] {
+        m_ticker = nullptr;
+        if (m_stopping)
+            return;
+        if (m_interrupted)
+            fillSilence(quietAfter);
+        tick();
+    });
+}
+
+void PulseCapture::fillSilence(std::chrono::milliseconds quietFor)
+{
+    const Clock::time_point now = Clock::now();
+    if (m_suspended || now - m_lastData < quietFor)
+        return;
+    // Stop a block short of the present: that much is normally on its way.
+    const qint64 slack = m_spec.rate * std::chrono::duration_cast<std::chrono::milliseconds>(blockDuration).count() / 1000;
+    const qint64 missing = expectedFrames(now) - slack - m_delivered;
+    if (missing <= 0)
+        return;
+    if (m_flowing)
+        qCDebug(category()) << "No audio from the sound server; writing silence";
+    m_flowing = false;
+    m_framesOfSilence.fetch_add(static_cast<quint64>(missing), std::memory_order_relaxed);
+    deliver(nullptr, missing);
+}
+
+void PulseCapture::catchUp()
+{
+    PulseConnection::Locker lock(m_connection);
+    if (m_running)
+        fillSilence(std::chrono::duration_cast<std::chrono::milliseconds>(blockDuration) * 2);
 }
 
 void PulseCapture::deliver(const void *data, qint64 frames)

@@ -22,7 +22,12 @@
 // clock, so that the two files of a recording stay aligned.
 //
 // Record streams get no overrun callback, so loss is detected by comparing the
-// frames received with the monotonic clock; it is logged.
+// frames received with the monotonic clock; it is logged. While the stream is
+// interrupted (a sink switch, a lost server) a ticker writes silence as time
+// passes, so the timeline stays continuous and a pause still drops the silence
+// that falls into it. Quiet spells of a working stream are left alone: a sink
+// that plays nothing may send nothing for a while and then deliver it late, and
+// filling those spells would stretch the timeline.
 //
 // Thread contract: start(), setSuspended(), counters() and the destructor run on
 // the owner's thread; everything else runs on the connection's mainloop thread.
@@ -36,6 +41,7 @@ public:
     [[nodiscard]] std::optional<QString> start();
 
     void setSuspended(bool suspended) override;
+    void catchUp() override;
     [[nodiscard]] Counters counters() const override;
 
 private:
@@ -54,6 +60,9 @@ private:
     void reconnect();
     void subscribe();
     void account(qint64 frames);
+    void tick();
+    void fillSilence(std::chrono::milliseconds quietFor);
+    [[nodiscard]] qint64 expectedFrames(Clock::time_point now) const;
     void deliver(const void *data, qint64 frames);
 
     PulseConnection m_connection;
@@ -69,9 +78,11 @@ private:
     bool m_stopping = false;
     bool m_suspended = false;
     bool m_outage = false;
-    bool m_gapPending = false;
-    bool m_clockStarted = false;
+    bool m_flowing = false;
+    bool m_interrupted = false;
+    pa_time_event *m_ticker = nullptr;
     Clock::time_point m_clockStart;
+    Clock::time_point m_lastData;
     Clock::time_point m_suspendedAt;
     Clock::duration m_suspendedTotal {};
     qint64 m_delivered = 0;

@@ -54,7 +54,7 @@ public:
     struct Counters
     {
         quint64 framesReceived = 0; // frames the server delivered (its gaps included)
-        quint64 framesOfSilence = 0; // frames of silence inserted for reconnection gaps
+        quint64 framesOfSilence = 0; // frames of silence written for quiet spells and reconnections
     };
 
     virtual ~Capture() = default;
@@ -65,6 +65,10 @@ public:
     // Asks the server to stop (true) or restart (false) sending; time spent
     // suspended is simply absent from what is delivered.
     virtual void setSuspended(bool suspended) = 0;
+    // Delivers silence up to the present when the server has sent nothing lately,
+    // so that a capture being stopped ends at the present and not when the last
+    // sound was heard.
+    virtual void catchUp() = 0;
     [[nodiscard]] virtual Counters counters() const = 0;
 };
 

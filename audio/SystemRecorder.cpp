@@ -100,6 +100,8 @@ void SystemRecorder::stop()
         return;
     // The file is closed before the tap stops: a block still arriving finds the
     // writer closed and is ignored, exactly as one arriving after the tap stopped.
+    // A quiet output sends nothing: the file still runs up to the present.
+    m_tap->catchUp();
     m_framesDelivered = statistics().framesDelivered;
     m_currentFile.close();
     setPaused(false);
