@@ -80,11 +80,7 @@ private Q_SLOTS:
     // Everything unloaded: no sink, no source (a computer without audio devices).
     void noDevicesGiveTheirErrors()
     {
-        for (const char *module : { "module-remap-source", "module-null-sink" }) {
-            bool ok = false;
-            pactl({ QStringLiteral("unload-module"), QLatin1String(module) }, &ok);
-            QVERIFY(ok);
-        }
+        QVERIFY(unloadAllDevices());
         PulseSoundServer server;
         LogCapture log;
         GlobalTap tap(server, false);

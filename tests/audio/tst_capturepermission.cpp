@@ -56,11 +56,7 @@ private Q_SLOTS:
 
     void deniedWithoutDevices()
     {
-        for (const char *module : { "module-remap-source", "module-null-sink" }) {
-            bool ok = false;
-            pactl({ QStringLiteral("unload-module"), QLatin1String(module) }, &ok);
-            QVERIFY(ok);
-        }
+        QVERIFY(unloadAllDevices());
         PulseSoundServer server;
         SystemAudioPermission system(server);
         MicrophonePermission microphone(server);
