@@ -1,0 +1,90 @@
+#pragma once
+
+#include "audio/SoundServer.h"
+
+#include <QLoggingCategory>
+#include <QString>
+
+#include <atomic>
+#include <condition_variable>
+#include <deque>
+#include <mutex>
+#include <optional>
+#include <thread>
+#include <vector>
+
+struct sf_private_tag;
+
+// Writes captured blocks to a WAV file on a thread of its own, so that the thread
+// that receives audio never waits on the disk.
+//
+// The file is RF64 that libsndfile writes as a plain WAV while it stays under
+// 4 GiB, and its header is rewritten after every block: a process killed at any
+// moment leaves a file that opens and holds everything written until then. A file
+// is created with mode 0600 (recordings are private).
+//
+// A failed write (disk full, I/O error) is logged once; from then on nothing more
+// is written and the file keeps what it held.
+//
+// Thread contract: open(), close() and the destructor on the owner's thread;
+// push() and setDropping() from any thread (push() only copies and queues); the
+// counters from any thread.
+class AudioFileWriter
+{
+public:
+    // `threadName` names the writer thread ("SystemRecorder", "MicRecorder");
+    // `category` is where write failures are logged.
+    AudioFileWriter(const char *threadName, const QLoggingCategory &category);
+    ~AudioFileWriter();
+    AudioFileWriter(const AudioFileWriter &) = delete;
+    AudioFileWriter &operator=(const AudioFileWriter &) = delete;
+
+    // Creates (or truncates) the file and starts the writer thread. push() always
+    // takes float samples; `stored` says how the file keeps them: rate, channels
+    // and sample type (float32 as 32-bit float, int16 as 16-bit PCM).
+    [[nodiscard]] std::optional<QString> open(const QString &path, const SampleSpec &stored);
+    [[nodiscard]] bool isOpen() const { return m_file != nullptr; }
+
+    // Queues a copy of `frames` interleaved frames; null `data` means that many
+    // frames of silence. Never waits on the disk. Blocks pushed when the file is
+    // closed are ignored; blocks the writer finds while dropping (paused) are
+    // discarded, so the file holds the kept spans back to back.
+    void push(const float *data, qint64 frames);
+    void setDropping(bool dropping) { m_dropping.store(dropping, std::memory_order_relaxed); }
+
+    // Writes what is queued, stops the thread and closes the file.
+    void close();
+
+    [[nodiscard]] quint64 framesWritten() const { return m_framesWritten.load(); }
+    [[nodiscard]] quint64 framesDropped() const { return m_framesDropped.load(); }
+    [[nodiscard]] bool failed() const { return m_failed.load(); }
+
+private:
+    struct Block
+    {
+        std::vector<float> samples; // empty for silence
+        qint64 frames = 0;
+    };
+
+    void run();
+    void write(const Block &block);
+
+    const char *m_threadName;
+    const QLoggingCategory &m_category;
+    SampleSpec m_spec;
+    sf_private_tag *m_file = nullptr;
+    int m_descriptor = -1;
+    std::thread m_thread;
+
+    std::mutex m_mutex;
+    std::condition_variable m_wake;
+    std::deque<Block> m_queue;
+    std::vector<std::vector<float>> m_spare; // recycled buffers: no allocation per block
+    bool m_closing = false;
+    bool m_accepting = false;
+
+    std::atomic<bool> m_dropping { false };
+    std::atomic<bool> m_failed { false };
+    std::atomic<quint64> m_framesWritten { 0 };
+    std::atomic<quint64> m_framesDropped { 0 };
+};

@@ -1,0 +1,376 @@
+#include "audio/PulseCapture.h"
+
+#include "common/Logging.h"
+
+#include <algorithm>
+
+using namespace std::chrono_literals;
+
+namespace {
+
+// Small blocks keep the two files aligned to within a few tens of milliseconds
+// without waking the process more than ~40 times a second per stream.
+constexpr auto blockDuration = 25ms;
+// How long a failed stream or server waits before the next attempt.
+constexpr auto retryDelay = 1000ms;
+// How often quiet spells are looked for, and how long one must last to count.
+constexpr auto tickInterval = 50ms;
+constexpr auto quietAfter = 100ms;
+// A default sink that vanished is usually replaced within moments (a headset
+// switching profile): give the server that moment before asking for the default.
+constexpr auto followDelay = 100ms;
+
+pa_sample_format_t formatOf(SampleSpec::Sample sample)
+{
+    return sample == SampleSpec::Sample::float32 ? PA_SAMPLE_FLOAT32NE : PA_SAMPLE_S16NE;
+}
+
+} // namespace
+
+PulseCapture::PulseCapture(QByteArray server, CaptureSource source, const SampleSpec &spec,
+                           SoundServer::BlockHandler onBlock)
+    : m_connection(std::move(server))
+    , m_source(source)
+    , m_spec(spec)
+    , m_onBlock(std::move(onBlock))
+{
+}
+
+PulseCapture::~PulseCapture()
+{
+    PulseConnection::Locker lock(m_connection);
+    m_stopping = true;
+    m_running = false;
+    m_connection.cancel(std::exchange(m_retry, nullptr));
+    m_connection.cancel(std::exchange(m_ticker, nullptr));
+    closeStream();
+    m_connection.setStateHandler({});
+    m_connection.disconnect();
+}
+
+const QLoggingCategory &PulseCapture::category() const
+{
+    return m_source == CaptureSource::systemOutput ? lcGlobalTap() : lcMicRecorder();
+}
+
+std::optional<QString> PulseCapture::start()
+{
+    PulseConnection::Locker lock(m_connection);
+    if (const int error = m_connection.connect())
+        return PulseConnection::errorText(error);
+    m_connection.setStateHandler([this](pa_context_state_t state) { onContextState(state); });
+
+    QByteArray device;
+    if (m_source == CaptureSource::systemOutput) {
+        auto output = m_connection.readDefaultOutput();
+        if (auto *error = std::get_if<AudioObjectError>(&output))
+            return error->message;
+        const auto &sink = std::get<OutputDevice>(output);
+        m_sink = sink.name.toUtf8();
+        device = sink.monitorSource.toUtf8();
+        subscribe();
+    }
+    if (!openStream(device))
+        return m_connection.lastError();
+    const bool settled = m_connection.wait([this] {
+        const pa_stream_state_t state = pa_stream_get_state(m_stream);
+        return state == PA_STREAM_READY || !PA_STREAM_IS_GOOD(state);
+    });
+    if (!settled || pa_stream_get_state(m_stream) != PA_STREAM_READY) {
+        const QString error = m_connection.lastError();
+        closeStream();
+        m_connection.disconnect();
+        return error;
+    }
+    m_running = true;
+    m_clockStart = m_lastData = Clock::now();
+    tick();
+    qCDebug(category()).noquote() << "Capturing from" << (device.isEmpty() ? QByteArray("the default source") : device);
+    return std::nullopt;
+}
+
+void PulseCapture::setSuspended(bool suspended)
+{
+    PulseConnection::Locker lock(m_connection);
+    if (suspended == m_suspended)
+        return;
+    m_suspended = suspended;
+    if (suspended) {
+        m_suspendedAt = Clock::now();
+    } else {
+        m_suspendedTotal += Clock::now() - m_suspendedAt;
+        m_lastData = Clock::now(); // the first block after a resume takes a moment
+        m_flowing = false;
+    }
+    if (m_stream && pa_stream_get_state(m_stream) == PA_STREAM_READY) {
+        if (pa_operation *operation = pa_stream_cork(m_stream, suspended ? 1 : 0, nullptr, nullptr))
+            pa_operation_unref(operation);
+    }
+}
+
+Capture::Counters PulseCapture::counters() const
+{
+    return { m_framesReceived.load(), m_framesOfSilence.load() };
+}
+
+bool PulseCapture::openStream(const QByteArray &device)
+{
+    closeStream();
+    pa_context *context = m_connection.context();
+    if (!context)
+        return false;
+    const pa_sample_spec spec { formatOf(m_spec.sample), static_cast<uint32_t>(m_spec.rate),
+                                static_cast<uint8_t>(m_spec.channels) };
+    const char *name = m_source == CaptureSource::systemOutput ? "System audio" : "Microphone";
+    m_stream = pa_stream_new(context, name, &spec, nullptr);
+    if (!m_stream)
+        return false;
+    pa_stream_set_state_callback(
+        m_stream, [](pa_stream *, void *self) { static_cast<PulseCapture *>(self)->onStreamState(); }, this);
+    pa_stream_set_read_callback(
+        m_stream, [](pa_stream *, size_t, void *self) { static_cast<PulseCapture *>(self)->onRead(); }, this);
+
+    const auto fragment = static_cast<uint32_t>(
+        pa_usec_to_bytes(std::chrono::microseconds(blockDuration).count(), &spec));
+    const pa_buffer_attr attributes { static_cast<uint32_t>(-1), static_cast<uint32_t>(-1),
+                                      static_cast<uint32_t>(-1), static_cast<uint32_t>(-1), fragment };
+    // Without adjusting the latency a monitor of an idle sink delivers in bursts of
+    // up to two seconds.
+    int flags = PA_STREAM_ADJUST_LATENCY;
+    if (m_source == CaptureSource::systemOutput)
+        flags |= PA_STREAM_DONT_MOVE;
+    if (m_suspended)
+        flags |= PA_STREAM_START_CORKED;
+    if (pa_stream_connect_record(m_stream, device.isEmpty() ? nullptr : device.constData(), &attributes,
+                                 static_cast<pa_stream_flags_t>(flags))
+        < 0) {
+        closeStream();
+        return false;
+    }
+    return true;
+}
+
+bool PulseCapture::streamIsGood() const
+{
+    return m_stream && PA_STREAM_IS_GOOD(pa_stream_get_state(m_stream));
+}
+
+void PulseCapture::closeStream()
+{
+    if (!m_stream)
+        return;
+    pa_stream_set_state_callback(m_stream, nullptr, nullptr);
+    pa_stream_set_read_callback(m_stream, nullptr, nullptr);
+    pa_stream_disconnect(m_stream);
+    pa_stream_unref(m_stream);
+    m_stream = nullptr;
+}
+
+void PulseCapture::onStreamState()
+{
+    pa_threaded_mainloop_signal(m_connection.mainloop(), 0);
+    if (!m_running || m_stopping || !m_stream)
+        return;
+    const pa_stream_state_t state = pa_stream_get_state(m_stream);
+    if (state == PA_STREAM_READY) {
+        const char *device = pa_stream_get_device_name(m_stream);
+        qCInfo(category()) << "Capturing from" << (device ? device : "the default source");
+        return;
+    }
+    if (PA_STREAM_IS_GOOD(state) || !m_connection.isReady())
+        return; // a lost server is handled by onContextState
+    // With do-not-move the server kills the stream when its sink goes away.
+    qCWarning(category()) << "Capture stream ended:" << m_connection.lastError();
+    m_interrupted = true;
+    reconnectIn(followDelay);
+}
+
+void PulseCapture::onContextState(pa_context_state_t state)
+{
+    if (!m_running || m_stopping)
+        return;
+    if (state == PA_CONTEXT_READY) {
+        if (m_outage)
+            qCInfo(category()) << "Reconnected to the sound server";
+        m_outage = false;
+        subscribe();
+        reconnect();
+    } else if (!PA_CONTEXT_IS_GOOD(state)) {
+        if (!m_outage)
+            qCWarning(category()) << "Sound server connection lost:" << m_connection.lastError();
+        m_outage = true;
+        m_interrupted = true;
+        reconnectIn(retryDelay);
+    }
+}
+
+void PulseCapture::subscribe()
+{
+    if (m_source != CaptureSource::systemOutput)
+        return;
+    pa_context *context = m_connection.context();
+    pa_context_set_subscribe_callback(
+        context,
+        [](pa_context *, pa_subscription_event_type_t type, uint32_t, void *self) {
+            if ((type & PA_SUBSCRIPTION_EVENT_FACILITY_MASK) == PA_SUBSCRIPTION_EVENT_SERVER)
+                static_cast<PulseCapture *>(self)->onServerChanged();
+        },
+        this);
+    if (pa_operation *operation = pa_context_subscribe(context, PA_SUBSCRIPTION_MASK_SERVER, nullptr, nullptr))
+        pa_operation_unref(operation);
+}
+
+void PulseCapture::onServerChanged()
+{
+    auto onInfo = [](pa_context *, const pa_server_info *info, void *self) {
+        auto *capture = static_cast<PulseCapture *>(self);
+        if (!info || !info->default_sink_name || capture->m_stopping)
+            return;
+        const QByteArray sink(info->default_sink_name);
+        if (sink == capture->m_sink && capture->streamIsGood())
+            return;
+        qCInfo(capture->category()).noquote() << "Default output is now" << sink << "- following it";
+        capture->follow(sink);
+    };
+    if (pa_operation *operation = pa_context_get_server_info(m_connection.context(), onInfo, this))
+        pa_operation_unref(operation);
+}
+
+void PulseCapture::follow(const QByteArray &sink)
+{
+    auto onSink = [](pa_context *, const pa_sink_info *info, int eol, void *self) {
+        auto *capture = static_cast<PulseCapture *>(self);
+        if (capture->m_stopping)
+            return;
+        if (eol < 0) {
+            // Gone again before we got to it; the next attempt asks afresh.
+            capture->reconnectIn(followDelay);
+            return;
+        }
+        if (eol || !info)
+            return;
+        capture->m_sink = info->name;
+        capture->m_interrupted = true;
+        if (!capture->openStream(info->monitor_source_name))
+            capture->reconnectIn(retryDelay);
+    };
+    if (pa_operation *operation
+        = pa_context_get_sink_info_by_name(m_connection.context(), sink.constData(), onSink, this))
+        pa_operation_unref(operation);
+}
+
+void PulseCapture::reconnectIn(std::chrono::milliseconds delay)
+{
+    if (m_retry || m_stopping)
+        return;
+    m_retry = m_connection.schedule(delay, [this] {
+        m_retry = nullptr;
+        reconnect();
+    });
+}
+
+void PulseCapture::reconnect()
+{
+    if (m_stopping || streamIsGood())
+        return; // already replaced, e.g. by following a new default sink
+    closeStream();
+    if (!m_connection.isReady()) {
+        pa_context *context = m_connection.context();
+        const bool connecting = context && PA_CONTEXT_IS_GOOD(pa_context_get_state(context));
+        if (!connecting)
+            m_connection.connectAsync(); // its READY state brings us back here
+        return;
+    }
+    if (m_source == CaptureSource::defaultInput) {
+        if (!openStream({}))
+            reconnectIn(retryDelay);
+        return;
+    }
+    m_sink.clear();
+    onServerChanged();
+}
+
+void PulseCapture::onRead()
+{
+    const int frameBytes = m_spec.bytesPerFrame();
+    while (m_stream && pa_stream_readable_size(m_stream) > 0) {
+        const void *data = nullptr;
+        size_t bytes = 0;
+        if (pa_stream_peek(m_stream, &data, &bytes) < 0 || bytes == 0)
+            return;
+        const auto frames = static_cast<qint64>(bytes / static_cast<size_t>(frameBytes));
+        m_framesReceived.fetch_add(static_cast<quint64>(frames), std::memory_order_relaxed);
+        account(frames);
+        deliver(data, frames); // a null pointer is a hole in the stream: silence
+        pa_stream_drop(m_stream);
+    }
+}
+
+qint64 PulseCapture::expectedFrames(Clock::time_point now) const
+{
+    Clock::duration running = now - m_clockStart - m_suspendedTotal;
+    if (m_suspended)
+        running -= now - m_suspendedAt;
+    return static_cast<qint64>(std::chrono::duration<double>(running).count() * m_spec.rate);
+}
+
+void PulseCapture::account(qint64 frames)
+{
+    const Clock::time_point now = Clock::now();
+    m_lastData = now;
+    m_interrupted = false;
+    const qint64 deficit = expectedFrames(now) - (m_delivered + frames);
+    if (!m_flowing) {
+        m_flowing = true;
+        m_baseline = deficit;
+        return;
+    }
+    if (deficit - m_baseline > m_spec.rate / 4) {
+        qCWarning(category()) << "About" << (deficit - m_baseline) * 1000 / m_spec.rate
+                              << "ms of audio did not arrive from the sound server";
+        m_baseline = deficit;
+    }
+    m_baseline = std::min(m_baseline, deficit);
+}
+
+void PulseCapture::tick()
+{
+    m_ticker = m_connection.schedule(tickInterval, [this] {
+        m_ticker = nullptr;
+        if (m_stopping)
+            return;
+        if (m_interrupted)
+            fillSilence(quietAfter);
+        tick();
+    });
+}
+
+void PulseCapture::fillSilence(std::chrono::milliseconds quietFor)
+{
+    const Clock::time_point now = Clock::now();
+    if (m_suspended || now - m_lastData < quietFor)
+        return;
+    // Stop a block short of the present: that much is normally on its way.
+    const qint64 slack = m_spec.rate * std::chrono::duration_cast<std::chrono::milliseconds>(blockDuration).count() / 1000;
+    const qint64 missing = expectedFrames(now) - slack - m_delivered;
+    if (missing <= 0)
+        return;
+    if (m_flowing)
+        qCDebug(category()) << "No audio from the sound server; writing silence";
+    m_flowing = false;
+    m_framesOfSilence.fetch_add(static_cast<quint64>(missing), std::memory_order_relaxed);
+    deliver(nullptr, missing);
+}
+
+void PulseCapture::catchUp()
+{
+    PulseConnection::Locker lock(m_connection);
+    if (m_running)
+        fillSilence(std::chrono::duration_cast<std::chrono::milliseconds>(blockDuration) * 2);
+}
+
+void PulseCapture::deliver(const void *data, qint64 frames)
+{
+    m_delivered += frames;
+    m_onBlock(data, frames);
+}

@@ -1,0 +1,76 @@
+#include "audio/PulseSoundServer.h"
+
+#include "audio/PulseCapture.h"
+#include "audio/PulseConnection.h"
+
+PulseSoundServer::PulseSoundServer(QByteArray server)
+    : m_server(std::move(server))
+{
+}
+
+PulseSoundServer::~PulseSoundServer() = default;
+
+std::variant<OutputDevice, AudioObjectError> PulseSoundServer::defaultOutput()
+{
+    if (!m_reads)
+        m_reads = std::make_unique<PulseConnection>(m_server);
+    PulseConnection::Locker lock(*m_reads);
+    return m_reads->readDefaultOutput();
+}
+
+std::variant<std::unique_ptr<Capture>, QString>
+PulseSoundServer::startCapture(CaptureSource source, const SampleSpec &spec, BlockHandler onBlock)
+{
+    auto capture = std::make_unique<PulseCapture>(m_server, source, spec, std::move(onBlock));
+    if (auto error = capture->start())
+        return *error;
+    return std::unique_ptr<Capture>(std::move(capture));
+}
+
+CaptureAccess PulseSoundServer::probe(CaptureSource source)
+{
+    PulseConnection connection(m_server);
+    PulseConnection::Locker lock(connection);
+    if (const int error = connection.connect())
+        return error == PA_ERR_ACCESS || error == PA_ERR_AUTHKEY ? CaptureAccess::refused
+                                                                 : CaptureAccess::unreachable;
+    QByteArray device;
+    if (source == CaptureSource::systemOutput) {
+        auto output = connection.readDefaultOutput();
+        if (!std::holds_alternative<OutputDevice>(output))
+            return CaptureAccess::refused;
+        device = std::get<OutputDevice>(output).monitorSource.toUtf8();
+    } else {
+        auto name = connection.readDefaultSourceName();
+        if (!std::holds_alternative<QByteArray>(name))
+            return CaptureAccess::refused;
+        device = std::get<QByteArray>(name);
+    }
+
+    // Opening a corked record stream asks the server everything a capture would,
+    // without moving a single sample.
+    const pa_sample_spec spec { PA_SAMPLE_FLOAT32NE, 48000, 1 };
+    pa_stream *stream = pa_stream_new(connection.context(), "Permission probe", &spec, nullptr);
+    if (!stream)
+        return CaptureAccess::refused;
+    pa_stream_set_state_callback(
+        stream, [](pa_stream *, void *mainloop) {
+            pa_threaded_mainloop_signal(static_cast<pa_threaded_mainloop *>(mainloop), 0);
+        },
+        connection.mainloop());
+    bool ready = false;
+    if (pa_stream_connect_record(stream, device.constData(), nullptr,
+                                 static_cast<pa_stream_flags_t>(PA_STREAM_START_CORKED | PA_STREAM_DONT_MOVE))
+        == 0) {
+        connection.wait([stream] { return !PA_STREAM_IS_GOOD(pa_stream_get_state(stream))
+                                          || pa_stream_get_state(stream) == PA_STREAM_READY; });
+        ready = pa_stream_get_state(stream) == PA_STREAM_READY;
+    }
+    const bool serverGone = !connection.isReady();
+    pa_stream_set_state_callback(stream, nullptr, nullptr);
+    pa_stream_disconnect(stream);
+    pa_stream_unref(stream);
+    if (ready)
+        return CaptureAccess::allowed;
+    return serverGone ? CaptureAccess::unreachable : CaptureAccess::refused;
+}

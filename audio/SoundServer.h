@@ -1,0 +1,106 @@
+#pragma once
+
+#include "audio/CaptureError.h"
+
+#include <QString>
+#include <QtGlobal>
+
+#include <functional>
+#include <memory>
+#include <variant>
+
+// How a capture delivers its samples: interleaved frames of one sample type.
+struct SampleSpec
+{
+    enum class Sample { float32, int16 };
+
+    Sample sample = Sample::float32;
+    int rate = 0;
+    int channels = 0;
+
+    bool operator==(const SampleSpec &) const = default;
+    [[nodiscard]] bool isValid() const { return rate > 0 && channels > 0 && channels <= 32; }
+    [[nodiscard]] int bytesPerFrame() const { return channels * (sample == Sample::float32 ? 4 : 2); }
+    // "48000 Hz, 2 ch, float32, interleaved" — for log lines.
+    [[nodiscard]] QString description() const;
+};
+
+// The device everything is played into, as the sound server describes it.
+struct OutputDevice
+{
+    QString name;
+    SampleSpec spec;
+    QString monitorSource;
+};
+
+enum class CaptureSource {
+    systemOutput, // what the computer plays: the monitor of the default output
+    defaultInput, // the microphone: the default input
+};
+
+// What a probe found out about capturing from a source.
+enum class CaptureAccess {
+    unreachable, // no sound server answered
+    refused,     // the server refused, or has no such device
+    allowed,
+};
+
+// One running capture. Destroying it ends the capture; once the destructor has
+// returned no block handler runs any more. Owned and called on one thread (the
+// main thread in the app).
+class Capture
+{
+public:
+    struct Counters
+    {
+        quint64 framesReceived = 0; // frames the server delivered (its gaps included)
+        quint64 framesOfSilence = 0; // frames of silence written for quiet spells and reconnections
+    };
+
+    virtual ~Capture() = default;
+    Capture() = default;
+    Capture(const Capture &) = delete;
+    Capture &operator=(const Capture &) = delete;
+
+    // Asks the server to stop (true) or restart (false) sending; time spent
+    // suspended is simply absent from what is delivered.
+    virtual void setSuspended(bool suspended) = 0;
+    // Delivers silence up to the present when the server has sent nothing lately,
+    // so that a capture being stopped ends at the present and not when the last
+    // sound was heard.
+    virtual void catchUp() = 0;
+    [[nodiscard]] virtual Counters counters() const = 0;
+};
+
+// Access to the sound server: the few reads the recorders need, captures and the
+// permission probe. The application picks one implementation where it is built and
+// passes it to the recorders and permissions; tests do the same with their own.
+class SoundServer
+{
+public:
+    // Called on the server's own thread for every block: `data` holds `frames`
+    // interleaved frames in the requested spec, or is null for `frames` frames of
+    // silence (a gap the server reported or a reconnection). It must copy what it
+    // needs and return at once: it must never wait on a disk or a lock held long.
+    using BlockHandler = std::function<void(const void *data, qint64 frames)>;
+
+    virtual ~SoundServer() = default;
+    SoundServer() = default;
+    SoundServer(const SoundServer &) = delete;
+    SoundServer &operator=(const SoundServer &) = delete;
+
+    // The default output device. Blocks for at most a short bounded time; an error
+    // reads "Error reading data for <what>: <server status>".
+    [[nodiscard]] virtual std::variant<OutputDevice, AudioObjectError> defaultOutput() = 0;
+
+    // Starts capturing `source` in `spec` and returns once the server sends (or has
+    // refused: then the server's status text). A systemOutput capture follows the
+    // default output when it changes or disappears and reconnects after the server
+    // restarts, filling gaps with silence so that the timeline stays continuous.
+    [[nodiscard]] virtual std::variant<std::unique_ptr<Capture>, QString>
+    startCapture(CaptureSource source, const SampleSpec &spec, BlockHandler onBlock) = 0;
+
+    // Tries whether capturing `source` would work. Safe to call from any thread; may
+    // take up to a couple of seconds when the server does not answer.
+    [[nodiscard]] virtual CaptureAccess probe(CaptureSource source) = 0;
+};
