@@ -195,9 +195,9 @@ AudioObjectError readError(const QString &what, const QString &status)
 
 } // namespace
 
-std::variant<OutputDevice, AudioObjectError> PulseConnection::readDefaultOutput()
+std::variant<QByteArray, AudioObjectError> PulseConnection::readDefaultName(bool sink)
 {
-    const QString what = QStringLiteral("default sink");
+    const QString what = sink ? QStringLiteral("default sink") : QStringLiteral("default source");
     if (const int error = connect())
         return readError(what, errorText(error));
     ServerNames names;
@@ -205,11 +205,23 @@ std::variant<OutputDevice, AudioObjectError> PulseConnection::readDefaultOutput(
         auto *names = static_cast<ServerNames *>(userdata);
         if (info && info->default_sink_name)
             names->sink = info->default_sink_name;
+        if (info && info->default_source_name)
+            names->source = info->default_source_name;
     };
     if (!waitFor(pa_context_get_server_info(m_context, onServer, &names)))
         return readError(what, lastError());
-    if (names.sink.isEmpty())
+    const QByteArray name = sink ? names.sink : names.source;
+    if (name.isEmpty())
         return readError(what, errorText(PA_ERR_NOENTITY));
+    return name;
+}
+
+std::variant<OutputDevice, AudioObjectError> PulseConnection::readDefaultOutput()
+{
+    auto name = readDefaultName(true);
+    if (auto *error = std::get_if<AudioObjectError>(&name))
+        return *error;
+    const QByteArray sink = std::get<QByteArray>(name);
 
     SinkReply reply;
     auto onSink = [](pa_context *, const pa_sink_info *info, int eol, void *userdata) {
@@ -221,30 +233,17 @@ std::variant<OutputDevice, AudioObjectError> PulseConnection::readDefaultOutput(
         reply->device.spec = sampleSpecOf(info->sample_spec);
         reply->device.monitorSource = QString::fromUtf8(info->monitor_source_name);
     };
-    const QString sinkWhat = QStringLiteral("sink ") + QString::fromUtf8(names.sink);
-    if (!waitFor(pa_context_get_sink_info_by_name(m_context, names.sink.constData(), onSink, &reply)))
-        return readError(sinkWhat, lastError());
+    const QString what = QStringLiteral("sink ") + QString::fromUtf8(sink);
+    if (!waitFor(pa_context_get_sink_info_by_name(m_context, sink.constData(), onSink, &reply)))
+        return readError(what, lastError());
     if (!reply.found)
-        return readError(sinkWhat, errorText(PA_ERR_NOENTITY));
+        return readError(what, errorText(PA_ERR_NOENTITY));
     return reply.device;
 }
 
 std::variant<QByteArray, AudioObjectError> PulseConnection::readDefaultSourceName()
 {
-    const QString what = QStringLiteral("default source");
-    if (const int error = connect())
-        return readError(what, errorText(error));
-    ServerNames names;
-    auto onServer = [](pa_context *, const pa_server_info *info, void *userdata) {
-        auto *names = static_cast<ServerNames *>(userdata);
-        if (info && info->default_source_name)
-            names->source = info->default_source_name;
-    };
-    if (!waitFor(pa_context_get_server_info(m_context, onServer, &names)))
-        return readError(what, lastError());
-    if (names.source.isEmpty())
-        return readError(what, errorText(PA_ERR_NOENTITY));
-    return names.source;
+    return readDefaultName(false);
 }
 
 QString PulseConnection::lastError() const

@@ -78,6 +78,7 @@ public:
     void cancel(pa_time_event *event);
 
 private:
+    [[nodiscard]] std::variant<QByteArray, AudioObjectError> readDefaultName(bool sink);
     static void onState(pa_context *context, void *self);
 
     QByteArray m_server;

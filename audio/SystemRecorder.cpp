@@ -102,7 +102,7 @@ void SystemRecorder::stop()
     // writer closed and is ignored, exactly as one arriving after the tap stopped.
     // A quiet output sends nothing: the file still runs up to the present.
     m_tap->catchUp();
-    m_framesDelivered = statistics().framesDelivered;
+    m_finalCounters = m_tap->counters();
     m_currentFile.close();
     setPaused(false);
     m_tap->invalidate();
@@ -127,10 +127,7 @@ void SystemRecorder::cancel()
 
 SystemRecorder::Statistics SystemRecorder::statistics() const
 {
-    quint64 delivered = m_framesDelivered;
-    if (m_tap && m_tap->isActivated()) {
-        const Capture::Counters counters = m_tap->counters();
-        delivered = counters.framesReceived + counters.framesOfSilence;
-    }
-    return { delivered, m_currentFile.framesWritten(), m_currentFile.framesDropped() };
+    const Capture::Counters counters = m_tap && m_tap->isActivated() ? m_tap->counters() : m_finalCounters;
+    return { counters.framesReceived + counters.framesOfSilence, counters.framesOfSilence,
+             m_currentFile.framesWritten(), m_currentFile.framesDropped() };
 }

@@ -27,6 +27,7 @@ public:
     struct Statistics
     {
         quint64 framesDelivered = 0; // by the server, silence for interruptions included
+        quint64 framesOfSilence = 0; // of those, silence written for interruptions
         quint64 framesWritten = 0;
         quint64 framesDropped = 0; // while paused, or after a write error
     };
@@ -64,5 +65,5 @@ private:
     // Declared before the tap so that it outlives it: the tap's thread pushes into it.
     AudioFileWriter m_currentFile;
     std::unique_ptr<GlobalTap> m_tap;
-    quint64 m_framesDelivered = 0;
+    Capture::Counters m_finalCounters;
 };

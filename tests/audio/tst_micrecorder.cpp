@@ -1,5 +1,6 @@
 #include "audio/MicRecorder.h"
 #include "audio/PulseSoundServer.h"
+#include "support/CaptureChecks.h"
 #include "support/LogCapture.h"
 #include "support/SoundFile.h"
 #include "support/ToneAnalysis.h"
@@ -14,20 +15,6 @@
 #include <sndfile.h>
 
 using namespace ToneAnalysis;
-
-namespace {
-
-bool waitForAudio(const MicRecorder &recorder)
-{
-    return QTest::qWaitFor([&] { return recorder.statistics().framesWritten > 0; }, 5000);
-}
-
-double dominant(const SoundFile &file, double from, double length)
-{
-    return dominantFrequency(file.channelSpan(0, from, length), file.rate);
-}
-
-} // namespace
 
 // The microphone against the private sound server: whatever is played into the
 // "micfeed" sink is what the default source "mic" hears.
@@ -49,7 +36,7 @@ private Q_SLOTS:
         QSignalSpy recording(&recorder, &MicRecorder::isRecordingChanged);
         QVERIFY(!recorder.start());
         QVERIFY(recorder.isRecording());
-        QVERIFY(waitForAudio(recorder));
+        QVERIFY(waitForFirstAudio(recorder));
         QElapsedTimer elapsed;
         elapsed.start();
         QTest::qWait(800);
@@ -82,7 +69,7 @@ private Q_SLOTS:
         MicRecorder recorder(path, server);
         auto before = std::make_unique<TonePlayer>(1000, "micfeed");
         QVERIFY(!recorder.start());
-        QVERIFY(waitForAudio(recorder));
+        QVERIFY(waitForFirstAudio(recorder));
         QElapsedTimer running;
         running.start();
         QTest::qWait(500);
@@ -107,8 +94,8 @@ private Q_SLOTS:
         QVERIFY(file.ok);
         const auto all = file.channelSpan(0, 0, file.seconds());
         QVERIFY(energyAt(all, file.rate, 880) < energyAt(all, file.rate, 660) / 100);
-        QCOMPARE(dominant(file, 0.1, 0.3), 1000.0);
-        QCOMPARE(dominant(file, file.seconds() - 0.3, 0.25), 660.0);
+        QCOMPARE(dominantAt(file, 0.1, 0.3), 1000.0);
+        QCOMPARE(dominantAt(file, file.seconds() - 0.3, 0.25), 660.0);
         // A resumed source may take a moment to deliver again; nothing of the pause is in the file.
         QVERIFY2(file.seconds() < static_cast<double>(recorded) / 1000 + 0.06,
                  qPrintable(QStringLiteral("file %1 s, recorded %2 ms").arg(file.seconds()).arg(recorded)));

@@ -1,6 +1,7 @@
 #include "audio/GlobalTap.h"
 #include "audio/PulseSoundServer.h"
 #include "audio/SystemRecorder.h"
+#include "support/CaptureChecks.h"
 #include "support/LogCapture.h"
 #include "support/Pactl.h"
 #include "support/SoundFile.h"
@@ -16,22 +17,6 @@
 #include <sndfile.h>
 
 using namespace ToneAnalysis;
-
-namespace {
-
-// A null sink that was idle starts delivering its monitor only after its latency
-// has come down; recorded time counts from the first block written.
-bool waitForAudio(const SystemRecorder &recorder)
-{
-    return QTest::qWaitFor([&] { return recorder.statistics().framesWritten > 0; }, 5000);
-}
-
-double dominant(const SoundFile &file, double from, double length)
-{
-    return dominantFrequency(file.channelSpan(0, from, length), file.rate);
-}
-
-} // namespace
 
 // System audio capture against the private sound server: the default sink
 // "speakers" carries a 440 Hz tone, the microphone feed a 1000 Hz one that must
@@ -99,7 +84,7 @@ private Q_SLOTS:
         SystemRecorder recorder(path, server);
         QVERIFY(!recorder.start());
         QVERIFY(QFileInfo::exists(path));
-        QVERIFY(waitForAudio(recorder));
+        QVERIFY(waitForFirstAudio(recorder));
         QElapsedTimer elapsed;
         elapsed.start();
         QTest::qWait(1000);
@@ -117,7 +102,7 @@ private Q_SLOTS:
         QCOMPARE(file.channels, 2);
         QVERIFY2(std::abs(file.seconds() - recorded) < 0.06,
                  qPrintable(QStringLiteral("file %1 s, recorded %2 s").arg(file.seconds()).arg(recorded)));
-        QCOMPARE(dominant(file, 0.2, 0.6), 440.0);
+        QCOMPARE(dominantAt(file, 0.2, 0.6), 440.0);
         const auto right = file.channelSpan(1, 0.2, 0.6);
         QCOMPARE(dominantFrequency(right, file.rate), 440.0);
         QVERIFY(energyAt(right, file.rate, 1000) < energyAt(right, file.rate, 440) / 1000);
@@ -137,7 +122,7 @@ private Q_SLOTS:
         QSignalSpy paused(&recorder, &SystemRecorder::isPausedChanged);
         auto before = std::make_unique<TonePlayer>(440, "speakers");
         QVERIFY(!recorder.start());
-        QVERIFY(waitForAudio(recorder));
+        QVERIFY(waitForFirstAudio(recorder));
         QElapsedTimer running;
         running.start();
         QTest::qWait(600);
@@ -163,8 +148,8 @@ private Q_SLOTS:
         // Only the unpaused spans, back to back: no 880 Hz, no room for it.
         QVERIFY2(std::abs(file.seconds() - static_cast<double>(recorded) / 1000) < 0.06,
                  qPrintable(QStringLiteral("file %1 s, recorded %2 ms").arg(file.seconds()).arg(recorded)));
-        QCOMPARE(dominant(file, 0.1, 0.4), 440.0);
-        QCOMPARE(dominant(file, 0.8, 0.3), 660.0);
+        QCOMPARE(dominantAt(file, 0.1, 0.4), 440.0);
+        QCOMPARE(dominantAt(file, 0.8, 0.3), 660.0);
         const auto all = file.channelSpan(0, 0, file.seconds());
         QVERIFY(energyAt(all, file.rate, 880) < energyAt(all, file.rate, 660) / 100);
     }
@@ -225,7 +210,7 @@ private Q_SLOTS:
         const QString path = m_dir.filePath(QStringLiteral("follow_system.wav"));
         SystemRecorder recorder(path, server);
         QVERIFY(!recorder.start());
-        QVERIFY(waitForAudio(recorder));
+        QVERIFY(waitForFirstAudio(recorder));
         QElapsedTimer elapsed;
         elapsed.start();
         QTest::qWait(700);
@@ -245,7 +230,7 @@ private Q_SLOTS:
         // the tones rather than exact times: speakers, headset, speakers again.
         QStringList sequence;
         for (double t = 0; t + 0.2 <= file.seconds(); t += 0.1) {
-            const double f = dominant(file, t, 0.2);
+            const double f = dominantAt(file, t, 0.2);
             const QString name = f == 440.0 ? QStringLiteral("speakers") : f == 660.0 ? QStringLiteral("headset") : QString();
             if (!name.isEmpty() && (sequence.isEmpty() || sequence.last() != name))
                 sequence.append(name);

@@ -12,3 +12,14 @@ QString pactl(const QStringList &arguments, bool *ok)
         *ok = success;
     return success ? QString::fromUtf8(process.readAllStandardOutput()).trimmed() : QString();
 }
+
+bool unloadAllDevices()
+{
+    for (const char *module : { "module-remap-source", "module-null-sink" }) {
+        bool ok = false;
+        pactl({ QStringLiteral("unload-module"), QLatin1String(module) }, &ok);
+        if (!ok)
+            return false;
+    }
+    return true;
+}
