@@ -194,6 +194,11 @@ void TestSendPipeline::sendsTheNote()
     QCOMPARE(flow->displayedElapsed(), 0.0);
     QVERIFY(!flow->canRetrySend());
     QCOMPARE(requestsTo(QStringLiteral("POST"), QStringLiteral("/sessions/*")), 0);
+
+    // From sent, the record button starts afresh.
+    flow->record();
+    QCOMPARE(flow->state(), State::recording());
+    QCOMPARE(m_captures.made.size(), 2);
 }
 
 void TestSendPipeline::refusedTokenRefreshesTheSessionOnce_data()
