@@ -129,9 +129,9 @@ void TestRecordingChain::recordsPausesAndSendsTheNote()
     QTRY_COMPARE(flow->systemAudio(), RecorderFlow::Permission::granted);
 
     const QDateTime before = QDateTime::currentDateTimeUtc();
-    QElapsedTimer segment;
-    segment.start();
     flow->record();
+    QElapsedTimer segment; // the flow counts from the moment the capture started
+    segment.start();
     const QDateTime after = QDateTime::currentDateTimeUtc();
     QCOMPARE(flow->state(), State::recording());
     QVERIFY(waitForBothCaptures());
@@ -145,7 +145,8 @@ void TestRecordingChain::recordsPausesAndSendsTheNote()
     flow->save();
     recorded += static_cast<double>(segment.elapsed()) / 1000;
     const double elapsed = flow->elapsed();
-    QVERIFY2(std::abs(elapsed - recorded) < 0.05, qPrintable(QStringLiteral("%1 vs %2").arg(elapsed).arg(recorded)));
+    // Recorded time only: counting the paused 0.8 s would be far outside this.
+    QVERIFY2(std::abs(elapsed - recorded) < 0.15, qPrintable(QStringLiteral("%1 vs %2").arg(elapsed).arg(recorded)));
     QCOMPARE(flow->state(), State::saving(QStringLiteral("Finishing the recording…")));
 
     QTRY_VERIFY_WITH_TIMEOUT(flow->state() == State::sent() || flow->state().is(State::Kind::failed), 20000);
