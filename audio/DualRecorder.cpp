@@ -1,0 +1,195 @@
+#include "audio/DualRecorder.h"
+
+#include "audio/AlertSound.h"
+#include "audio/AudioMixer.h"
+#include "audio/DecimalText.h"
+#include "audio/DualRecorderError.h"
+#include "audio/MicRecorder.h"
+#include "audio/SystemRecorder.h"
+#include "common/Logging.h"
+#include "common/Observable.h"
+
+#include <QDir>
+#include <QPointer>
+#include <QThreadPool>
+
+#include <atomic>
+#include <chrono>
+#include <cmath>
+
+namespace {
+
+// The wall clock in seconds since 1970. Two recorders made within the clock's
+// resolution would share their files, so a repeated reading moves on to the next
+// representable double.
+QString makeStamp()
+{
+    static std::atomic<double> last = 0;
+    const auto now = std::chrono::system_clock::now().time_since_epoch();
+    const double reading = std::chrono::duration<double>(now).count();
+    double previous = last.load();
+    double seconds = 0;
+    do {
+        seconds = reading > previous ? reading : std::nextafter(previous, HUGE_VAL);
+    } while (!last.compare_exchange_weak(previous, seconds));
+    return DecimalText::shortest(seconds);
+}
+
+} // namespace
+
+DualRecorder::DualRecorder(const QString &baseDir, SoundServer &server, std::shared_ptr<AlertSound> alertSound,
+                           QObject *parent)
+    : DualRecorder(QDir(baseDir), makeStamp(), server, std::move(alertSound), parent)
+{
+}
+
+DualRecorder::DualRecorder(const QDir &dir, const QString &stamp, SoundServer &server,
+                           std::shared_ptr<AlertSound> alertSound, QObject *parent)
+    : QObject(parent)
+    , m_systemAudioPath(dir.filePath(stamp + QStringLiteral("_system.wav")))
+    , m_microphonePath(dir.filePath(stamp + QStringLiteral("_microphone.wav")))
+    , m_finalMixedPath(dir.filePath(stamp + QStringLiteral("_mixed.m4a")))
+    , m_server(server)
+    , m_alertSound(std::move(alertSound))
+{
+}
+
+DualRecorder::~DualRecorder() = default;
+
+void DualRecorder::setRecording(bool value)
+{
+    setIfChanged(m_isRecording, value, this, &DualRecorder::isRecordingChanged);
+}
+
+void DualRecorder::setPaused(bool value)
+{
+    setIfChanged(m_isPaused, value, this, &DualRecorder::isPausedChanged);
+}
+
+void DualRecorder::appendLog(const QString &line)
+{
+    setIfChanged(m_logs, m_logs + line, this, &DualRecorder::logsChanged);
+}
+
+std::optional<CaptureError> DualRecorder::start()
+{
+    qCDebug(lcDualRecorder, "start()");
+    if (m_isRecording) {
+        qCCritical(lcDualRecorder, "%s while already recording", "start()");
+        return std::nullopt;
+    }
+    // The system recorder is made only right before its own start: a SystemRecorder
+    // must not be paused, resumed or cancelled unstarted, which a stored one would be
+    // after the microphone failed to start. Any earlier pair is released here.
+    m_systemRecorder.reset();
+    m_micRecorder = std::make_unique<MicRecorder>(m_microphonePath, m_server);
+    if (auto error = m_micRecorder->start())
+        return error;
+    qCDebug(lcDualRecorder, "Microphone recording started immediately");
+
+    m_systemRecorder = std::make_unique<SystemRecorder>(m_systemAudioPath, m_server);
+    // Deliberately leaves the microphone running: the caller decides what to clean up.
+    if (auto error = m_systemRecorder->start())
+        return error;
+    qCDebug(lcDualRecorder, "System audio recording started");
+
+    // Makes some output appear at once so that the system capture delivers from the
+    // first moment. No delay, and never on the main thread: playing blocks.
+    QThreadPool::globalInstance()->start([sound = m_alertSound] {
+        if (sound)
+            sound->play();
+        qCDebug(lcDualRecorder, "Triggered system sound to activate GlobalTap");
+    });
+
+    setRecording(true);
+    qCDebug(lcDualRecorder, "Dual recording started");
+    return std::nullopt;
+}
+
+void DualRecorder::pause()
+{
+    qCDebug(lcDualRecorder, "pause()");
+    if (!m_isRecording)
+        return;
+    if (m_systemRecorder)
+        m_systemRecorder->pause();
+    if (m_micRecorder)
+        m_micRecorder->pause();
+    setRecording(false);
+    setPaused(true);
+    qCDebug(lcDualRecorder, "Dual recording paused");
+}
+
+void DualRecorder::resume()
+{
+    qCDebug(lcDualRecorder, "resume()");
+    if (m_isRecording)
+        return;
+    if (m_systemRecorder)
+        m_systemRecorder->resume();
+    if (m_micRecorder)
+        m_micRecorder->resume();
+    setRecording(true);
+    setPaused(false);
+    qCDebug(lcDualRecorder, "Dual recording resumed");
+}
+
+void DualRecorder::cancel()
+{
+    qCDebug(lcDualRecorder, "cancel()");
+    // Deliberately honoured only when paused (or stopped): discarding a running
+    // recording deletes nothing here, the engines go with the recorder.
+    if (m_isRecording)
+        return;
+    if (m_systemRecorder)
+        m_systemRecorder->cancel();
+    if (m_micRecorder)
+        m_micRecorder->cancel();
+    setRecording(false);
+    setPaused(false);
+    qCDebug(lcDualRecorder, "Dual recording cancelled");
+}
+
+QCoro::Task<> DualRecorder::stop()
+{
+    qCDebug(lcDualRecorder, "stop()");
+    // The same flag as pause(): a paused recording must be resumed before it is mixed.
+    if (!m_isRecording)
+        co_return;
+    // Both close their files before the mix reads them.
+    if (m_systemRecorder)
+        m_systemRecorder->stop();
+    if (m_micRecorder)
+        m_micRecorder->stop();
+    setRecording(false);
+    setPaused(false);
+    qCDebug(lcDualRecorder, "Dual recording stopped, starting mixing...");
+
+    // Nothing after the await touches the recorder: its owner may have let it go.
+    const QByteArray output = m_finalMixedPath.toLocal8Bit();
+    try {
+        co_await mixAudioFiles();
+        qCDebug(lcDualRecorder, "Audio mixing completed successfully");
+    } catch (const DualRecorderError &error) {
+        qCCritical(lcDualRecorder, "Audio mixing failed: %s", qPrintable(error.description()));
+    } catch (const std::exception &error) {
+        // Anything else (memory running out) is a failed mix too: stop() never throws.
+        qCCritical(lcDualRecorder, "Audio mixing failed: %s", error.what());
+    }
+    qCDebug(lcDualRecorder, "Stop completed, file ready at: %s", output.constData());
+}
+
+QCoro::Task<> DualRecorder::mixAudioFiles()
+{
+    // Transcript lines can arrive after the recorder is gone; then nobody reads them.
+    QPointer<DualRecorder> self(this);
+    AudioMixer::Transcript transcript = [self](const QString &line) {
+        if (self)
+            self->appendLog(line);
+    };
+    // Built outside the co_await expression: GCC 12 destroys temporaries of an awaited
+    // full-expression twice, which here released the shared path strings once too often.
+    QCoro::Task<> mixing =
+        AudioMixer::mixAudioFiles({m_systemAudioPath, m_microphonePath, m_finalMixedPath}, std::move(transcript));
+    co_await std::move(mixing);
+}
