@@ -58,6 +58,24 @@ inline QImage render(QWidget &frame, const QString &name, qreal ratio = 2)
     return image;
 }
 
+// The widget named `name` inside `screen` (a warning when there is none).
+template <typename T = QWidget>
+T *child(QWidget *screen, const char *name)
+{
+    T *found = screen->findChild<T *>(QLatin1String(name));
+    if (!found)
+        qWarning("no child %s", name);
+    return found;
+}
+
+// Whether the widget named `name` is shown as part of `screen` (whether or not
+// the screen itself is on a window).
+inline bool shows(QWidget *screen, const char *name)
+{
+    QWidget *widget = child(screen, name);
+    return widget && widget->isVisibleTo(screen);
+}
+
 inline QString accessibleName(QWidget *widget)
 {
     QAccessibleInterface *interface = QAccessible::queryAccessibleInterface(widget);
@@ -86,6 +104,21 @@ inline QStringList unreachableButtons(QWidget *root)
             problems << QStringLiteral("unnamed ") + QString::fromLatin1(button->metaObject()->className());
         if (!(button->focusPolicy() & Qt::TabFocus))
             problems << accessibleName(button) + QStringLiteral(" not reachable with Tab");
+    }
+    return problems;
+}
+
+// Shown widgets that reach beyond `screen`'s bounds (into the window's padding):
+// a layout that does not fit its 332 × 382 points.
+inline QStringList outside(QWidget *screen)
+{
+    QStringList problems;
+    for (QWidget *child : screen->findChildren<QWidget *>()) {
+        if (!child->isVisibleTo(screen))
+            continue;
+        const QRect inScreen(child->mapTo(screen, QPoint(0, 0)), child->size());
+        if (!screen->rect().contains(inScreen))
+            problems << child->objectName() + QLatin1Char(' ') + QString::fromLatin1(child->metaObject()->className());
     }
     return problems;
 }
