@@ -46,6 +46,9 @@ public:
 
     [[nodiscard]] const State &state() const { return m_state; }
 
+    // The time `expiresAt` is measured in; the pairing screen counts down by it.
+    [[nodiscard]] std::shared_ptr<PairingClock> clock() const { return m_clock; }
+
     // Begins a new attempt, superseding any running one; the state is `requesting`
     // when it returns. Called when the pairing screen appears and from its retry button.
     void start();

@@ -45,8 +45,13 @@ TextButton *swapLink(const QString &text, QWidget *parent)
 PairingView::PairingView(PairingFlow *flow, QWidget *parent)
     : QWidget(parent)
     , m_flow(flow)
-    , m_clock([] { return QDateTime::currentDateTimeUtc(); })
 {
+    if (m_flow) {
+        m_clock = [clock = m_flow->clock()] { return clock->now(); };
+    } else {
+        m_clock = [] { return QDateTime::currentDateTimeUtc(); };
+    }
+
     auto *layout = new QVBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
     layout->setSpacing(0);

@@ -36,7 +36,8 @@ class PairingView : public QWidget
     Q_PROPERTY(bool showsCode READ showsCode WRITE setShowsCode NOTIFY showsCodeChanged)
 
 public:
-    // The countdown's time source; the wall clock unless a test sets another.
+    // The countdown's time source: the flow's clock (the wall clock in the
+    // application) unless a test sets another.
     using Clock = std::function<QDateTime()>;
 
     explicit PairingView(PairingFlow *flow, QWidget *parent = nullptr);
