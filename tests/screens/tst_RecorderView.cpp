@@ -103,6 +103,7 @@ private Q_SLOTS:
     void pauseSitsWhereResumeSits();
     void permissionsBox_data();
     void permissionsBox();
+    void rowDimmingIsEased();
     void sendAgainOnlyWhenRetryable();
     void controlsCallTheFlow();
     void permissionButtonsCallTheFlow();
@@ -335,6 +336,20 @@ void TestRecorderView::permissionsBox()
     QCOMPARE(second->badge()->isDone(), systemAudio == Permission::granted);
     QCOMPARE(first->badge()->number(), 1);
     QCOMPARE(second->badge()->number(), 2);
+}
+
+void TestRecorderView::rowDimmingIsEased()
+{
+    PermissionRow row(2, QStringLiteral("System audio"), QStringLiteral("What the other apps play."));
+    row.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&row));
+    row.setStatus(PermissionRow::Status::unknown, false);
+    // Under way: not yet dimmed, the Allow button already gone.
+    QCOMPARE(row.opacity(), 1.0);
+    QCOMPARE(rowAction(&row), QStringLiteral("none"));
+    QTRY_COMPARE_WITH_TIMEOUT(row.opacity(), PermissionRow::disabledOpacity, 1000);
+    QCOMPARE(row.badge()->opacity(), PermissionRow::disabledOpacity);
+    QCOMPARE(row.settingsButton()->opacity(), PermissionRow::disabledOpacity);
 }
 
 void TestRecorderView::sendAgainOnlyWhenRetryable()
