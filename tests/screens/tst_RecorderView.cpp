@@ -344,10 +344,10 @@ void TestRecorderView::rowDimmingIsEased()
     row.show();
     QVERIFY(QTest::qWaitForWindowExposed(&row));
     row.setStatus(PermissionRow::Status::unknown, false);
-    // Under way: not yet dimmed, the Allow button already gone.
+    // Under way, not there at once.
     QCOMPARE(row.opacity(), 1.0);
-    QCOMPARE(rowAction(&row), QStringLiteral("none"));
     QTRY_COMPARE_WITH_TIMEOUT(row.opacity(), PermissionRow::disabledOpacity, 1000);
+    QCOMPARE(rowAction(&row), QStringLiteral("none"));
     QCOMPARE(row.badge()->opacity(), PermissionRow::disabledOpacity);
     QCOMPARE(row.settingsButton()->opacity(), PermissionRow::disabledOpacity);
 }
