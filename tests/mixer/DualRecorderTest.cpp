@@ -257,6 +257,21 @@ private slots:
                               QStringLiteral("Stop completed, file ready at: ") + recorder->finalMixedPath()}));
     }
 
+    // The session may drop its recorder while a stop is pending: the mix still finishes.
+    void releasingTheRecorderDuringStop()
+    {
+        LogCapture log;
+        auto recorder = makeRecorder();
+        const QString output = recorder->finalMixedPath();
+        QVERIFY(!recorder->start());
+        QCoro::Task<> stopping = recorder->stop();
+        QVERIFY(!stopping.isReady());
+        recorder.reset();
+        QCoro::waitFor(stopping);
+        QVERIFY(QFileInfo(output).size() > 0);
+        QVERIFY(log.lines(QStringLiteral("DualRecorder")).contains(QStringLiteral("Stop completed, file ready at: ") + output));
+    }
+
     void stopWithOneSilentSourceLeavesNoFile()
     {
         m_fake->sources[CaptureSource::defaultInput].frames = 0;
