@@ -68,6 +68,8 @@ PermissionRow::PermissionRow(qint64 number, const QString &title, const QString 
     m_fade.setDuration(Motion::stateMs);
     m_fade.setEasingCurve(Motion::easeInOut());
     connect(&m_fade, &QVariantAnimation::valueChanged, this, [this](const QVariant &value) { applyOpacity(value.toReal()); });
+    // Interpolation ends a rounding error away from the target; the row rests exactly on it.
+    connect(&m_fade, &QVariantAnimation::finished, this, [this] { applyOpacity(m_fade.endValue().toReal()); });
 
     setStatus(Status::unknown, true);
 }

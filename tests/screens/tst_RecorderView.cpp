@@ -25,6 +25,8 @@
 #include <QTcpServer>
 #include <QTest>
 
+#include <atomic>
+
 using namespace ScreenTest;
 using namespace RecordingTest;
 using Permission = RecorderFlow::Permission;
@@ -74,6 +76,29 @@ struct Screen
     QList<Pane> panes;
 };
 
+// Answers the probes of each source on its own, so that a test can let one
+// permission through while the other stays unknown, whenever a probe runs.
+class TwoSourceServer final : public SoundServer
+{
+public:
+    std::atomic<CaptureAccess> microphone{CaptureAccess::unreachable};
+    std::atomic<CaptureAccess> systemAudio{CaptureAccess::unreachable};
+
+    std::variant<OutputDevice, AudioObjectError> defaultOutput() override
+    {
+        return AudioObjectError{QStringLiteral("no output in this test")};
+    }
+    std::variant<std::unique_ptr<Capture>, QString> startCapture(CaptureSource, const SampleSpec &,
+                                                                 BlockHandler) override
+    {
+        return QStringLiteral("no capture in this test");
+    }
+    CaptureAccess probe(CaptureSource source) override
+    {
+        return source == CaptureSource::defaultInput ? microphone.load() : systemAudio.load();
+    }
+};
+
 QString rowAction(const PermissionRow *row)
 {
     if (row->allowButton()->isVisibleTo(row))
@@ -115,7 +140,8 @@ private Q_SLOTS:
     void renders();
 
 private:
-    std::unique_ptr<RecorderFlow> makeFlow(QUrl serviceUrl = QUrl(QStringLiteral("http://127.0.0.1:1")));
+    std::unique_ptr<RecorderFlow> makeFlow(QUrl serviceUrl = QUrl(QStringLiteral("http://127.0.0.1:1")),
+                                           std::shared_ptr<SoundServer> server = {});
 
     PlatformWording m_wording;
     std::unique_ptr<QTemporaryDir> m_dir;
@@ -140,13 +166,15 @@ void TestRecorderView::cleanup()
     m_store.reset();
 }
 
-std::unique_ptr<RecorderFlow> TestRecorderView::makeFlow(QUrl serviceUrl)
+std::unique_ptr<RecorderFlow> TestRecorderView::makeFlow(QUrl serviceUrl, std::shared_ptr<SoundServer> server)
 {
+    if (!server)
+        server = m_server;
     RecorderFlow::Platform platform;
-    platform.soundServer = m_server;
+    platform.soundServer = server;
     platform.makeCapture = m_captures.factory();
-    platform.microphone = std::make_unique<MicrophonePermission>(*m_server);
-    platform.systemAudio = std::make_unique<SystemAudioPermission>(*m_server);
+    platform.microphone = std::make_unique<MicrophonePermission>(*server);
+    platform.systemAudio = std::make_unique<SystemAudioPermission>(*server);
     platform.clock = m_clock;
     platform.recordingsFolder = m_dir->filePath(QStringLiteral("Recordings"));
     return std::make_unique<RecorderFlow>(SelvaroAPI(&m_network, serviceUrl), *m_store, std::move(platform));
@@ -435,8 +463,8 @@ void TestRecorderView::controlsCallTheFlow()
 
 void TestRecorderView::permissionButtonsCallTheFlow()
 {
-    m_server->access = CaptureAccess::unreachable;
-    Screen screen(makeFlow());
+    auto server = std::make_shared<TwoSourceServer>();
+    Screen screen(makeFlow(QUrl(QStringLiteral("http://127.0.0.1:1")), server));
     screen.view->setAnimated(false);
     screen.frame.show();
     QVERIFY(QTest::qWaitForWindowExposed(&screen.frame));
@@ -445,8 +473,8 @@ void TestRecorderView::permissionButtonsCallTheFlow()
     QCOMPARE(rowAction(screen.row(1)), QStringLiteral("Allow"));
     QCOMPARE(rowAction(screen.row(2)), QStringLiteral("none"));
 
-    // The sound server answers now: the first "Allow" asks for the microphone only.
-    m_server->access = CaptureAccess::allowed;
+    // The microphone can be had now: its "Allow" asks for it.
+    server->microphone = CaptureAccess::allowed;
     QTest::mouseClick(screen.row(1)->allowButton(), Qt::LeftButton);
     QTRY_COMPARE(screen.flow->microphone(), Permission::granted);
     QCOMPARE(screen.flow->systemAudio(), Permission::unknown);
@@ -454,6 +482,7 @@ void TestRecorderView::permissionButtonsCallTheFlow()
     QCOMPARE(screen.row(2)->opacity(), 1.0);
     QCOMPARE(rowAction(screen.row(2)), QStringLiteral("Allow"));
 
+    server->systemAudio = CaptureAccess::allowed;
     QTest::mouseClick(screen.row(2)->allowButton(), Qt::LeftButton);
     QTRY_COMPARE(screen.flow->systemAudio(), Permission::granted);
     QVERIFY(!screen.shows("permissionsBox"));
