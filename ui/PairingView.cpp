@@ -67,14 +67,14 @@ PairingView::PairingView(PairingFlow *flow, QWidget *parent)
     layout->addWidget(m_stateArea, 1);
 
     // idle, requesting
-    auto *spinnerPage = new QWidget;
-    auto *spinnerLayout = new QVBoxLayout(spinnerPage);
-    spinnerLayout->setContentsMargins(0, 0, 0, 0);
-    m_spinner = new Spinner(Spinner::ControlSize::regular, spinnerPage);
-    m_spinner->setObjectName(QStringLiteral("spinner"));
-    m_spinner->setAccessibleName(tr("Asking for a code"));
-    spinnerLayout->addWidget(m_spinner, 0, Qt::AlignCenter);
-    m_stateArea->addPage(spinnerPage);
+    m_requestingPage = new QWidget;
+    auto *requestingLayout = new QVBoxLayout(m_requestingPage);
+    requestingLayout->setContentsMargins(0, 0, 0, 0);
+    auto *spinner = new Spinner(Spinner::ControlSize::regular, m_requestingPage);
+    spinner->setObjectName(QStringLiteral("spinner"));
+    spinner->setAccessibleName(tr("Asking for a code"));
+    requestingLayout->addWidget(spinner, 0, Qt::AlignCenter);
+    m_stateArea->addPage(m_requestingPage);
 
     // waiting: one of the two panels, then the countdown
     m_waitingPage = new QWidget;
@@ -246,7 +246,7 @@ void PairingView::showState()
     switch (state.kind()) {
     case PairingState::Kind::idle:
     case PairingState::Kind::requesting:
-        m_stateArea->setCurrentPage(m_spinner->parentWidget());
+        m_stateArea->setCurrentPage(m_requestingPage);
         break;
     case PairingState::Kind::waiting:
         m_qrCode->setMessage(pairingLink(state.userCode()));

@@ -13,7 +13,6 @@ class PairingFlow;
 class PillButton;
 class QLabel;
 class QrCodeView;
-class Spinner;
 class TextButton;
 class TextLabel;
 
@@ -81,7 +80,7 @@ private:
     QTimer m_countdownTimer;
 
     FadingStack *m_stateArea;
-    Spinner *m_spinner;
+    QWidget *m_requestingPage;
     QWidget *m_waitingPage;
     QWidget *m_expiredPage;
     QWidget *m_failedPage;

@@ -113,6 +113,8 @@ RecorderView::RecorderView(RecorderFlow *flow, SoundSettings::Opener openSetting
     m_clockFade.setEasingCurve(Motion::easeInOut());
     connect(&m_clockFade, &QVariantAnimation::valueChanged, this,
             [this](const QVariant &value) { m_clock->setColor(value.value<QColor>()); });
+    connect(&m_clockFade, &QVariantAnimation::finished, this,
+            [this] { m_clock->setColor(m_clockFade.endValue().value<QColor>()); });
 
     // Below the clock: either the controls and the status, or the permissions box.
     m_body = new FadingStack(this);
@@ -189,17 +191,17 @@ RecorderView::RecorderView(RecorderFlow *flow, SoundSettings::Opener openSetting
     topAligned(m_recordingStatus)->addWidget(labelled(m_waveform, recordingText));
     m_status->addPage(m_recordingStatus);
 
-    auto *pausedPage = new QWidget;
-    m_pausedStatus = new TextLabel(tr("Paused"), footnote, Palette::secondaryText());
-    m_pausedStatus->setObjectName(QStringLiteral("pausedStatus"));
-    topAligned(pausedPage)->addWidget(m_pausedStatus);
-    m_status->addPage(pausedPage);
+    m_pausedStatus = new QWidget;
+    auto *pausedText = new TextLabel(tr("Paused"), footnote, Palette::secondaryText());
+    pausedText->setObjectName(QStringLiteral("pausedStatus"));
+    topAligned(m_pausedStatus)->addWidget(pausedText);
+    m_status->addPage(m_pausedStatus);
 
-    auto *savingPage = new QWidget;
-    m_savingStatus = new TextLabel(QString(), footnote, Palette::secondaryText());
-    m_savingStatus->setObjectName(QStringLiteral("savingStatus"));
-    topAligned(savingPage)->addWidget(m_savingStatus);
-    m_status->addPage(savingPage);
+    m_savingStatus = new QWidget;
+    m_savingText = new TextLabel(QString(), footnote, Palette::secondaryText());
+    m_savingText->setObjectName(QStringLiteral("savingStatus"));
+    topAligned(m_savingStatus)->addWidget(m_savingText);
+    m_status->addPage(m_savingStatus);
 
     m_sentStatus = new QWidget;
     auto *sentText = new TextLabel(tr("Sent. The note is being written on your phone."), footnote,
@@ -396,10 +398,10 @@ void RecorderView::showState()
     switch (state.kind()) {
     case Kind::idle: m_status->setCurrentPage(m_idleStatus); break;
     case Kind::recording: m_status->setCurrentPage(m_recordingStatus); break;
-    case Kind::paused: m_status->setCurrentPage(m_pausedStatus->parentWidget()); break;
+    case Kind::paused: m_status->setCurrentPage(m_pausedStatus); break;
     case Kind::saving:
-        m_savingStatus->setText(state.text());
-        m_status->setCurrentPage(m_savingStatus->parentWidget());
+        m_savingText->setText(state.text());
+        m_status->setCurrentPage(m_savingStatus);
         break;
     case Kind::sent: m_status->setCurrentPage(m_sentStatus); break;
     case Kind::failed:

@@ -92,8 +92,9 @@ private:
     QWidget *m_idleStatus;
     QWidget *m_recordingStatus;
     WaveformIndicator *m_waveform;
-    TextLabel *m_pausedStatus;
-    TextLabel *m_savingStatus;
+    QWidget *m_pausedStatus;
+    QWidget *m_savingStatus;
+    TextLabel *m_savingText;
     QWidget *m_sentStatus;
     QWidget *m_failedStatus;
     BalancedLabel *m_failure;
