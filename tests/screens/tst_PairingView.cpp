@@ -14,6 +14,7 @@
 #include <QFontInfo>
 #include <QLabel>
 #include <QTest>
+#include <QSpontaneKeyEvent>
 #include <QTimeZone>
 
 using namespace ScreenTest;
@@ -240,6 +241,23 @@ private Q_SLOTS:
         QCOMPARE(screen.flow->state(), waiting(581));
         screen.frame.hide();
         QCOMPARE(screen.flow->state(), PairingState::idle());
+    }
+
+    void minimisingKeepsTheCode()
+    {
+        Screen screen(waiting(581));
+        screen.frame.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&screen.frame));
+        // What the window system sends when the window is minimised and restored
+        // (the offscreen platform never minimises).
+        QHideEvent hide;
+        QSpontaneKeyEvent::setSpontaneous(&hide);
+        QCoreApplication::instance()->notify(screen.view, &hide); // sendEvent would clear the flag
+        QCOMPARE(screen.flow->state(), waiting(581));
+        QShowEvent show;
+        QSpontaneKeyEvent::setSpontaneous(&show);
+        QCoreApplication::instance()->notify(screen.view, &show);
+        QCOMPARE(screen.flow->state(), waiting(581));
     }
 
     void renders_data()
