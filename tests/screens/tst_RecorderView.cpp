@@ -121,6 +121,7 @@ private Q_SLOTS:
 
     void clockText_data();
     void clockText();
+    void textsAsShown();
     void clockIsDimmedUnlessLive_data();
     void clockIsDimmedUnlessLive();
     void controlsPerState_data();
@@ -200,6 +201,32 @@ void TestRecorderView::clockText()
     QCOMPARE(RecorderView::format(seconds), text);
     Screen screen(State::paused(), seconds);
     QCOMPARE(screen.child<QLabel>("clock")->text(), text);
+}
+
+void TestRecorderView::textsAsShown()
+{
+    const auto text = [](const Screen &screen, const char *name) { return screen.child<QLabel>(name)->text(); };
+    Screen recording(State::recording(), 83);
+    QCOMPARE(text(recording, "footer"), QStringLiteral("Record a call, a meeting or a video playing on this computer.\n"
+                                                       "The note appears in Selvaro on your phone."));
+    QCOMPARE(text(recording, "recordingStatus"), QStringLiteral("Recording the system audio and the microphone"));
+    QCOMPARE(text(recording, "pausedStatus"), QStringLiteral("Paused"));
+    QCOMPARE(text(recording, "sentStatus"), QStringLiteral("Sent. The note is being written on your phone."));
+    QCOMPARE(text(recording, "idleStatus"), QStringLiteral(" "));
+    QCOMPARE(recording.child<TextLabel>("sentStatus")->color(), Palette::systemGreen());
+    QCOMPARE(recording.child<QLabel>("failureMessage")->palette().color(QPalette::WindowText), Palette::systemRed());
+    QCOMPARE(recording.child<QAbstractButton>("unlinkButton")->text(), QStringLiteral("Unlink"));
+
+    Screen permissions(State::idle(), 0, Permission::unknown, Permission::unknown);
+    const QStringList labels = [&] {
+        QStringList shown;
+        for (QLabel *label : permissions.child("permissionsBox")->findChildren<QLabel *>())
+            shown << label->text();
+        return shown;
+    }();
+    QCOMPARE(labels, (QStringList{QStringLiteral("Two permissions, one after the other"), QStringLiteral("Microphone"),
+                                  QStringLiteral("Your voice."), QStringLiteral("System audio"),
+                                  QStringLiteral("What the other apps play.")}));
 }
 
 void TestRecorderView::clockIsDimmedUnlessLive_data()
