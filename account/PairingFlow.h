@@ -46,9 +46,17 @@ public:
 
     [[nodiscard]] const State &state() const { return m_state; }
 
+    // The time `expiresAt` is measured in; the pairing screen counts down by it.
+    [[nodiscard]] std::shared_ptr<PairingClock> clock() const { return m_clock; }
+
     // Begins a new attempt, superseding any running one; the state is `requesting`
     // when it returns. Called when the pairing screen appears and from its retry button.
     void start();
+
+    // Abandons the running attempt and leaves the flow idle. The pairing screen calls it
+    // when it goes away, so nothing polls for a code nobody is looking at. A redeem already
+    // in flight that brings back a session is still stored, as after start().
+    void stop();
 
     // A flow set to `state` that never starts anything, for previews and snapshots.
     // It owns a client on its own network manager and a store that does not read the
