@@ -57,6 +57,12 @@ void PairingFlow::start()
     run(m_attempt);
 }
 
+void PairingFlow::stop()
+{
+    ++m_attempt;
+    setState(State::idle());
+}
+
 void PairingFlow::setState(State state)
 {
     setIfChanged(m_state, std::move(state), this, &PairingFlow::stateChanged);

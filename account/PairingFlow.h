@@ -50,6 +50,11 @@ public:
     // when it returns. Called when the pairing screen appears and from its retry button.
     void start();
 
+    // Abandons the running attempt and leaves the flow idle. The pairing screen calls it
+    // when it goes away, so nothing polls for a code nobody is looking at. A redeem already
+    // in flight that brings back a session is still stored, as after start().
+    void stop();
+
     // A flow set to `state` that never starts anything, for previews and snapshots.
     // It owns a client on its own network manager and a store that does not read the
     // secret store.

@@ -74,6 +74,14 @@ void PillButton::setPressedFeedback(bool enabled)
     }
 }
 
+void PillButton::setOpacity(qreal opacity)
+{
+    if (qFuzzyCompare(m_opacity, opacity))
+        return;
+    m_opacity = opacity;
+    update();
+}
+
 qreal PillButton::currentOpacity() const
 {
     return 1.0 - (1.0 - PillButtonStyle::pressedOpacity) * m_progress;
@@ -148,7 +156,7 @@ void PillButton::paintEvent(QPaintEvent *)
 
     const QRectF bounds = rect();
     const QPointF centre = bounds.center();
-    painter.setOpacity(currentOpacity());
+    painter.setOpacity(m_opacity * currentOpacity());
     painter.translate(centre);
     painter.scale(currentScale(), currentScale());
     painter.translate(-centre);

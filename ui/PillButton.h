@@ -36,6 +36,12 @@ public:
     [[nodiscard]] bool pressedFeedback() const { return m_pressedFeedback; }
     void setPressedFeedback(bool enabled);
 
+    // The whole button drawn at `opacity` (1 by default), under the pressed
+    // feedback: a dimmed permission row. Painted, not a graphics effect, so that
+    // it stays crisp when rendered at 2x.
+    void setOpacity(qreal opacity);
+    [[nodiscard]] qreal opacity() const { return m_opacity; }
+
     // How far the pressed look has come: 0 released … 1 fully pressed.
     [[nodiscard]] qreal pressProgress() const { return m_progress; }
     // What is painted now: opacity 1 → 0.7 and scale 1 → 0.98 with the progress.
@@ -64,5 +70,6 @@ private:
     std::optional<Symbol> m_symbol;
     bool m_pressedFeedback = true;
     qreal m_progress = 0;
+    qreal m_opacity = 1;
     QVariantAnimation m_pressAnimation;
 };

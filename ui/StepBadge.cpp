@@ -21,9 +21,18 @@ void StepBadge::setDone(bool done)
     update();
 }
 
+void StepBadge::setOpacity(qreal opacity)
+{
+    if (qFuzzyCompare(m_opacity, opacity))
+        return;
+    m_opacity = opacity;
+    update();
+}
+
 void StepBadge::paintEvent(QPaintEvent *)
 {
     QPainter painter(this);
+    painter.setOpacity(m_opacity);
     painter.setRenderHint(QPainter::Antialiasing);
     painter.setPen(Qt::NoPen);
     painter.setBrush(m_done ? Palette::systemGreen() : Palette::badgeFill());

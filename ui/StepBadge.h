@@ -16,6 +16,11 @@ public:
     [[nodiscard]] bool isDone() const { return m_done; }
     [[nodiscard]] qint64 number() const { return m_number; }
 
+    // The whole badge drawn at `opacity` (a dimmed permission row). Painted, not a
+    // graphics effect, so that it stays crisp when rendered at 2x.
+    void setOpacity(qreal opacity);
+    [[nodiscard]] qreal opacity() const { return m_opacity; }
+
     [[nodiscard]] QSize sizeHint() const override { return QSize(side, side); }
     [[nodiscard]] QSize minimumSizeHint() const override { return sizeHint(); }
 
@@ -25,4 +30,5 @@ protected:
 private:
     qint64 m_number;
     bool m_done = false;
+    qreal m_opacity = 1;
 };

@@ -34,6 +34,7 @@ private Q_SLOTS:
     void expiresInZeroStillPollsOnce();
     void theClockEndsTheAttempt();
     void startWhileWaitingCancelsTheOldPolling();
+    void stopEndsThePollingAndLeavesTheFlowIdle();
     void transientErrorsKeepPolling_data();
     void transientErrorsKeepPolling();
     void serviceEndsTheAttempt_data();
@@ -225,6 +226,29 @@ void TestPairingFlow::startWhileWaitingCancelsTheOldPolling()
     QCOMPARE(redeems(), 2);
     QVERIFY(!m_store->isLinked());
     QCOMPARE(m_flow->state().kind(), Kind::waiting);
+}
+
+void TestPairingFlow::stopEndsThePollingAndLeavesTheFlowIdle()
+{
+    m_clock->setHold(true);
+    startAndWaitForCodes();
+    QTRY_COMPARE(m_clock->sleeping(), 1);
+
+    m_flow->stop();
+    QCOMPARE(m_flow->state(), PairingState::idle());
+
+    // The sleeping attempt wakes, sees it was abandoned and neither redeems nor sleeps again.
+    m_clock->release();
+    QTRY_COMPARE(m_clock->sleeping(), 0);
+    QTest::qWait(50);
+    QCOMPARE(m_clock->sleeps().size(), 1);
+    QCOMPARE(redeems(), 0);
+    QCOMPARE(m_flow->state(), PairingState::idle());
+
+    // A new start after a stop is a fresh attempt.
+    m_clock->setHold(false);
+    startAndWaitForCodes();
+    QTRY_VERIFY(redeems() >= 1);
 }
 
 void TestPairingFlow::transientErrorsKeepPolling_data()

@@ -2,30 +2,13 @@
 #include "ui/QrCode.h"
 #include "ui/QrCodeView.h"
 #include "ui/Rendering.h"
+#include "support/QrReader.h"
 
-#include <QDir>
-#include <QProcess>
-#include <QStandardPaths>
-#include <QTemporaryDir>
 #include <QTest>
 
 namespace {
 
 const QByteArray pairingLink = QByteArrayLiteral("selvaro://pair/R3XD8N5W");
-
-// What a QR reader from the distribution finds in `image`, or an empty text.
-QByteArray decode(const QImage &image, const QString &name)
-{
-    static QTemporaryDir dir;
-    const QString path = dir.filePath(name + QStringLiteral(".png"));
-    if (!image.save(path))
-        return {};
-    QProcess zbar;
-    zbar.start(QStringLiteral("zbarimg"), {QStringLiteral("--raw"), QStringLiteral("-q"), path});
-    if (!zbar.waitForFinished(10000))
-        return {};
-    return zbar.readAllStandardOutput().trimmed();
-}
 
 // A QR code view showing `message` at (20, 20) on the application
 // background, as a screen shows it, rendered at `ratio`.
@@ -47,7 +30,7 @@ class TestQrCode : public QObject
 private slots:
     void initTestCase()
     {
-        if (QStandardPaths::findExecutable(QStringLiteral("zbarimg")).isEmpty())
+        if (!QrReader::available())
             QSKIP("zbarimg (zbar-tools) is not installed");
     }
 
@@ -97,7 +80,7 @@ private slots:
         QFETCH(qreal, ratio);
         const QImage image = renderCard(message, ratio);
         QCOMPARE(image.size(), QSize(240, 240) * ratio);
-        QCOMPARE(decode(image, QString::fromLatin1(QTest::currentDataTag()).replace(QLatin1Char(' '), QLatin1Char('-'))),
+        QCOMPARE(QrReader::decode(image, QString::fromLatin1(QTest::currentDataTag()).replace(QLatin1Char(' '), QLatin1Char('-'))),
                  message);
     }
 
@@ -149,7 +132,7 @@ private slots:
         QVERIFY(code);
         const QImage image = code->toImage(220, 2);
         QCOMPARE(image.size(), QSize(440, 440));
-        QCOMPARE(decode(image, QStringLiteral("image")), pairingLink);
+        QCOMPARE(QrReader::decode(image, QStringLiteral("image")), pairingLink);
     }
 };
 

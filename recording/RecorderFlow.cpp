@@ -1,0 +1,412 @@
+#include "recording/RecorderFlow.h"
+
+#include "account/JwtClaims.h"
+#include "account/SessionStore.h"
+#include "audio/RecordingsFolder.h"
+#include "common/Logging.h"
+#include "common/Observable.h"
+#include "recording/SteadyRecorderClock.h"
+#include "service/TransportError.h"
+
+#include <QFile>
+#include <QFileInfo>
+#include <QNetworkAccessManager>
+
+#include <cmath>
+
+// The handle of one display clock: cancelling sets the flag, which the sleeping
+// ticker finds when it wakes.
+struct RecorderFlow::Ticker
+{
+    bool cancelled = false;
+};
+
+namespace {
+
+RecorderFlow::Permission permissionOf(const CapturePermission *permission)
+{
+    if (!permission)
+        return RecorderFlow::Permission::unknown;
+    switch (permission->status()) {
+    case CapturePermission::Status::granted: return RecorderFlow::Permission::granted;
+    case CapturePermission::Status::denied: return RecorderFlow::Permission::denied;
+    case CapturePermission::Status::unknown: break;
+    }
+    return RecorderFlow::Permission::unknown;
+}
+
+// The duration the note is sent with: recorded time truncated toward zero (59.9 s is 59).
+qint64 wholeSeconds(double seconds)
+{
+    return static_cast<qint64>(std::trunc(seconds));
+}
+
+double secondsBetween(std::chrono::steady_clock::time_point from, std::chrono::steady_clock::time_point to)
+{
+    return std::chrono::duration<double>(to - from).count();
+}
+
+// No file, not a regular file, or nothing in it: the mixer left nothing worth sending.
+bool isEmptyRecording(const QString &path)
+{
+    const QFileInfo file(path);
+    return !file.isFile() || file.size() < 1;
+}
+
+} // namespace
+
+RecorderFlow::RecorderFlow(SelvaroAPI api, SessionStore &store, Platform platform, QObject *parent)
+    : QObject(parent)
+    , m_api(std::move(api))
+    , m_store(&store)
+    , m_platform(std::move(platform))
+{
+    if (!m_platform.clock)
+        m_platform.clock = std::make_shared<SteadyRecorderClock>();
+    if (m_platform.recordingsFolder.isEmpty())
+        m_platform.recordingsFolder = RecordingsFolder::defaultPath();
+    // The probes answer some time after they were asked (at construction, on
+    // activation, after a request), so the flow follows their changes rather than
+    // only reading them when told to.
+    for (CapturePermission *permission : {m_platform.microphone.get(), m_platform.systemAudio.get()}) {
+        if (permission)
+            connect(permission, &CapturePermission::statusChanged, this, &RecorderFlow::refreshPermissions);
+    }
+    refreshPermissions();
+}
+
+// Running tasks are not stopped here: each holds the flow through a QPointer and
+// ends at its next step.
+RecorderFlow::~RecorderFlow() = default;
+
+std::unique_ptr<RecorderFlow> RecorderFlow::preview(const State &state, double elapsed, Permission microphone,
+                                                    Permission systemAudio)
+{
+    auto *network = new QNetworkAccessManager;
+    auto *store = new SessionStore(SessionStore::Load::nothing);
+    auto flow = std::make_unique<RecorderFlow>(SelvaroAPI(network), *store, Platform{});
+    network->setParent(flow.get());
+    store->setParent(flow.get());
+    flow->setState(state);
+    flow->setDisplayedElapsed(elapsed);
+    flow->setMicrophone(microphone);
+    flow->setSystemAudio(systemAudio);
+    flow->m_frozenForPreview = true;
+    return flow;
+}
+
+// --- the change filter -------------------------------------------------------
+
+void RecorderFlow::setState(State state)
+{
+    setIfChanged(m_state, std::move(state), this, &RecorderFlow::stateChanged);
+    updateCanRetrySend();
+}
+
+void RecorderFlow::setElapsed(double value)
+{
+    setIfChanged(m_elapsed, value, this, &RecorderFlow::elapsedChanged);
+}
+
+void RecorderFlow::setDisplayedElapsed(double value)
+{
+    setIfChanged(m_displayedElapsed, value, this, &RecorderFlow::displayedElapsedChanged);
+}
+
+void RecorderFlow::setMicrophone(Permission value)
+{
+    setIfChanged(m_microphone, value, this, &RecorderFlow::microphoneChanged);
+}
+
+void RecorderFlow::setSystemAudio(Permission value)
+{
+    setIfChanged(m_systemAudio, value, this, &RecorderFlow::systemAudioChanged);
+}
+
+// The capture and the start time are kept and dropped together.
+void RecorderFlow::setRecording(std::shared_ptr<RecordingCapture> capture, std::optional<QDateTime> startedAt)
+{
+    m_capture = std::move(capture);
+    m_startedAt = std::move(startedAt);
+    updateCanRetrySend();
+}
+
+void RecorderFlow::updateCanRetrySend()
+{
+    const bool canRetry = m_state.is(State::Kind::failed) && m_capture && m_startedAt;
+    setIfChanged(m_canRetrySend, canRetry, this, &RecorderFlow::canRetrySendChanged);
+}
+
+// --- recording ---------------------------------------------------------------
+
+double RecorderFlow::runningElapsed() const
+{
+    if (m_state.is(State::Kind::recording) && m_segmentStart)
+        return m_elapsed + secondsBetween(*m_segmentStart, m_platform.clock->monotonicNow());
+    return m_elapsed;
+}
+
+void RecorderFlow::closeSegment()
+{
+    if (m_segmentStart)
+        setElapsed(m_elapsed + secondsBetween(*m_segmentStart, m_platform.clock->monotonicNow()));
+    m_segmentStart.reset();
+}
+
+void RecorderFlow::record()
+{
+    if (m_frozenForPreview)
+        return;
+    if (!m_state.is(State::Kind::idle) && !m_state.is(State::Kind::sent) && !m_state.is(State::Kind::failed))
+        return;
+
+    const QString folder = m_platform.recordingsFolder;
+    std::shared_ptr<RecordingCapture> capture;
+    std::optional<QString> error = RecordingsFolder::create(folder);
+    if (!error) {
+        capture = m_platform.makeCapture ? m_platform.makeCapture(folder) : nullptr;
+        error = capture ? capture->start() : std::optional<QString>(QStringLiteral("no capture available"));
+    }
+    if (error) {
+        // Deliberately leaves the kept recording alone: after a failed send it can
+        // still be sent again.
+        qCCritical(lcRecorder, "start: %s", qUtf8Printable(*error));
+        setState(State::failed(tr("The recording could not start. Check the microphone and system audio permissions.")));
+        return;
+    }
+
+    setRecording(std::move(capture), m_platform.clock->now());
+    m_segmentStart = m_platform.clock->monotonicNow();
+    setElapsed(0);
+    setState(State::recording());
+    // displayedElapsed is not reset here: the first tick brings it up to date.
+    startTicker();
+}
+
+void RecorderFlow::pause()
+{
+    if (m_frozenForPreview || !m_state.is(State::Kind::recording) || !m_capture)
+        return;
+    m_capture->pause();
+    closeSegment();
+    setState(State::paused());
+}
+
+void RecorderFlow::resume()
+{
+    if (m_frozenForPreview || !m_state.is(State::Kind::paused) || !m_capture)
+        return;
+    m_capture->resume();
+    m_segmentStart = m_platform.clock->monotonicNow();
+    setState(State::recording());
+}
+
+void RecorderFlow::discard()
+{
+    if (m_frozenForPreview)
+        return;
+    cancelTicker();
+    // Without pausing first: the capture ignores a cancel while it runs, so a running
+    // recording's intermediate files stay. A send under way is deliberately not
+    // cancelled either; it keeps its own reference to the capture.
+    if (m_capture)
+        m_capture->cancel();
+    setRecording(nullptr, std::nullopt);
+    m_segmentStart.reset();
+    setElapsed(0);
+    setState(State::idle());
+}
+
+// --- the display clock -------------------------------------------------------
+
+void RecorderFlow::startTicker()
+{
+    cancelTicker();
+    m_ticker = std::make_shared<Ticker>();
+    runTicker(this, m_platform.clock, m_ticker);
+}
+
+void RecorderFlow::cancelTicker()
+{
+    if (!m_ticker)
+        return;
+    m_ticker->cancelled = true;
+    m_ticker.reset();
+    // A cancelled ticker makes one last update once the operation that cancelled it
+    // has finished: save() leaves the final elapsed on screen, discard() leaves 0.
+    QMetaObject::invokeMethod(
+        this, [this] { setDisplayedElapsed(runningElapsed()); }, Qt::QueuedConnection);
+}
+
+QCoro::Task<> RecorderFlow::runTicker(QPointer<RecorderFlow> self, std::shared_ptr<RecorderClock> clock,
+                                      std::shared_ptr<Ticker> ticker)
+{
+    while (!ticker->cancelled) {
+        co_await clock->sleep(tickInterval);
+        // After a cancel the last update is already queued by cancelTicker().
+        if (ticker->cancelled || !self)
+            co_return;
+        self->setDisplayedElapsed(self->runningElapsed());
+    }
+}
+
+// --- permissions -------------------------------------------------------------
+
+void RecorderFlow::refreshPermissions()
+{
+    if (m_frozenForPreview)
+        return;
+    setMicrophone(permissionOf(m_platform.microphone.get()));
+    setSystemAudio(permissionOf(m_platform.systemAudio.get()));
+}
+
+void RecorderFlow::requestMicrophone()
+{
+    if (m_frozenForPreview || !m_platform.microphone)
+        return;
+    // The answer itself is not used: the permissions are simply read again.
+    connect(m_platform.microphone.get(), &CapturePermission::requestFinished, this, &RecorderFlow::refreshPermissions,
+            Qt::SingleShotConnection);
+    m_platform.microphone->request();
+}
+
+void RecorderFlow::requestSystemAudio()
+{
+    if (m_frozenForPreview)
+        return;
+    if (m_platform.systemAudio)
+        m_platform.systemAudio->request();
+    pollSystemAudio(this, m_platform.clock);
+}
+
+QCoro::Task<> RecorderFlow::pollSystemAudio(QPointer<RecorderFlow> self, std::shared_ptr<RecorderClock> clock)
+{
+    // Bounded: a permission that never becomes known stops being polled after ten reads.
+    for (int attempt = 0; attempt < permissionPollAttempts; ++attempt) {
+        co_await clock->sleep(permissionPollInterval);
+        if (!self)
+            co_return;
+        self->refreshPermissions();
+        if (self->m_systemAudio != Permission::unknown)
+            co_return;
+    }
+}
+
+// --- the send pipeline -------------------------------------------------------
+
+void RecorderFlow::save()
+{
+    if (m_frozenForPreview)
+        return;
+    if (!m_state.is(State::Kind::recording) && !m_state.is(State::Kind::paused))
+        return;
+    if (!m_capture || !m_startedAt)
+        return;
+    closeSegment();
+    cancelTicker();
+    const qint64 duration = wholeSeconds(m_elapsed);
+    setState(State::saving(tr("Finishing the recording…")));
+    finishAndSend(this, m_capture, *m_startedAt, duration);
+}
+
+void RecorderFlow::retrySend()
+{
+    if (m_frozenForPreview || !m_canRetrySend)
+        return;
+    // The mixed file of the first attempt is sent as it is; nothing is stopped or
+    // mixed again. The send moves the state on before it first waits.
+    send(this, m_capture, *m_startedAt, wholeSeconds(m_elapsed));
+}
+
+bool RecorderFlow::ownsOutcomeOf(const std::shared_ptr<RecordingCapture> &capture) const
+{
+    return !m_capture || m_capture == capture;
+}
+
+QCoro::Task<> RecorderFlow::finishAndSend(QPointer<RecorderFlow> self, std::shared_ptr<RecordingCapture> capture,
+                                          QDateTime startedAt, qint64 duration)
+{
+    co_await capture->stop();
+    if (!self)
+        co_return;
+    co_await send(self, std::move(capture), std::move(startedAt), duration);
+}
+
+QCoro::Task<> RecorderFlow::send(QPointer<RecorderFlow> self, std::shared_ptr<RecordingCapture> capture,
+                                 QDateTime startedAt, qint64 duration)
+{
+    // The outcome is written even after a discard (deliberately: a discard does not
+    // cancel a send), but never over a newer recording started since.
+    const auto report = [&self, &capture](const State &state) {
+        if (self && self->ownsOutcomeOf(capture))
+            self->setState(state);
+    };
+    if (!self)
+        co_return;
+    const SelvaroAPI api = self->m_api;
+    const QPointer<SessionStore> store = self->m_store;
+    const QString file = capture->finalMixedPath();
+
+    const std::optional<StoredSession> session = store ? store->session() : std::nullopt;
+    const std::optional<QString> accountId = session ? JwtClaims::subject(session->token) : std::nullopt;
+    if (!accountId) {
+        // The recording stays, to be sent once the computer is linked again.
+        report(State::failed(tr("This Mac is not linked to a Selvaro account any more.")));
+        co_return;
+    }
+    if (isEmptyRecording(file)) {
+        // Nothing to send, now or later: not retryable. The file (if any) stays.
+        if (self->ownsOutcomeOf(capture))
+            self->setRecording(nullptr, std::nullopt);
+        report(State::failed(tr("The recording is empty. Was anything playing or said?")));
+        co_return;
+    }
+
+    std::optional<ApiError> apiError;
+    std::optional<QString> otherError;
+    try {
+        report(State::saving(tr("Uploading…")));
+        const UploadTarget target = co_await api.uploadTarget(session->token);
+        if (!self)
+            co_return;
+        co_await api.upload(file, target);
+        if (!self)
+            co_return;
+        report(State::saving(tr("Creating the note…")));
+        co_await api.createNote(session->token, *accountId, session->isAnonymous, startedAt, duration, target.key);
+        if (!self)
+            co_return;
+    } catch (const ApiError &error) {
+        apiError = error;
+    } catch (const TransportError &error) {
+        otherError = error.description();
+    } catch (const std::exception &error) {
+        otherError = QString::fromUtf8(error.what());
+    }
+
+    // 401 and 403 alike, also from the upload address itself: the token is renewed
+    // (or the session forgotten when the service no longer knows this computer), and
+    // the recording stays for the user to send again. Not logged.
+    if (apiError && apiError->isHttp() && (apiError->status() == 401 || apiError->status() == 403)) {
+        if (store)
+            co_await store->refresh(api);
+        report(State::failed(tr("The session had expired. Try sending again.")));
+        co_return;
+    }
+    if (apiError)
+        otherError = apiError->description();
+    if (otherError) {
+        qCCritical(lcRecorder, "send: %s", qUtf8Printable(*otherError));
+        report(State::failed(tr("Sending failed: %1").arg(*otherError)));
+        co_return;
+    }
+
+    // A file that cannot be removed is left for the temporary folder's cleaning.
+    QFile::remove(file);
+    if (!self->ownsOutcomeOf(capture))
+        co_return;
+    self->setRecording(nullptr, std::nullopt);
+    self->setElapsed(0);
+    self->setDisplayedElapsed(0);
+    self->setState(State::sent());
+}

@@ -1,0 +1,164 @@
+#pragma once
+
+#include "recording/RecorderPlatform.h"
+#include "recording/RecorderState.h"
+#include "service/SelvaroAPI.h"
+
+#include <QDateTime>
+#include <QObject>
+#include <QPointer>
+
+#include <qcoro/qcorotask.h>
+
+#include <chrono>
+#include <memory>
+#include <optional>
+
+class SessionStore;
+
+// The recorder's model: one recording from the record button to the note at the
+// service. It keeps the state the recorder screen draws, the two permissions, the
+// recorded time across pauses and a half-second display clock; it drives the
+// recording's capture and, on save(), the send pipeline: stop and mix, check the
+// file, ask for an upload target, upload, create the note.
+//
+//   idle/sent/failed --record()--> recording <--pause()/resume()--> paused
+//   recording/paused --save()--> saving(…) --> sent | failed(message)
+//   failed --retrySend()--> saving(…)        any --discard()--> idle
+//
+// Every observed field changes through the one change filter (setIfChanged): a
+// notification always carries news, so the ticker and repeated permission reads do
+// not redraw the screen when nothing changed.
+//
+// Deliberate behaviours that look odd:
+// - discard() does not cancel a send under way: the state goes to idle at once and
+//   the send later overwrites it with its own outcome.
+// - discard() while recording does not pause first, and the capture ignores a cancel
+//   while it runs, so the intermediate files of a running recording stay in the folder.
+// - a record() that fails to start after a failed send keeps the earlier recording,
+//   so "Send again" still sends it.
+//
+// Thread contract: main thread only. The tasks it starts (ticker, permission poll,
+// send) resume on the main thread and hold the flow through a QPointer, so the flow
+// may be destroyed at any time; a send in flight keeps its capture and file alive by
+// itself and stops at its next step.
+class RecorderFlow : public QObject
+{
+    Q_OBJECT
+    Q_PROPERTY(RecorderState state READ state NOTIFY stateChanged)
+    Q_PROPERTY(double elapsed READ elapsed NOTIFY elapsedChanged)
+    Q_PROPERTY(double displayedElapsed READ displayedElapsed NOTIFY displayedElapsedChanged)
+    Q_PROPERTY(Permission microphone READ microphone NOTIFY microphoneChanged)
+    Q_PROPERTY(Permission systemAudio READ systemAudio NOTIFY systemAudioChanged)
+    Q_PROPERTY(bool canRetrySend READ canRetrySend NOTIFY canRetrySendChanged)
+
+public:
+    using State = RecorderState;
+    using Platform = RecorderPlatform;
+
+    enum class Permission { unknown, denied, granted };
+    Q_ENUM(Permission)
+
+    static constexpr std::chrono::milliseconds tickInterval{500};
+    static constexpr std::chrono::milliseconds permissionPollInterval{1000};
+    static constexpr int permissionPollAttempts = 10;
+
+    // `store` must outlive the flow; so must `api`'s network manager. Reads the
+    // permissions once.
+    RecorderFlow(SelvaroAPI api, SessionStore &store, Platform platform, QObject *parent = nullptr);
+    ~RecorderFlow() override;
+
+    // A flow frozen in `state`, showing `elapsed` on its clock (as displayedElapsed)
+    // and the two permissions, for snapshots. It owns a client on its own network
+    // manager and a store that never reads the secret store; it touches no sound
+    // server, starts no task, and ignores every action.
+    [[nodiscard]] static std::unique_ptr<RecorderFlow> preview(const State &state, double elapsed,
+                                                               Permission microphone, Permission systemAudio);
+
+    [[nodiscard]] const State &state() const { return m_state; }
+    // Recorded seconds of all finished segments of the current recording.
+    [[nodiscard]] double elapsed() const { return m_elapsed; }
+    // The seconds on screen, brought up to date by the ticker every 0.5 s.
+    [[nodiscard]] double displayedElapsed() const { return m_displayedElapsed; }
+    [[nodiscard]] Permission microphone() const { return m_microphone; }
+    [[nodiscard]] Permission systemAudio() const { return m_systemAudio; }
+    // True exactly when failed and a recording (capture and start time) is kept.
+    [[nodiscard]] bool canRetrySend() const { return m_canRetrySend; }
+
+    // Starts a new recording; only in idle, sent or failed.
+    void record();
+    // Only while recording.
+    void pause();
+    // Only while paused.
+    void resume();
+    // Back to idle from any state, dropping the current recording.
+    void discard();
+    // Finishes the recording and sends it; only while recording or paused.
+    void save();
+    // Sends the kept recording again; only when canRetrySend.
+    void retrySend();
+
+    // Reads both permissions again (nothing in a preview).
+    void refreshPermissions();
+    // Asks again for the microphone; the permissions are read when the answer is in.
+    void requestMicrophone();
+    // Asks again for system audio, then reads the permissions every second until it
+    // is known, at most ten times.
+    void requestSystemAudio();
+
+Q_SIGNALS:
+    void stateChanged();
+    void elapsedChanged();
+    void displayedElapsedChanged();
+    void microphoneChanged();
+    void systemAudioChanged();
+    void canRetrySendChanged();
+
+private:
+    struct Ticker;
+
+    void setState(State state);
+    void setElapsed(double value);
+    void setDisplayedElapsed(double value);
+    void setMicrophone(Permission value);
+    void setSystemAudio(Permission value);
+    void setRecording(std::shared_ptr<RecordingCapture> capture, std::optional<QDateTime> startedAt);
+    void updateCanRetrySend();
+
+    // elapsed plus the running segment, if any.
+    [[nodiscard]] double runningElapsed() const;
+    // Closes the running segment into elapsed.
+    void closeSegment();
+    void startTicker();
+    void cancelTicker();
+    static QCoro::Task<> runTicker(QPointer<RecorderFlow> self, std::shared_ptr<RecorderClock> clock,
+                                   std::shared_ptr<Ticker> ticker);
+    static QCoro::Task<> pollSystemAudio(QPointer<RecorderFlow> self, std::shared_ptr<RecorderClock> clock);
+
+    // save(): stop the capture, then send.
+    static QCoro::Task<> finishAndSend(QPointer<RecorderFlow> self, std::shared_ptr<RecordingCapture> capture,
+                                       QDateTime startedAt, qint64 duration);
+    // The pipeline after the capture is finished; never throws, reports through state.
+    static QCoro::Task<> send(QPointer<RecorderFlow> self, std::shared_ptr<RecordingCapture> capture,
+                              QDateTime startedAt, qint64 duration);
+    // Whether a send of `capture` may still write the flow's state: not once a newer
+    // recording has been started.
+    [[nodiscard]] bool ownsOutcomeOf(const std::shared_ptr<RecordingCapture> &capture) const;
+
+    SelvaroAPI m_api;
+    QPointer<SessionStore> m_store;
+    Platform m_platform;
+    bool m_frozenForPreview = false;
+
+    State m_state;
+    double m_elapsed = 0;
+    double m_displayedElapsed = 0;
+    Permission m_microphone = Permission::unknown;
+    Permission m_systemAudio = Permission::unknown;
+    bool m_canRetrySend = false;
+
+    std::shared_ptr<RecordingCapture> m_capture;
+    std::optional<QDateTime> m_startedAt;
+    std::optional<std::chrono::steady_clock::time_point> m_segmentStart;
+    std::shared_ptr<Ticker> m_ticker;
+};

@@ -1,0 +1,40 @@
+#pragma once
+
+#include "audio/CapturePermission.h"
+#include "recording/RecorderClock.h"
+#include "recording/RecordingCapture.h"
+
+#include <QString>
+
+#include <memory>
+
+class AlertSound;
+class SoundServer;
+
+// Everything platform-bound the recorder flow uses, handed to it whole in its
+// constructor: how a recording's capture is made, the two permissions, the clock and
+// the folder the recordings go into. The flow takes ownership of all of it.
+//
+// A member left empty is simply absent: no factory means a record() that fails to
+// start, no permission reads as `unknown`, no clock is real time, an empty folder is
+// RecordingsFolder::defaultPath().
+struct RecorderPlatform
+{
+    // Kept alive for the permissions, which probe it until they are destroyed; the
+    // factory keeps its own reference for the captures.
+    std::shared_ptr<SoundServer> soundServer;
+    CaptureFactory makeCapture;
+    std::unique_ptr<CapturePermission> microphone;
+    std::unique_ptr<CapturePermission> systemAudio;
+    std::shared_ptr<RecorderClock> clock;
+    QString recordingsFolder;
+
+    // The application's platform: a DualRecorder on `server` per recording (playing
+    // `alertSound` at each start), the microphone and system-audio permissions probed
+    // on the same server, real time, and the private recordings folder.
+    //   RecorderFlow recorder(api, store, RecorderPlatform::onSoundServer(
+    //       std::make_shared<PulseSoundServer>(), std::make_shared<PulseAlertSound>()));
+    [[nodiscard]] static RecorderPlatform onSoundServer(std::shared_ptr<SoundServer> server,
+                                                       std::shared_ptr<AlertSound> alertSound,
+                                                       QString recordingsFolder = {});
+};

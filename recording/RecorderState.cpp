@@ -1,0 +1,21 @@
+#include "recording/RecorderState.h"
+
+#include <QMetaEnum>
+
+RecorderState RecorderState::saving(QString text)
+{
+    return RecorderState(Kind::saving, std::move(text));
+}
+
+RecorderState RecorderState::failed(QString message)
+{
+    return RecorderState(Kind::failed, std::move(message));
+}
+
+QString RecorderState::toString() const
+{
+    const QString kind = QString::fromLatin1(QMetaEnum::fromType<Kind>().valueToKey(static_cast<int>(m_kind)));
+    if (m_kind == Kind::saving || m_kind == Kind::failed)
+        return QStringLiteral("%1(%2)").arg(kind, m_text);
+    return kind;
+}

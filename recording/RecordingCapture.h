@@ -1,0 +1,40 @@
+#pragma once
+
+#include <QString>
+
+#include <qcoro/qcorotask.h>
+
+#include <functional>
+#include <memory>
+#include <optional>
+
+// The capture of one recording as the recorder flow drives it: the application's is
+// the dual recorder (DualRecorderCapture), the flow's unit tests use a stand-in. One
+// object per recording, never reused.
+//
+// Thread contract: main thread only. The flow holds it through a shared_ptr and so
+// does a running save or retry, so it outlives a discard or the flow itself for as
+// long as a send still needs its file.
+class RecordingCapture
+{
+public:
+    virtual ~RecordingCapture() = default;
+    RecordingCapture() = default;
+    RecordingCapture(const RecordingCapture &) = delete;
+    RecordingCapture &operator=(const RecordingCapture &) = delete;
+
+    // Starts both sources; on failure the description of what failed.
+    [[nodiscard]] virtual std::optional<QString> start() = 0;
+    virtual void pause() = 0;
+    virtual void resume() = 0;
+    // Deletes the intermediate files, but only when the capture is not running
+    // (the dual recorder's rule, which a discard while recording relies on).
+    virtual void cancel() = 0;
+    // Ends the capture and leaves the mixed file at finalMixedPath(), or nothing
+    // there when mixing failed. Never throws.
+    [[nodiscard]] virtual QCoro::Task<> stop() = 0;
+    [[nodiscard]] virtual QString finalMixedPath() const = 0;
+};
+
+// Makes the capture of a new recording whose files go into `folder`.
+using CaptureFactory = std::function<std::shared_ptr<RecordingCapture>(const QString &folder)>;

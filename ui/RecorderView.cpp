@@ -1,0 +1,411 @@
+#include "ui/RecorderView.h"
+
+#include "ui/BalancedLabel.h"
+#include "ui/ClockText.h"
+#include "ui/EqualColumnsLayout.h"
+#include "ui/FadingStack.h"
+#include "ui/Motion.h"
+#include "ui/OutlinedBox.h"
+#include "ui/Palette.h"
+#include "ui/PermissionRow.h"
+#include "ui/PillButton.h"
+#include "ui/Spinner.h"
+#include "ui/SymbolView.h"
+#include "ui/TextButton.h"
+#include "ui/TextLabel.h"
+#include "ui/Typography.h"
+#include "ui/WaveformIndicator.h"
+
+#include <QHBoxLayout>
+#include <QMessageBox>
+#include <QPushButton>
+#include <QVBoxLayout>
+
+namespace {
+
+using Kind = RecorderState::Kind;
+using Permission = RecorderFlow::Permission;
+
+PermissionRow::Status rowStatus(Permission permission)
+{
+    switch (permission) {
+    case Permission::unknown: return PermissionRow::Status::unknown;
+    case Permission::denied: return PermissionRow::Status::denied;
+    case Permission::granted: return PermissionRow::Status::granted;
+    }
+    Q_UNREACHABLE();
+}
+
+// A page whose content sits at its top, in a stack sized by its tallest page.
+QVBoxLayout *topAligned(QWidget *page)
+{
+    auto *layout = new QVBoxLayout(page);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->setSpacing(0);
+    return layout;
+}
+
+// A symbol or an indicator in front of a text, centred together: the status
+// line's labels.
+QWidget *labelled(QWidget *symbol, TextLabel *text)
+{
+    auto *line = new QWidget;
+    auto *layout = new QHBoxLayout(line);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->setSpacing(5);
+    layout->addStretch(1);
+    symbol->setParent(line);
+    text->setParent(line);
+    layout->addWidget(symbol, 0, Qt::AlignVCenter);
+    layout->addWidget(text, 0, Qt::AlignVCenter);
+    layout->addStretch(1);
+    return line;
+}
+
+QWidget *divider(QWidget *parent)
+{
+    auto *line = new QWidget(parent);
+    line->setFixedHeight(1);
+    QPalette palette = line->palette();
+    palette.setColor(QPalette::Window, Palette::divider());
+    line->setPalette(palette);
+    line->setAutoFillBackground(true);
+    return line;
+}
+
+QWidget *row(std::initializer_list<QWidget *> columns)
+{
+    auto *page = new QWidget;
+    auto *layout = new EqualColumnsLayout(static_cast<int>(columns.size()), page);
+    int column = 0;
+    for (QWidget *widget : columns)
+        layout->setWidget(column++, widget);
+    return page;
+}
+
+} // namespace
+
+RecorderView::RecorderView(RecorderFlow *flow, SoundSettings::Opener openSettings, QWidget *parent)
+    : QWidget(parent)
+    , m_flow(flow)
+    , m_openSettings(std::move(openSettings))
+{
+    auto *layout = new QVBoxLayout(this);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->setSpacing(0);
+
+    // Header
+    auto *header = new QHBoxLayout;
+    header->addStretch(1);
+    auto *unlink = new TextButton(tr("Unlink"), this);
+    unlink->setObjectName(QStringLiteral("unlinkButton"));
+    header->addWidget(unlink);
+    layout->addLayout(header);
+    layout->addStretch(1);
+
+    // Clock
+    m_clock = new TextLabel(format(0), Typography::clock(), Palette::secondaryText(), this);
+    m_clock->setObjectName(QStringLiteral("clock"));
+    m_clock->setAccessibleDescription(tr("Recorded time"));
+    layout->addWidget(m_clock);
+    layout->addSpacing(36);
+    m_clockFade.setDuration(Motion::stateMs);
+    m_clockFade.setEasingCurve(Motion::easeInOut());
+    connect(&m_clockFade, &QVariantAnimation::valueChanged, this,
+            [this](const QVariant &value) { m_clock->setColor(value.value<QColor>()); });
+
+    // Below the clock: either the controls and the status, or the permissions box.
+    m_body = new FadingStack(this);
+    m_body->setObjectName(QStringLiteral("body"));
+    layout->addWidget(m_body);
+
+    m_sessionPage = new QWidget;
+    auto *session = topAligned(m_sessionPage);
+    m_controls = new FadingStack(m_sessionPage);
+    m_controls->setObjectName(QStringLiteral("controls"));
+    m_controls->setMinimumHeight(44);
+    session->addWidget(m_controls);
+    session->addSpacing(28);
+    m_status = new FadingStack(m_sessionPage);
+    m_status->setObjectName(QStringLiteral("status"));
+    m_status->setMinimumHeight(16);
+    session->addWidget(m_status);
+    session->addStretch(1);
+    m_body->addPage(m_sessionPage);
+
+    // Controls per state
+    auto *record = new PillButton(tr("Record"), Symbol::recordCircle,
+                                  {PillButtonStyle::Kind::record, PillButtonStyle::Size::regular, false, true});
+    record->setObjectName(QStringLiteral("recordButton"));
+    m_recordPage = new QWidget;
+    auto *recordLayout = new QHBoxLayout(m_recordPage);
+    recordLayout->setContentsMargins(0, 0, 0, 0);
+    recordLayout->addWidget(record, 0, Qt::AlignCenter);
+    m_controls->addPage(m_recordPage);
+
+    const PillButtonStyle filling{PillButtonStyle::Kind::secondary, PillButtonStyle::Size::regular, true, false};
+    auto *pause = new PillButton(tr("Pause"), Symbol::pauseFill, filling);
+    pause->setObjectName(QStringLiteral("pauseButton"));
+    // Pause alone in the middle of three columns sits exactly where Resume sits.
+    m_recordingPage = row({nullptr, pause, nullptr});
+    m_controls->addPage(m_recordingPage);
+
+    auto *discard = new PillButton(tr("Discard"), Symbol::trash,
+                                   {PillButtonStyle::Kind::destructive, PillButtonStyle::Size::regular, true, false});
+    discard->setObjectName(QStringLiteral("discardButton"));
+    auto *resume = new PillButton(tr("Resume"), Symbol::playFill, filling);
+    resume->setObjectName(QStringLiteral("resumeButton"));
+    auto *save = new PillButton(tr("Save"), Symbol::checkmark,
+                                {PillButtonStyle::Kind::primary, PillButtonStyle::Size::regular, true, false});
+    save->setObjectName(QStringLiteral("saveButton"));
+    m_pausedPage = row({discard, resume, save});
+    m_controls->addPage(m_pausedPage);
+
+    m_savingPage = new QWidget;
+    auto *savingLayout = new QHBoxLayout(m_savingPage);
+    savingLayout->setContentsMargins(0, 0, 0, 0);
+    auto *spinner = new Spinner(Spinner::ControlSize::large, m_savingPage);
+    spinner->setObjectName(QStringLiteral("spinner"));
+    spinner->setAccessibleName(tr("Sending"));
+    savingLayout->addWidget(spinner, 0, Qt::AlignCenter);
+    m_controls->addPage(m_savingPage);
+
+    // Status line per state, all in the footnote font
+    const QFont footnote = Typography::footnote();
+    m_idleStatus = new QWidget;
+    // A space keeps the line's height with nothing to see.
+    auto *idleText = new TextLabel(QStringLiteral(" "), footnote, Palette::secondaryText());
+    idleText->setObjectName(QStringLiteral("idleStatus"));
+    topAligned(m_idleStatus)->addWidget(idleText);
+    m_status->addPage(m_idleStatus);
+
+    m_recordingStatus = new QWidget;
+    m_waveform = new WaveformIndicator;
+    m_waveform->setFont(footnote);
+    m_waveform->setColor(Palette::secondaryText());
+    auto *recordingText = new TextLabel(tr("Recording the system audio and the microphone"), footnote,
+                                        Palette::secondaryText());
+    recordingText->setObjectName(QStringLiteral("recordingStatus"));
+    topAligned(m_recordingStatus)->addWidget(labelled(m_waveform, recordingText));
+    m_status->addPage(m_recordingStatus);
+
+    auto *pausedPage = new QWidget;
+    m_pausedStatus = new TextLabel(tr("Paused"), footnote, Palette::secondaryText());
+    m_pausedStatus->setObjectName(QStringLiteral("pausedStatus"));
+    topAligned(pausedPage)->addWidget(m_pausedStatus);
+    m_status->addPage(pausedPage);
+
+    auto *savingPage = new QWidget;
+    m_savingStatus = new TextLabel(QString(), footnote, Palette::secondaryText());
+    m_savingStatus->setObjectName(QStringLiteral("savingStatus"));
+    topAligned(savingPage)->addWidget(m_savingStatus);
+    m_status->addPage(savingPage);
+
+    m_sentStatus = new QWidget;
+    auto *sentText = new TextLabel(tr("Sent. The note is being written on your phone."), footnote,
+                                   Palette::systemGreen());
+    sentText->setObjectName(QStringLiteral("sentStatus"));
+    topAligned(m_sentStatus)
+        ->addWidget(labelled(new SymbolView(Symbol::checkmarkCircleFill, 12, Palette::systemGreen()), sentText));
+    m_status->addPage(m_sentStatus);
+
+    m_failedStatus = new QWidget;
+    auto *failed = topAligned(m_failedStatus);
+    failed->setSpacing(12);
+    m_failure = new BalancedLabel;
+    m_failure->setObjectName(QStringLiteral("failureMessage"));
+    m_failure->setFont(footnote);
+    m_failure->setColor(Palette::systemRed());
+    failed->addWidget(m_failure);
+    m_sendAgain = new PillButton(tr("Send again"), {PillButtonStyle::Kind::secondary, PillButtonStyle::Size::regular});
+    m_sendAgain->setObjectName(QStringLiteral("sendAgainButton"));
+    failed->addWidget(m_sendAgain, 0, Qt::AlignHCenter);
+    m_status->addPage(m_failedStatus);
+
+    // The permissions box
+    m_permissionsPage = new QWidget;
+    auto *box = new OutlinedBox;
+    box->setObjectName(QStringLiteral("permissionsBox"));
+    box->setMaximumWidth(320);
+    auto *boxLayout = new QVBoxLayout(box);
+    boxLayout->setContentsMargins(0, 0, 0, 0);
+    boxLayout->setSpacing(0);
+    auto *heading = new TextLabel(tr("Two permissions, one after the other"), Typography::system(10, QFont::Medium),
+                                  Palette::secondaryText(), box);
+    heading->setAlignment(Qt::AlignLeft | Qt::AlignVCenter);
+    heading->setContentsMargins(16, 14, 16, 12);
+    boxLayout->addWidget(heading);
+    boxLayout->addWidget(divider(box));
+    m_microphoneRow = new PermissionRow(1, tr("Microphone"), tr("Your voice."), box);
+    m_microphoneRow->setObjectName(QStringLiteral("microphoneRow"));
+    boxLayout->addWidget(m_microphoneRow);
+    boxLayout->addWidget(divider(box));
+    m_systemAudioRow = new PermissionRow(2, tr("System audio"), tr("What the other apps play."), box);
+    m_systemAudioRow->setObjectName(QStringLiteral("systemAudioRow"));
+    boxLayout->addWidget(m_systemAudioRow);
+    auto *permissions = topAligned(m_permissionsPage);
+    permissions->addWidget(box, 0, Qt::AlignHCenter);
+    permissions->addStretch(1);
+    m_body->addPage(m_permissionsPage);
+
+    // Footer
+    layout->addSpacing(20);
+    auto *footer = new TextLabel(
+        tr("Record a call, a meeting or a video playing on this Mac.\nThe note appears in Selvaro on your phone."),
+        footnote, Palette::tertiaryText(), this);
+    footer->setObjectName(QStringLiteral("footer"));
+    layout->addWidget(footer);
+
+    connect(unlink, &QAbstractButton::clicked, this, &RecorderView::confirmUnlink);
+    connect(m_microphoneRow, &PermissionRow::settingsClicked, this, [this] {
+        if (m_openSettings)
+            m_openSettings(SoundSettings::Pane::microphone);
+    });
+    connect(m_systemAudioRow, &PermissionRow::settingsClicked, this, [this] {
+        if (m_openSettings)
+            m_openSettings(SoundSettings::Pane::systemAudio);
+    });
+    if (m_flow) {
+        connect(record, &QAbstractButton::clicked, m_flow, &RecorderFlow::record);
+        connect(pause, &QAbstractButton::clicked, m_flow, &RecorderFlow::pause);
+        connect(resume, &QAbstractButton::clicked, m_flow, &RecorderFlow::resume);
+        connect(save, &QAbstractButton::clicked, m_flow, &RecorderFlow::save);
+        connect(discard, &QAbstractButton::clicked, m_flow, &RecorderFlow::discard);
+        connect(m_sendAgain, &QAbstractButton::clicked, m_flow, &RecorderFlow::retrySend);
+        connect(m_microphoneRow, &PermissionRow::allowClicked, m_flow, &RecorderFlow::requestMicrophone);
+        connect(m_systemAudioRow, &PermissionRow::allowClicked, m_flow, &RecorderFlow::requestSystemAudio);
+
+        connect(m_flow, &RecorderFlow::stateChanged, this, &RecorderView::showState);
+        connect(m_flow, &RecorderFlow::microphoneChanged, this, &RecorderView::showState);
+        connect(m_flow, &RecorderFlow::systemAudioChanged, this, &RecorderView::showState);
+        connect(m_flow, &RecorderFlow::canRetrySendChanged, this, &RecorderView::showRetry);
+        connect(m_flow, &RecorderFlow::displayedElapsedChanged, this, &RecorderView::showClock);
+    }
+
+    setAnimated(true);
+    showClock();
+    showState();
+}
+
+QString RecorderView::format(double seconds)
+{
+    return ClockText::format(seconds);
+}
+
+bool RecorderView::isLive() const
+{
+    if (!m_flow)
+        return false;
+    const Kind kind = m_flow->state().kind();
+    return kind == Kind::recording || kind == Kind::paused;
+}
+
+bool RecorderView::showsPermissions() const
+{
+    if (!m_flow)
+        return false;
+    const Kind kind = m_flow->state().kind();
+    const bool offersRecord = kind == Kind::idle || kind == Kind::sent || kind == Kind::failed;
+    return offersRecord && (m_flow->microphone() != Permission::granted || m_flow->systemAudio() != Permission::granted);
+}
+
+void RecorderView::setAnimated(bool animated)
+{
+    m_animated = animated;
+    for (FadingStack *stack : {m_body, m_controls, m_status})
+        stack->setAnimated(animated);
+    m_microphoneRow->setAnimated(animated);
+    m_systemAudioRow->setAnimated(animated);
+}
+
+void RecorderView::showEvent(QShowEvent *event)
+{
+    QWidget::showEvent(event);
+    if (m_flow)
+        m_flow->refreshPermissions();
+}
+
+void RecorderView::confirmUnlink()
+{
+    if (m_confirmation)
+        return;
+    m_confirmation = new QMessageBox(this);
+    m_confirmation->setObjectName(QStringLiteral("unlinkConfirmation"));
+    m_confirmation->setAttribute(Qt::WA_DeleteOnClose);
+    m_confirmation->setIcon(QMessageBox::NoIcon);
+    m_confirmation->setText(tr("Unlink this Mac?"));
+    QPushButton *unlink = m_confirmation->addButton(tr("Unlink this Mac"), QMessageBox::DestructiveRole);
+    unlink->setObjectName(QStringLiteral("confirmUnlinkButton"));
+    m_confirmation->setDefaultButton(m_confirmation->addButton(QMessageBox::Cancel));
+    connect(m_confirmation, &QMessageBox::buttonClicked, this, [this, unlink](QAbstractButton *button) {
+        if (button == unlink)
+            Q_EMIT unlinkRequested();
+    });
+    m_confirmation->open();
+}
+
+void RecorderView::showClock()
+{
+    if (m_flow)
+        m_clock->setText(format(m_flow->displayedElapsed()));
+}
+
+void RecorderView::showRetry()
+{
+    m_sendAgain->setVisible(m_flow && m_flow->canRetrySend());
+}
+
+void RecorderView::showState()
+{
+    if (!m_flow)
+        return;
+    const RecorderState &state = m_flow->state();
+
+    const QColor clockColour = isLive() ? Palette::primaryText() : Palette::secondaryText();
+    const bool fadingThere = m_clockFade.state() == QAbstractAnimation::Running &&
+                             m_clockFade.endValue().value<QColor>() == clockColour;
+    if (m_clock->color() != clockColour && !fadingThere) {
+        m_clockFade.stop();
+        if (m_animated && isVisible()) {
+            m_clockFade.setStartValue(m_clock->color());
+            m_clockFade.setEndValue(clockColour);
+            m_clockFade.start();
+        } else {
+            m_clock->setColor(clockColour);
+        }
+    }
+
+    const Permission microphone = m_flow->microphone();
+    const Permission systemAudio = m_flow->systemAudio();
+    m_microphoneRow->setStatus(rowStatus(microphone), true);
+    // The second step opens once the first is done (or if it is already granted).
+    m_systemAudioRow->setStatus(rowStatus(systemAudio),
+                                microphone == Permission::granted || systemAudio == Permission::granted);
+    m_body->setCurrentPage(showsPermissions() ? m_permissionsPage : m_sessionPage);
+
+    switch (state.kind()) {
+    case Kind::idle:
+    case Kind::sent:
+    case Kind::failed: m_controls->setCurrentPage(m_recordPage); break;
+    case Kind::recording: m_controls->setCurrentPage(m_recordingPage); break;
+    case Kind::paused: m_controls->setCurrentPage(m_pausedPage); break;
+    case Kind::saving: m_controls->setCurrentPage(m_savingPage); break;
+    }
+
+    m_waveform->setRunning(state.is(Kind::recording));
+    switch (state.kind()) {
+    case Kind::idle: m_status->setCurrentPage(m_idleStatus); break;
+    case Kind::recording: m_status->setCurrentPage(m_recordingStatus); break;
+    case Kind::paused: m_status->setCurrentPage(m_pausedStatus->parentWidget()); break;
+    case Kind::saving:
+        m_savingStatus->setText(state.text());
+        m_status->setCurrentPage(m_savingStatus->parentWidget());
+        break;
+    case Kind::sent: m_status->setCurrentPage(m_sentStatus); break;
+    case Kind::failed:
+        m_failure->setText(state.text());
+        m_status->setCurrentPage(m_failedStatus);
+        break;
+    }
+    showRetry();
+}

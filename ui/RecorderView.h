@@ -1,0 +1,106 @@
+#pragma once
+
+#include "recording/RecorderFlow.h"
+#include "ui/SoundSettings.h"
+
+#include <QMessageBox>
+#include <QPointer>
+#include <QVariantAnimation>
+#include <QWidget>
+
+class BalancedLabel;
+class FadingStack;
+class PermissionRow;
+class PillButton;
+class TextButton;
+class TextLabel;
+class WaveformIndicator;
+
+// The screen shown once this computer is linked: it draws a RecorderFlow.
+// From top to bottom: "Unlink" in the corner; the elapsed-time clock; the
+// controls of the state (Record; Pause; Discard, Resume and Save; a spinner
+// while saving); a one-line status; the footer. While a permission is missing
+// and no recording is under way, the two-step permissions box takes the place
+// of the controls and the status.
+//
+// Every control calls the flow, except "Unlink": after its confirmation the
+// screen emits unlinkRequested() and whoever embeds it unlinks (discarding the
+// recording and forgetting the session). The screen asks the flow to read the
+// permissions again whenever it is shown.
+//
+// The controls and the status area keep the height of their tallest content, so
+// the clock stays in one place whatever the state. Main thread only; the flow
+// must outlive the view or be deleted with it.
+class RecorderView : public QWidget
+{
+    Q_OBJECT
+
+public:
+    // `openSettings` serves the permission rows' "Settings" buttons.
+    explicit RecorderView(RecorderFlow *flow, SoundSettings::Opener openSettings = SoundSettings::desktop(),
+                          QWidget *parent = nullptr);
+
+    [[nodiscard]] RecorderFlow *flow() const { return m_flow; }
+
+    // The clock text for `seconds` (ClockText::format).
+    [[nodiscard]] static QString format(double seconds);
+
+    // Recording or paused: the clock is drawn in the primary colour, else dimmed.
+    [[nodiscard]] bool isLive() const;
+    // Idle, sent or failed with a permission not granted: the permissions box
+    // replaces the controls and the status line.
+    [[nodiscard]] bool showsPermissions() const;
+
+    // Off: every change shows at once (snapshots, tests). On by default.
+    void setAnimated(bool animated);
+
+    // The confirmation while it is open, else null.
+    [[nodiscard]] QMessageBox *unlinkConfirmation() const { return m_confirmation; }
+
+Q_SIGNALS:
+    // The user confirmed "Unlink this Mac".
+    void unlinkRequested();
+
+protected:
+    void showEvent(QShowEvent *event) override;
+
+private:
+    void confirmUnlink();
+    void showState();
+    void showPermissions();
+    void showClock();
+    void showRetry();
+
+    QPointer<RecorderFlow> m_flow;
+    SoundSettings::Opener m_openSettings;
+    bool m_animated = true;
+
+    TextLabel *m_clock;
+    QVariantAnimation m_clockFade;
+
+    FadingStack *m_body;
+    QWidget *m_sessionPage;
+    QWidget *m_permissionsPage;
+
+    FadingStack *m_controls;
+    QWidget *m_recordPage;
+    QWidget *m_recordingPage;
+    QWidget *m_pausedPage;
+    QWidget *m_savingPage;
+
+    FadingStack *m_status;
+    QWidget *m_idleStatus;
+    QWidget *m_recordingStatus;
+    WaveformIndicator *m_waveform;
+    TextLabel *m_pausedStatus;
+    TextLabel *m_savingStatus;
+    QWidget *m_sentStatus;
+    QWidget *m_failedStatus;
+    BalancedLabel *m_failure;
+    PillButton *m_sendAgain;
+
+    PermissionRow *m_microphoneRow;
+    PermissionRow *m_systemAudioRow;
+
+    QPointer<QMessageBox> m_confirmation;
+};
