@@ -326,10 +326,14 @@ bool RecorderFlow::ownsOutcomeOf(const std::shared_ptr<RecordingCapture> &captur
 QCoro::Task<> RecorderFlow::finishAndSend(QPointer<RecorderFlow> self, std::shared_ptr<RecordingCapture> capture,
                                           QDateTime startedAt, qint64 duration)
 {
-    co_await capture->stop();
+    // Tasks are built before they are awaited: GCC 12 mishandles temporaries in an
+    // awaited full-expression.
+    QCoro::Task<> stopping = capture->stop();
+    co_await std::move(stopping);
     if (!self)
         co_return;
-    co_await send(self, std::move(capture), std::move(startedAt), duration);
+    QCoro::Task<> sending = send(self, std::move(capture), std::move(startedAt), duration);
+    co_await std::move(sending);
 }
 
 QCoro::Task<> RecorderFlow::send(QPointer<RecorderFlow> self, std::shared_ptr<RecordingCapture> capture,
@@ -366,14 +370,18 @@ QCoro::Task<> RecorderFlow::send(QPointer<RecorderFlow> self, std::shared_ptr<Re
     std::optional<QString> otherError;
     try {
         report(State::saving(tr("Uploading…")));
-        const UploadTarget target = co_await api.uploadTarget(session->token);
+        QCoro::Task<UploadTarget> asking = api.uploadTarget(session->token);
+        const UploadTarget target = co_await std::move(asking);
         if (!self)
             co_return;
-        co_await api.upload(file, target);
+        QCoro::Task<> uploading = api.upload(file, target);
+        co_await std::move(uploading);
         if (!self)
             co_return;
         report(State::saving(tr("Creating the note…")));
-        co_await api.createNote(session->token, *accountId, session->isAnonymous, startedAt, duration, target.key);
+        QCoro::Task<NoteRecord> creating =
+            api.createNote(session->token, *accountId, session->isAnonymous, startedAt, duration, target.key);
+        co_await std::move(creating);
         if (!self)
             co_return;
     } catch (const ApiError &error) {
@@ -388,8 +396,10 @@ QCoro::Task<> RecorderFlow::send(QPointer<RecorderFlow> self, std::shared_ptr<Re
     // (or the session forgotten when the service no longer knows this computer), and
     // the recording stays for the user to send again. Not logged.
     if (apiError && apiError->isHttp() && (apiError->status() == 401 || apiError->status() == 403)) {
-        if (store)
-            co_await store->refresh(api);
+        if (store) {
+            QCoro::Task<> refreshing = store->refresh(api);
+            co_await std::move(refreshing);
+        }
         report(State::failed(tr("The session had expired. Try sending again.")));
         co_return;
     }

@@ -47,6 +47,7 @@ private Q_SLOTS:
     void discard_data();
     void discard();
     void discardWhileSavingDoesNotCancelTheSend();
+    void anOldSendLeavesANewerRecordingAlone();
     void tickerShowsRunningTimeAndMakesALastUpdate();
     void permissionsFollowTheProbes();
     void requestSystemAudioPollsAtMostTenTimes();
@@ -305,6 +306,24 @@ void TestRecorderFlow::discardWhileSavingDoesNotCancelTheSend()
     QCOMPARE(flow->state(), State::failed(notLinked));
     // The recording was dropped by the discard: nothing to send again.
     QVERIFY(!flow->canRetrySend());
+}
+
+// Not in the design's letter: once a newer recording runs, the outcome of the
+// discarded one's send would strand it (a "sent" screen over a running capture).
+void TestRecorderFlow::anOldSendLeavesANewerRecordingAlone()
+{
+    auto flow = makeFlow();
+    m_captures.configure = [](StandInCapture &capture) { capture.holdStop = true; };
+    recordFor(*flow, 1s);
+    flow->save();
+    flow->discard();
+    flow->record();
+    QCOMPARE(m_captures.made.size(), 2);
+
+    m_captures.made.first()->release();
+    QCOMPARE(flow->state(), State::recording());
+    flow->pause();
+    QCOMPARE(m_captures.last().calls, (QStringList{QStringLiteral("start"), QStringLiteral("pause")}));
 }
 
 void TestRecorderFlow::tickerShowsRunningTimeAndMakesALastUpdate()
