@@ -1,14 +1,21 @@
+#include "app/Appearance.h"
+#include "app/SelvaroRecorderApp.h"
+#include "app/Snapshot.h"
 #include "common/Logging.h"
 
 #include <QApplication>
-#include <QLabel>
 
 int main(int argc, char *argv[])
 {
     Logging::installJournalHandler();
-    QApplication app(argc, argv);
-    QLabel placeholder(QStringLiteral("Selvaro Recorder"));
-    placeholder.setFixedSize(380, 430);
-    placeholder.show();
-    return app.exec();
+    QApplication application(argc, argv);
+    SelvaroRecorderApp::describe();
+    Appearance::apply(application);
+
+    if (Snapshot::runIfAsked(QApplication::arguments()))
+        return 0;
+
+    SelvaroRecorderApp recorder;
+    recorder.show();
+    return QApplication::exec();
 }

@@ -1,0 +1,50 @@
+#pragma once
+
+#include "account/PairingFlow.h"
+#include "account/SessionStore.h"
+#include "service/SelvaroAPI.h"
+
+#include <QNetworkAccessManager>
+#include <QObject>
+#include <QUrl>
+
+#include <qcoro/qcorotask.h>
+
+#include <memory>
+
+class RecorderFlow;
+
+// The root model: the service client, the session store, the pairing flow and the
+// recorder flow, built in that order and kept for the life of the process. The
+// three share one SessionStore — that sharing is what lets a successful pairing
+// switch the screen and lets the send pipeline read the current token.
+//
+// Thread contract: main thread only.
+class AppModel : public QObject
+{
+    Q_OBJECT
+
+public:
+    // `baseUrl` is the compiled-in service unless a test points it elsewhere.
+    explicit AppModel(QUrl baseUrl = SelvaroAPI::compiledBaseUrl(), QObject *parent = nullptr);
+    ~AppModel() override;
+
+    [[nodiscard]] const SelvaroAPI &api() const { return m_api; }
+    [[nodiscard]] SessionStore &store() { return m_store; }
+    [[nodiscard]] PairingFlow &pairing() { return m_pairing; }
+    [[nodiscard]] RecorderFlow &recorder() { return *m_recorder; }
+
+    // Every start renews the saved session with the service (or forgets it when
+    // the service no longer knows this computer). Started when the window first shows.
+    QCoro::Task<> refreshAtStart();
+    // Local only: any recording is discarded, the secret-store item removed and
+    // the session cleared, which brings back the pairing screen.
+    QCoro::Task<> unlink();
+
+private:
+    QNetworkAccessManager m_network;
+    SelvaroAPI m_api;
+    SessionStore m_store;
+    PairingFlow m_pairing;
+    std::unique_ptr<RecorderFlow> m_recorder;
+};

@@ -1,0 +1,32 @@
+#pragma once
+
+#include <QMainWindow>
+
+class QAction;
+class Updater;
+
+// The one window: its content fixed at 380 × 430 points and not resizable, and a
+// menu named after the application holding "About Selvaro Recorder", directly
+// followed by "Check for Updates…", then "Quit". There is deliberately no command
+// that opens a second window: the application has exactly one.
+class MainWindow : public QMainWindow
+{
+    Q_OBJECT
+
+public:
+    // `content` is the window's whole content (a ScreenFrame); `updater` must
+    // outlive the window.
+    MainWindow(QWidget *content, Updater &updater, QWidget *parent = nullptr);
+
+    [[nodiscard]] QAction *aboutAction() const { return m_about; }
+    [[nodiscard]] QAction *checkForUpdatesAction() const { return m_checkForUpdates; }
+
+private:
+    void showAbout();
+    void checkForUpdates();
+
+    Updater &m_updater;
+    QAction *m_about = nullptr;
+    QAction *m_checkForUpdates = nullptr;
+    bool m_checking = false;
+};

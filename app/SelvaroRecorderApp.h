@@ -1,0 +1,38 @@
+#pragma once
+
+#include "app/AppModel.h"
+#include "app/Updater.h"
+
+#include <QUrl>
+
+#include <memory>
+
+class ContentView;
+class MainWindow;
+
+// The application: the root model, then the updater, then the one window with
+// the content view. Snapshot mode is decided before this is made (main), so
+// that rendering the screenshots never reads the secret store or probes the
+// sound server.
+class SelvaroRecorderApp
+{
+public:
+    explicit SelvaroRecorderApp(QUrl baseUrl = SelvaroAPI::compiledBaseUrl());
+    ~SelvaroRecorderApp();
+
+    void show();
+
+    [[nodiscard]] AppModel &model() { return m_model; }
+    [[nodiscard]] MainWindow &window() { return *m_window; }
+    [[nodiscard]] ContentView &content() { return *m_content; }
+
+    // Names the application for the desktop (settings paths, window class).
+    static void describe();
+
+private:
+    AppModel m_model;
+    QNetworkAccessManager m_updateNetwork;
+    Updater m_updater;
+    ContentView *m_content = nullptr;
+    std::unique_ptr<MainWindow> m_window;
+};
