@@ -51,15 +51,15 @@ void FadingStack::setCurrentPage(QWidget *page)
     if (!page || page == m_current || m_layout->indexOf(page) < 0)
         return;
     // A fade in progress ends where it was heading before the next begins.
-    if (isFading()) {
-        m_fade.stop();
-        finishFade();
-    }
+    settle();
     m_outgoing = m_current;
     m_current = page;
     m_current->show();
     m_current->raise();
-    if (m_animated && isVisible() && m_outgoing) {
+    if (m_animated && isVisible() && m_outgoing && !insideFadingPage()) {
+        for (QWidget *fading : {m_current.data(), m_outgoing.data()})
+            for (FadingStack *inner : fading->findChildren<FadingStack *>())
+                inner->settle();
         setOpacity(m_current, 0.0);
         setOpacity(m_outgoing, 1.0);
         m_fade.start();
@@ -67,6 +67,22 @@ void FadingStack::setCurrentPage(QWidget *page)
         finishFade();
     }
     emit currentPageChanged(page);
+}
+
+void FadingStack::settle()
+{
+    if (!isFading())
+        return;
+    m_fade.stop();
+    finishFade();
+}
+
+bool FadingStack::insideFadingPage() const
+{
+    for (const QWidget *widget = parentWidget(); widget; widget = widget->parentWidget())
+        if (widget->graphicsEffect())
+            return true;
+    return false;
 }
 
 void FadingStack::finishFade()

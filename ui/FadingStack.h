@@ -16,6 +16,10 @@ class QStackedLayout;
 // At rest no page carries a graphics effect, so a resting stack renders
 // exactly like its page (crisp in 2x renders); the opacity effects exist only
 // during a fade. The stack is as large as its largest page.
+//
+// Qt cannot paint a graphics effect inside another one, so stacks inside a
+// fading page never fade themselves: a change there shows at once, and a fade
+// that begins ends the fades of the stacks inside its pages first.
 class FadingStack : public QWidget
 {
     Q_OBJECT
@@ -43,6 +47,9 @@ signals:
 
 private:
     void finishFade();
+    // A stop-and-finish of this stack's fade, if one runs.
+    void settle();
+    [[nodiscard]] bool insideFadingPage() const;
     void setOpacity(QWidget *page, qreal opacity);
 
     QStackedLayout *m_layout;

@@ -308,6 +308,41 @@ private slots:
         QCOMPARE(changed.size(), 4);
     }
 
+    // Qt cannot paint an opacity effect inside another: nested stacks never fade at once.
+    void nestedStacksNeverFadeTogether()
+    {
+        FadingStack outer;
+        auto *first = new QWidget;
+        auto *second = new QWidget;
+        outer.addPage(first);
+        outer.addPage(second);
+        auto *inner = new FadingStack(second);
+        auto *idle = new QLabel(QStringLiteral("idle"));
+        auto *busy = new QLabel(QStringLiteral("busy"));
+        inner->addPage(idle);
+        inner->addPage(busy);
+        outer.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&outer));
+
+        // A change inside a page that is fading in shows at once.
+        outer.setCurrentPage(second);
+        QVERIFY(outer.isFading());
+        inner->setCurrentPage(busy);
+        QVERIFY(!inner->isFading());
+        QCOMPARE(busy->graphicsEffect(), nullptr);
+        QVERIFY(busy->isVisible() && !idle->isVisible());
+        QTRY_VERIFY_WITH_TIMEOUT(!outer.isFading(), 2000);
+
+        // At rest the inner stack fades as usual; an outer fade ends it first.
+        inner->setCurrentPage(idle);
+        QVERIFY(inner->isFading());
+        outer.setCurrentPage(first);
+        QVERIFY(outer.isFading());
+        QVERIFY(!inner->isFading());
+        QCOMPARE(idle->graphicsEffect(), nullptr);
+        QCOMPARE(busy->graphicsEffect(), nullptr);
+    }
+
     void badgeAndBox()
     {
         StepBadge badge(2);
