@@ -94,8 +94,8 @@ private Q_SLOTS:
         QVERIFY(file.ok);
         const auto all = file.channelSpan(0, 0, file.seconds());
         QVERIFY(energyAt(all, file.rate, 880) < energyAt(all, file.rate, 660) / 100);
-        QCOMPARE(dominantAt(file, 0.1, 0.3), 1000.0);
-        QCOMPARE(dominantAt(file, file.seconds() - 0.3, 0.25), 660.0);
+        QVERIFY(toneAt(file, 0.1, 0.3, 1000));
+        QVERIFY(toneAt(file, file.seconds() - 0.3, 0.25, 660));
         // A resumed source may take a moment to deliver again; nothing of the pause is in the file.
         QVERIFY2(file.seconds() < static_cast<double>(recorded) / 1000 + 0.06,
                  qPrintable(QStringLiteral("file %1 s, recorded %2 ms").arg(file.seconds()).arg(recorded)));

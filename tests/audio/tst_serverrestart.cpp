@@ -65,8 +65,8 @@ private Q_SLOTS:
 
         const SoundFile file = SoundFile::read(path);
         QVERIFY2(file.ok, qPrintable(file.error));
-        QCOMPARE(dominantAt(file, 0.1, 0.3), 440.0);
-        QCOMPARE(dominantAt(file, file.seconds() - 0.3, 0.25), 660.0);
+        QVERIFY(toneAt(file, 0.1, 0.3, 440));
+        QVERIFY(toneAt(file, file.seconds() - 0.3, 0.25, 660));
         // The outage is in the file as silence, not cut out of the timeline.
         QVERIFY2(file.seconds() > recorded - 0.2,
                  qPrintable(QStringLiteral("file %1 s, recorded %2 s").arg(file.seconds()).arg(recorded)));
