@@ -50,6 +50,17 @@ bool click(QWidget *root, const QString &text)
     return true;
 }
 
+// What a failed click could have hit, for the failure message.
+QString visibleButtons(QWidget *root)
+{
+    QStringList names;
+    for (QAbstractButton *candidate : root->findChildren<QAbstractButton *>())
+        if (candidate->isVisibleTo(root))
+            names.append(QStringLiteral("'%1'/'%2'%3").arg(candidate->text(), candidate->accessibleName(),
+                                                        candidate->isEnabled() ? QString() : QStringLiteral(" (off)")));
+    return names.join(QLatin1String(", "));
+}
+
 bool showsText(QWidget *root, const QString &text)
 {
     for (QLabel *label : root->findChildren<QLabel *>())
@@ -108,10 +119,12 @@ private Q_SLOTS:
         QTRY_COMPARE(recorder.microphone(), RecorderFlow::Permission::granted);
         QTRY_COMPARE(recorder.systemAudio(), RecorderFlow::Permission::granted);
 
-        QTRY_VERIFY(click(screen, QStringLiteral("Record")));
+        // QTRY evaluates its condition once more at the end: it must not click.
+        QTRY_VERIFY2(button(screen, QStringLiteral("Record")), qPrintable(visibleButtons(screen)));
+        QVERIFY(click(screen, QStringLiteral("Record")));
         QCOMPARE(recorder.state(), State::recording());
         QTest::qWait(1500); // the fixture's monitors take about a second to deliver
-        QVERIFY(click(screen, QStringLiteral("Pause")));
+        QVERIFY2(click(screen, QStringLiteral("Pause")), qPrintable(visibleButtons(screen)));
         QCOMPARE(recorder.state(), State::paused());
         QVERIFY(click(screen, QStringLiteral("Resume")));
         QCOMPARE(recorder.state(), State::recording());
