@@ -17,6 +17,11 @@ private Q_SLOTS:
         QTemporaryDir dir;
         const QString output = dir.filePath(QStringLiteral("nested/shots"));
         QProcess app;
+        // As on a server or in CI: no display, and nobody said "offscreen".
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        for (const char *name : {"QT_QPA_PLATFORM", "DISPLAY", "WAYLAND_DISPLAY"})
+            environment.remove(QString::fromLatin1(name));
+        app.setProcessEnvironment(environment);
         app.start(QStringLiteral(SELVARO_RECORDER_EXECUTABLE),
                   {QStringLiteral("--snapshot"), output, QStringLiteral("--snapshot"), dir.filePath(QStringLiteral("no"))});
         QVERIFY(app.waitForFinished(60000));
