@@ -4,8 +4,11 @@
 // that leaves a prepared file instead of recording, and a sound server whose only
 // job is to answer the permission probes.
 
+#include "audio/MicrophonePermission.h"
 #include "audio/SoundServer.h"
+#include "audio/SystemAudioPermission.h"
 #include "recording/RecorderClock.h"
+#include "recording/RecorderPlatform.h"
 #include "recording/RecordingCapture.h"
 
 #include <QDateTime>
@@ -191,5 +194,21 @@ public:
         return access.load();
     }
 };
+
+// What the state-machine and screen tests give a flow: stand-in captures from
+// `captures`, both permissions probed on `server`, the hand-moved clock, and a
+// recordings folder of the test's own.
+inline RecorderPlatform standInPlatform(const std::shared_ptr<SoundServer> &server, StandInFactory &captures,
+                                        std::shared_ptr<ManualClock> clock, QString recordingsFolder)
+{
+    RecorderPlatform platform;
+    platform.soundServer = server;
+    platform.makeCapture = captures.factory();
+    platform.microphone = std::make_unique<MicrophonePermission>(*server);
+    platform.systemAudio = std::make_unique<SystemAudioPermission>(*server);
+    platform.clock = std::move(clock);
+    platform.recordingsFolder = std::move(recordingsFolder);
+    return platform;
+}
 
 } // namespace RecordingTest

@@ -4,8 +4,6 @@
 #include "RecordingTestSupport.h"
 
 #include "account/SessionStore.h"
-#include "audio/MicrophonePermission.h"
-#include "audio/SystemAudioPermission.h"
 #include "recording/RecorderFlow.h"
 #include "support/LogCapture.h"
 
@@ -84,16 +82,11 @@ void TestRecorderFlow::cleanup()
 
 std::unique_ptr<RecorderFlow> TestRecorderFlow::makeFlow(QUrl serviceUrl)
 {
-    RecorderFlow::Platform platform;
-    platform.soundServer = m_server;
-    platform.makeCapture = m_captures.factory();
-    platform.microphone = std::make_unique<MicrophonePermission>(*m_server);
-    platform.systemAudio = std::make_unique<SystemAudioPermission>(*m_server);
-    platform.clock = m_clock;
-    platform.recordingsFolder = m_dir->filePath(QStringLiteral("Recordings"));
     if (serviceUrl.isEmpty())
         serviceUrl = QUrl(QStringLiteral("http://127.0.0.1:1"));
-    return std::make_unique<RecorderFlow>(SelvaroAPI(&m_network, serviceUrl), *m_store, std::move(platform));
+    return std::make_unique<RecorderFlow>(
+        SelvaroAPI(&m_network, serviceUrl), *m_store,
+        standInPlatform(m_server, m_captures, m_clock, m_dir->filePath(QStringLiteral("Recordings"))));
 }
 
 void TestRecorderFlow::recordFor(RecorderFlow &flow, std::chrono::milliseconds duration)

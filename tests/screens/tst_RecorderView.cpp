@@ -4,8 +4,6 @@
 #include "ScreenTestSupport.h"
 
 #include "account/SessionStore.h"
-#include "audio/MicrophonePermission.h"
-#include "audio/SystemAudioPermission.h"
 #include "recording/RecordingTestSupport.h"
 #include "ui/EqualColumnsLayout.h"
 #include "ui/PermissionRow.h"
@@ -171,14 +169,9 @@ std::unique_ptr<RecorderFlow> TestRecorderView::makeFlow(QUrl serviceUrl, std::s
 {
     if (!server)
         server = m_server;
-    RecorderFlow::Platform platform;
-    platform.soundServer = server;
-    platform.makeCapture = m_captures.factory();
-    platform.microphone = std::make_unique<MicrophonePermission>(*server);
-    platform.systemAudio = std::make_unique<SystemAudioPermission>(*server);
-    platform.clock = m_clock;
-    platform.recordingsFolder = m_dir->filePath(QStringLiteral("Recordings"));
-    return std::make_unique<RecorderFlow>(SelvaroAPI(&m_network, serviceUrl), *m_store, std::move(platform));
+    return std::make_unique<RecorderFlow>(
+        SelvaroAPI(&m_network, serviceUrl), *m_store,
+        standInPlatform(server, m_captures, m_clock, m_dir->filePath(QStringLiteral("Recordings"))));
 }
 
 void TestRecorderView::clockText_data()

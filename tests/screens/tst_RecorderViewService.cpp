@@ -5,8 +5,6 @@
 #include "ScreenTestSupport.h"
 
 #include "account/SessionStore.h"
-#include "audio/MicrophonePermission.h"
-#include "audio/SystemAudioPermission.h"
 #include "recording/RecordingTestSupport.h"
 #include "support/DevService.h"
 #include "ui/RecorderView.h"
@@ -62,14 +60,9 @@ void TestRecorderViewService::init()
                                       session.value(QStringLiteral("profileId")).toString(),
                                       session.value(QStringLiteral("token")).toString(), false});
 
-    RecorderFlow::Platform platform;
-    platform.soundServer = m_server;
-    platform.makeCapture = m_captures.factory();
-    platform.microphone = std::make_unique<MicrophonePermission>(*m_server);
-    platform.systemAudio = std::make_unique<SystemAudioPermission>(*m_server);
-    platform.clock = m_clock;
-    platform.recordingsFolder = m_dir.filePath(QStringLiteral("Recordings"));
-    m_flow = std::make_unique<RecorderFlow>(SelvaroAPI(&m_network, m_dev.baseUrl()), *m_store, std::move(platform));
+    m_flow = std::make_unique<RecorderFlow>(
+        SelvaroAPI(&m_network, m_dev.baseUrl()), *m_store,
+        standInPlatform(m_server, m_captures, m_clock, m_dir.filePath(QStringLiteral("Recordings"))));
     m_view = new RecorderView(m_flow.get(), {});
     m_view->setAnimated(false);
     m_frame = std::make_unique<Frame>(m_view);
