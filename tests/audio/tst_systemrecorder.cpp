@@ -214,12 +214,23 @@ private Q_SLOTS:
         QElapsedTimer elapsed;
         elapsed.start();
         QTest::qWait(700);
+        // A newly followed monitor starts delivering late, later still on a loaded
+        // machine: stay on each sink until the server has delivered a good part of
+        // a second from it, rather than for a fixed time.
+        const auto received = [&recorder] {
+            const SystemRecorder::Statistics counts = recorder.statistics();
+            return counts.framesDelivered - counts.framesOfSilence;
+        };
+        const auto waitForAudio = [&](double seconds) {
+            const quint64 from = received();
+            return QTest::qWaitFor([&] { return received() >= from + static_cast<quint64>(seconds * 48000); }, 8000);
+        };
         pactl({ QStringLiteral("set-default-sink"), QStringLiteral("headset") }, &ok);
         QVERIFY(ok);
-        QTest::qWait(800);
+        QVERIFY(waitForAudio(0.8));
         pactl({ QStringLiteral("unload-module"), module }, &ok);
         QVERIFY(ok);
-        QTest::qWait(800);
+        QVERIFY(waitForAudio(0.8));
         recorder.stop();
         const double recorded = static_cast<double>(elapsed.elapsed()) / 1000;
 
