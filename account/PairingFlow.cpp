@@ -3,7 +3,7 @@
 #include "account/Keychain.h"
 #include "account/SessionStore.h"
 #include "account/StoredSession.h"
-#include "account/SystemPairingClock.h"
+#include "common/SystemClock.h"
 #include "common/Logging.h"
 #include "common/Observable.h"
 #include "service/ApiError.h"
@@ -38,12 +38,12 @@ PollOutcome outcomeOf(const ApiError &error)
 
 } // namespace
 
-PairingFlow::PairingFlow(SelvaroAPI api, SessionStore *store, std::shared_ptr<PairingClock> clock,
+PairingFlow::PairingFlow(SelvaroAPI api, SessionStore *store, std::shared_ptr<Clock> clock,
                          QObject *parent)
     : QObject(parent)
     , m_api(std::move(api))
     , m_store(store)
-    , m_clock(clock ? std::move(clock) : std::make_shared<SystemPairingClock>())
+    , m_clock(clock ? std::move(clock) : std::make_shared<SystemClock>())
 {
 }
 
@@ -75,7 +75,7 @@ QCoro::Task<> PairingFlow::run(quint64 attempt)
     QPointer<PairingFlow> self(this);
     QPointer<SessionStore> store = m_store;
     const SelvaroAPI api = m_api;
-    const std::shared_ptr<PairingClock> clock = m_clock;
+    const std::shared_ptr<Clock> clock = m_clock;
 
     PairingStart start;
     std::optional<QString> startError;

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "account/PairingClock.h"
+#include "common/Clock.h"
 #include "account/PairingState.h"
 #include "service/SelvaroAPI.h"
 
@@ -40,14 +40,14 @@ public:
     static constexpr std::chrono::seconds minimumInterval{2};
 
     // `clock` defaults to real time.
-    PairingFlow(SelvaroAPI api, SessionStore *store, std::shared_ptr<PairingClock> clock = {},
+    PairingFlow(SelvaroAPI api, SessionStore *store, std::shared_ptr<Clock> clock = {},
                 QObject *parent = nullptr);
     ~PairingFlow() override;
 
     [[nodiscard]] const State &state() const { return m_state; }
 
     // The time `expiresAt` is measured in; the pairing screen counts down by it.
-    [[nodiscard]] std::shared_ptr<PairingClock> clock() const { return m_clock; }
+    [[nodiscard]] std::shared_ptr<Clock> clock() const { return m_clock; }
 
     // Begins a new attempt, superseding any running one; the state is `requesting`
     // when it returns. Called when the pairing screen appears and from its retry button.
@@ -73,7 +73,7 @@ private:
 
     SelvaroAPI m_api;
     QPointer<SessionStore> m_store;
-    std::shared_ptr<PairingClock> m_clock;
+    std::shared_ptr<Clock> m_clock;
     State m_state;
     // Identifies the running attempt; start() and a success move it on, which is how
     // older attempts learn that they were cancelled.

@@ -1,7 +1,7 @@
 #include "app/AppModel.h"
 
-#include "audio/PulseAlertSound.h"
-#include "audio/PulseSoundServer.h"
+#include "audio/pulse/PulseAlertSound.h"
+#include "audio/pulse/PulseSoundServer.h"
 #include "recording/RecorderFlow.h"
 
 AppModel::AppModel(QUrl baseUrl, QObject *parent)

@@ -4,6 +4,7 @@
 #include "app/ContentView.h"
 #include "app/MainWindow.h"
 #include "app/ScreenFrame.h"
+#include "recording/RecorderFlow.h"
 
 #include <QApplication>
 
@@ -13,6 +14,12 @@ SelvaroRecorderApp::SelvaroRecorderApp(QUrl baseUrl)
 {
     m_content = new ContentView(m_model);
     m_window = std::make_unique<MainWindow>(new ScreenFrame(m_content), m_updater);
+    // A permission may have changed while another application was in front.
+    QObject::connect(qApp, &QGuiApplication::applicationStateChanged, &m_model.recorder(),
+                     [recorder = &m_model.recorder()](Qt::ApplicationState state) {
+                         if (state == Qt::ApplicationActive)
+                             recorder->probePermissions();
+                     });
 }
 
 // The window (and its views) go before the model they draw.

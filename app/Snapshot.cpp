@@ -18,7 +18,6 @@
 
 namespace {
 
-using Permission = RecorderFlow::Permission;
 using State = RecorderFlow::State;
 
 constexpr qreal scale = 2.0;

@@ -12,8 +12,8 @@
 // no server answers → unknown. Linux has no consent prompt for either source, so
 // request() is another probe, whose answer arrives like any other.
 //
-// The status is read again whenever the application becomes active, so a change
-// made meanwhile (a device plugged in, the server restarted) shows up at once.
+// The screens read the status again whenever the application becomes active, so a
+// change made meanwhile (a device plugged in, the server restarted) shows up at once.
 //
 // Thread contract: every member on the main thread; probes run on a private worker
 // thread and their answers come back to the main thread before `status` changes.
@@ -21,16 +21,12 @@
 class CapturePermission : public QObject
 {
     Q_OBJECT
-    Q_PROPERTY(Status status READ status NOTIFY statusChanged)
+    Q_PROPERTY(Permission status READ status NOTIFY statusChanged)
 
 public:
-    enum class Status { unknown, denied, granted };
-    Q_ENUM(Status)
-
     ~CapturePermission() override;
 
-    [[nodiscard]] Status status() const { return m_status; }
-    [[nodiscard]] static QString rawValue(Status status);
+    [[nodiscard]] Permission status() const { return m_status; }
 
     // Probes again; `status` follows when the answer arrives.
     void request();
@@ -48,11 +44,11 @@ protected:
 
 private:
     void probe(bool isRequest);
-    void apply(CaptureAccess access, bool isRequest);
+    void apply(Permission status, bool isRequest);
 
     SoundServer &m_server;
     const CaptureSource m_source;
     const QLoggingCategory &m_category;
-    Status m_status = Status::unknown;
+    Permission m_status = Permission::unknown;
     QThreadPool m_probes;
 };

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "audio/CaptureError.h"
+#include "audio/Permission.h"
 
 #include <QString>
 #include <QtGlobal>
@@ -36,13 +37,6 @@ struct OutputDevice
 enum class CaptureSource {
     systemOutput, // what the computer plays: the monitor of the default output
     defaultInput, // the microphone: the default input
-};
-
-// What a probe found out about capturing from a source.
-enum class CaptureAccess {
-    unreachable, // no sound server answered
-    refused,     // the server refused, or has no such device
-    allowed,
 };
 
 // One running capture. Destroying it ends the capture; once the destructor has
@@ -102,5 +96,5 @@ public:
 
     // Tries whether capturing `source` would work. Safe to call from any thread; may
     // take up to a couple of seconds when the server does not answer.
-    [[nodiscard]] virtual CaptureAccess probe(CaptureSource source) = 0;
+    [[nodiscard]] virtual Permission probe(CaptureSource source) = 0;
 };

@@ -8,7 +8,7 @@
 // Last line: cpu_percent=<n> lost_frames=<n>
 
 #include "audio/MicRecorder.h"
-#include "audio/PulseSoundServer.h"
+#include "audio/pulse/PulseSoundServer.h"
 #include "audio/SystemRecorder.h"
 
 #include <QCoreApplication>

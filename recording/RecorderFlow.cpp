@@ -5,7 +5,7 @@
 #include "audio/RecordingsFolder.h"
 #include "common/Logging.h"
 #include "common/Observable.h"
-#include "recording/SteadyRecorderClock.h"
+#include "common/SystemClock.h"
 #include "service/TransportError.h"
 
 #include <QFile>
@@ -23,16 +23,9 @@ struct RecorderFlow::Ticker
 
 namespace {
 
-RecorderFlow::Permission permissionOf(const CapturePermission *permission)
+Permission permissionOf(const CapturePermission *permission)
 {
-    if (!permission)
-        return RecorderFlow::Permission::unknown;
-    switch (permission->status()) {
-    case CapturePermission::Status::granted: return RecorderFlow::Permission::granted;
-    case CapturePermission::Status::denied: return RecorderFlow::Permission::denied;
-    case CapturePermission::Status::unknown: break;
-    }
-    return RecorderFlow::Permission::unknown;
+    return permission ? permission->status() : Permission::unknown;
 }
 
 // The duration the note is sent with: recorded time truncated toward zero (59.9 s is 59).
@@ -62,7 +55,7 @@ RecorderFlow::RecorderFlow(SelvaroAPI api, SessionStore &store, Platform platfor
     , m_platform(std::move(platform))
 {
     if (!m_platform.clock)
-        m_platform.clock = std::make_shared<SteadyRecorderClock>();
+        m_platform.clock = std::make_shared<SystemClock>();
     if (m_platform.recordingsFolder.isEmpty())
         m_platform.recordingsFolder = RecordingsFolder::defaultPath();
     // The probes answer some time after they were asked (at construction, on
@@ -238,7 +231,7 @@ void RecorderFlow::cancelTicker()
         this, [this] { setDisplayedElapsed(runningElapsed()); }, Qt::QueuedConnection);
 }
 
-QCoro::Task<> RecorderFlow::runTicker(QPointer<RecorderFlow> self, std::shared_ptr<RecorderClock> clock,
+QCoro::Task<> RecorderFlow::runTicker(QPointer<RecorderFlow> self, std::shared_ptr<Clock> clock,
                                       std::shared_ptr<Ticker> ticker)
 {
     while (!ticker->cancelled) {
@@ -260,6 +253,16 @@ void RecorderFlow::refreshPermissions()
     setSystemAudio(permissionOf(m_platform.systemAudio.get()));
 }
 
+void RecorderFlow::probePermissions()
+{
+    if (m_frozenForPreview)
+        return;
+    for (CapturePermission *permission : {m_platform.microphone.get(), m_platform.systemAudio.get()}) {
+        if (permission)
+            permission->updateStatus();
+    }
+}
+
 void RecorderFlow::requestMicrophone()
 {
     if (m_frozenForPreview || !m_platform.microphone)
@@ -279,7 +282,7 @@ void RecorderFlow::requestSystemAudio()
     pollSystemAudio(this, m_platform.clock);
 }
 
-QCoro::Task<> RecorderFlow::pollSystemAudio(QPointer<RecorderFlow> self, std::shared_ptr<RecorderClock> clock)
+QCoro::Task<> RecorderFlow::pollSystemAudio(QPointer<RecorderFlow> self, std::shared_ptr<Clock> clock)
 {
     // Bounded: a permission that never becomes known stops being polled after ten reads.
     for (int attempt = 0; attempt < permissionPollAttempts; ++attempt) {

@@ -56,9 +56,6 @@ public:
     using State = RecorderState;
     using Platform = RecorderPlatform;
 
-    enum class Permission { unknown, denied, granted };
-    Q_ENUM(Permission)
-
     static constexpr std::chrono::milliseconds tickInterval{500};
     static constexpr std::chrono::milliseconds permissionPollInterval{1000};
     static constexpr int permissionPollAttempts = 10;
@@ -100,6 +97,9 @@ public:
 
     // Reads both permissions again (nothing in a preview).
     void refreshPermissions();
+    // Probes both sources again, for a change made while the application was in
+    // the background (a device plugged in, the server restarted).
+    void probePermissions();
     // Asks again for the microphone; the permissions are read when the answer is in.
     void requestMicrophone();
     // Asks again for system audio, then reads the permissions every second until it
@@ -131,9 +131,9 @@ private:
     void closeSegment();
     void startTicker();
     void cancelTicker();
-    static QCoro::Task<> runTicker(QPointer<RecorderFlow> self, std::shared_ptr<RecorderClock> clock,
+    static QCoro::Task<> runTicker(QPointer<RecorderFlow> self, std::shared_ptr<Clock> clock,
                                    std::shared_ptr<Ticker> ticker);
-    static QCoro::Task<> pollSystemAudio(QPointer<RecorderFlow> self, std::shared_ptr<RecorderClock> clock);
+    static QCoro::Task<> pollSystemAudio(QPointer<RecorderFlow> self, std::shared_ptr<Clock> clock);
 
     // save(): stop the capture, then send.
     static QCoro::Task<> finishAndSend(QPointer<RecorderFlow> self, std::shared_ptr<RecordingCapture> capture,

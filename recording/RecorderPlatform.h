@@ -1,7 +1,7 @@
 #pragma once
 
 #include "audio/CapturePermission.h"
-#include "recording/RecorderClock.h"
+#include "common/Clock.h"
 #include "recording/RecordingCapture.h"
 
 #include <QString>
@@ -26,7 +26,7 @@ struct RecorderPlatform
     CaptureFactory makeCapture;
     std::unique_ptr<CapturePermission> microphone;
     std::unique_ptr<CapturePermission> systemAudio;
-    std::shared_ptr<RecorderClock> clock;
+    std::shared_ptr<Clock> clock;
     QString recordingsFolder;
 
     // The application's platform: a DualRecorder on `server` per recording (playing

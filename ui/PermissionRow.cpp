@@ -71,19 +71,19 @@ PermissionRow::PermissionRow(qint64 number, const QString &title, const QString 
     // Interpolation ends a rounding error away from the target; the row rests exactly on it.
     connect(&m_fade, &QVariantAnimation::finished, this, [this] { applyOpacity(m_fade.endValue().toReal()); });
 
-    setStatus(Status::unknown, true);
+    setStatus(Permission::unknown, true);
 }
 
-void PermissionRow::setStatus(Status status, bool enabled)
+void PermissionRow::setStatus(Permission status, bool enabled)
 {
     m_status = status;
     m_enabled = enabled;
-    m_badge->setDone(status == Status::granted);
+    m_badge->setDone(status == Permission::granted);
 
     QWidget *action = m_noAction;
-    if (status == Status::unknown && enabled)
+    if (status == Permission::unknown && enabled)
         action = m_allowPage;
-    else if (status == Status::denied)
+    else if (status == Permission::denied)
         action = m_settingsPage;
     m_action->setAnimated(m_animated);
     m_action->setCurrentPage(action);

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "audio/Permission.h"
+
 #include <QVariantAnimation>
 #include <QWidget>
 
@@ -20,15 +22,12 @@ class PermissionRow : public QWidget
 {
     Q_OBJECT
 public:
-    // The permission as the row shows it (RecorderFlow::Permission).
-    enum class Status : quint8 { unknown, denied, granted };
-
     static constexpr qreal disabledOpacity = 0.45;
 
     PermissionRow(qint64 number, const QString &title, const QString &detail, QWidget *parent = nullptr);
 
-    void setStatus(Status status, bool enabled);
-    [[nodiscard]] Status status() const { return m_status; }
+    void setStatus(Permission status, bool enabled);
+    [[nodiscard]] Permission status() const { return m_status; }
     [[nodiscard]] bool isStepEnabled() const { return m_enabled; }
 
     // The opacity the row is drawn at now (moves towards 1 or 0.45 during an animation).
@@ -56,7 +55,7 @@ private:
     PillButton *m_allow;
     PillButton *m_settings;
 
-    Status m_status = Status::unknown;
+    Permission m_status = Permission::unknown;
     bool m_enabled = true;
     bool m_animated = true;
     qreal m_opacity = 1;

@@ -24,17 +24,6 @@
 namespace {
 
 using Kind = RecorderState::Kind;
-using Permission = RecorderFlow::Permission;
-
-PermissionRow::Status rowStatus(Permission permission)
-{
-    switch (permission) {
-    case Permission::unknown: return PermissionRow::Status::unknown;
-    case Permission::denied: return PermissionRow::Status::denied;
-    case Permission::granted: return PermissionRow::Status::granted;
-    }
-    Q_UNREACHABLE();
-}
 
 // A page whose content sits at its top, in a stack sized by its tallest page.
 QVBoxLayout *topAligned(QWidget *page)
@@ -379,9 +368,9 @@ void RecorderView::showState()
 
     const Permission microphone = m_flow->microphone();
     const Permission systemAudio = m_flow->systemAudio();
-    m_microphoneRow->setStatus(rowStatus(microphone), true);
+    m_microphoneRow->setStatus(microphone, true);
     // The second step opens once the first is done (or if it is already granted).
-    m_systemAudioRow->setStatus(rowStatus(systemAudio),
+    m_systemAudioRow->setStatus(systemAudio,
                                 microphone == Permission::granted || systemAudio == Permission::granted);
     m_body->setCurrentPage(showsPermissions() ? m_permissionsPage : m_sessionPage);
 

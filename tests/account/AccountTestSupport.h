@@ -3,7 +3,7 @@
 // Helpers shared by the account tests: the secret store as other clients see it,
 // and a pairing clock that the test drives.
 
-#include "account/PairingClock.h"
+#include "common/Clock.h"
 
 #include <QObject>
 #include <QProcess>
@@ -75,7 +75,7 @@ inline bool lockDefaultCollection()
 // A pairing clock whose time moves only by the sleeps it is asked for. Each sleep
 // is recorded, moves `now` on by its full length at once and then really lasts only
 // a millisecond, or, when held, until release().
-class FakeClock : public QObject, public PairingClock
+class FakeClock : public QObject, public Clock
 {
     Q_OBJECT
 
@@ -86,6 +86,10 @@ public:
     }
 
     [[nodiscard]] QDateTime now() const override { return m_now; }
+    [[nodiscard]] std::chrono::steady_clock::time_point monotonicNow() const override
+    {
+        return std::chrono::steady_clock::time_point(std::chrono::milliseconds(m_now.toMSecsSinceEpoch()));
+    }
 
     QCoro::Task<> sleep(std::chrono::milliseconds duration) override
     {

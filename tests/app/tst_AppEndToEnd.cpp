@@ -116,8 +116,8 @@ private Q_SLOTS:
 
         RecorderView *screen = content.recorderView();
         RecorderFlow &recorder = app.model().recorder();
-        QTRY_COMPARE(recorder.microphone(), RecorderFlow::Permission::granted);
-        QTRY_COMPARE(recorder.systemAudio(), RecorderFlow::Permission::granted);
+        QTRY_COMPARE(recorder.microphone(), Permission::granted);
+        QTRY_COMPARE(recorder.systemAudio(), Permission::granted);
 
         // QTRY evaluates its condition once more at the end: it must not click.
         QTRY_VERIFY2(button(screen, QStringLiteral("Record")), qPrintable(visibleButtons(screen)));

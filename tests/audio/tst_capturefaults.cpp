@@ -1,6 +1,6 @@
 #include "audio/GlobalTap.h"
 #include "audio/MicRecorder.h"
-#include "audio/PulseSoundServer.h"
+#include "audio/pulse/PulseSoundServer.h"
 #include "audio/SystemRecorder.h"
 #include "support/LogCapture.h"
 #include "support/Pactl.h"

@@ -1,5 +1,5 @@
 #include "audio/MicRecorder.h"
-#include "audio/PulseSoundServer.h"
+#include "audio/pulse/PulseSoundServer.h"
 #include "support/CaptureChecks.h"
 #include "support/LogCapture.h"
 #include "support/SoundFile.h"

@@ -1,5 +1,5 @@
 #include "audio/MicRecorder.h"
-#include "audio/PulseSoundServer.h"
+#include "audio/pulse/PulseSoundServer.h"
 #include "audio/SystemAudioPermission.h"
 #include "audio/SystemRecorder.h"
 #include "support/LogCapture.h"
@@ -64,7 +64,7 @@ private Q_SLOTS:
 
         SystemAudioPermission permission(server);
         QTest::qWait(200);
-        QTRY_COMPARE(permission.status(), CapturePermission::Status::unknown);
+        QTRY_COMPARE(permission.status(), Permission::unknown);
     }
 };
 

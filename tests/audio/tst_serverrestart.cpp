@@ -1,4 +1,4 @@
-#include "audio/PulseSoundServer.h"
+#include "audio/pulse/PulseSoundServer.h"
 #include "audio/SystemRecorder.h"
 #include "support/CaptureChecks.h"
 #include "support/LogCapture.h"

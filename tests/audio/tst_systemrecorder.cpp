@@ -1,5 +1,5 @@
 #include "audio/GlobalTap.h"
-#include "audio/PulseSoundServer.h"
+#include "audio/pulse/PulseSoundServer.h"
 #include "audio/SystemRecorder.h"
 #include "support/CaptureChecks.h"
 #include "support/LogCapture.h"

@@ -1,6 +1,6 @@
 #include "audio/DualRecorder.h"
-#include "audio/PulseAlertSound.h"
-#include "audio/PulseSoundServer.h"
+#include "audio/pulse/PulseAlertSound.h"
+#include "audio/pulse/PulseSoundServer.h"
 #include "audio/SystemRecorder.h"
 #include "support/CaptureChecks.h"
 #include "support/LogCapture.h"

@@ -26,7 +26,7 @@ public:
     std::variant<OutputDevice, AudioObjectError> defaultOutput() override;
     std::variant<std::unique_ptr<Capture>, QString> startCapture(CaptureSource source, const SampleSpec &spec,
                                                                  BlockHandler onBlock) override;
-    CaptureAccess probe(CaptureSource) override { return CaptureAccess::allowed; }
+    Permission probe(CaptureSource) override { return Permission::granted; }
 };
 
 class CountingAlertSound final : public AlertSound

@@ -7,7 +7,7 @@
 #include "audio/MicrophonePermission.h"
 #include "audio/SoundServer.h"
 #include "audio/SystemAudioPermission.h"
-#include "recording/RecorderClock.h"
+#include "support/ManualClock.h"
 #include "recording/RecorderPlatform.h"
 #include "recording/RecordingCapture.h"
 
@@ -24,73 +24,9 @@
 
 namespace RecordingTest {
 
+using ::ManualClock;
+
 using namespace std::chrono_literals;
-
-// Time moves only when the test calls advance(). Every sleep is recorded and ends
-// once the clock has passed its deadline.
-class ManualClock : public RecorderClock
-{
-public:
-    explicit ManualClock(QDateTime start = QDateTime(QDate(2026, 3, 4), QTime(10, 11, 12, 345), Qt::UTC))
-        : m_wall(std::move(start))
-    {
-    }
-
-    [[nodiscard]] QDateTime now() const override { return m_wall; }
-    [[nodiscard]] std::chrono::steady_clock::time_point monotonicNow() const override { return m_monotonic; }
-
-    QCoro::Task<> sleep(std::chrono::milliseconds duration) override
-    {
-        m_sleeps.append(duration);
-        // The flow keeps the clock alive across its sleeps.
-        co_await Wait{this, m_monotonic + duration};
-    }
-
-    // Moves both clocks on; the sleeps that are due end inside this call, in the
-    // order they began (a sleep begun by a woken task waits for the next advance).
-    void advance(std::chrono::milliseconds step)
-    {
-        m_monotonic += step;
-        m_wall = m_wall.addMSecs(step.count());
-        QList<std::coroutine_handle<>> due;
-        for (auto it = m_waiting.begin(); it != m_waiting.end();) {
-            if (it->first <= m_monotonic) {
-                due.append(it->second);
-                it = m_waiting.erase(it);
-            } else {
-                ++it;
-            }
-        }
-        for (const auto handle : due)
-            handle.resume();
-    }
-
-    // In 500 ms steps, so that the display clock ticks as it would in real time.
-    void advanceInTicks(std::chrono::milliseconds total)
-    {
-        for (auto done = 0ms; done < total; done += 500ms)
-            advance(std::min<std::chrono::milliseconds>(500ms, total - done));
-    }
-
-    [[nodiscard]] int sleepsOf(std::chrono::milliseconds duration) const { return int(m_sleeps.count(duration)); }
-
-private:
-    // Resumed directly by advance(), not through the event loop, so a test sees the
-    // effect of a tick as soon as advance() returns.
-    struct Wait
-    {
-        ManualClock *clock;
-        std::chrono::steady_clock::time_point deadline;
-        bool await_ready() const noexcept { return clock->m_monotonic >= deadline; }
-        void await_suspend(std::coroutine_handle<> handle) { clock->m_waiting.append({deadline, handle}); }
-        void await_resume() const noexcept {}
-    };
-
-    QList<std::pair<std::chrono::steady_clock::time_point, std::coroutine_handle<>>> m_waiting;
-    QDateTime m_wall;
-    std::chrono::steady_clock::time_point m_monotonic{std::chrono::hours(1)};
-    QList<std::chrono::milliseconds> m_sleeps;
-};
 
 // A capture that records nothing: it logs the calls it gets, and stop() leaves
 // `mixedBytes` as the mixed file (no file at all when null). A held stop() waits
@@ -176,7 +112,7 @@ struct StandInFactory
 class ProbeOnlyServer final : public SoundServer
 {
 public:
-    std::atomic<CaptureAccess> access{CaptureAccess::unreachable};
+    std::atomic<Permission> access{Permission::unknown};
     std::atomic<int> probes{0};
 
     std::variant<OutputDevice, AudioObjectError> defaultOutput() override
@@ -188,7 +124,7 @@ public:
     {
         return QStringLiteral("no capture in this test");
     }
-    CaptureAccess probe(CaptureSource) override
+    Permission probe(CaptureSource) override
     {
         ++probes;
         return access.load();

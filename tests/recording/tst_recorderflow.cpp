@@ -16,7 +16,6 @@
 
 using namespace RecordingTest;
 using State = RecorderFlow::State;
-using Permission = RecorderFlow::Permission;
 
 namespace {
 const QString notLinked = QStringLiteral("This Mac is not linked to a Selvaro account any more.");
@@ -357,7 +356,7 @@ void TestRecorderFlow::tickerShowsRunningTimeAndMakesALastUpdate()
 
 void TestRecorderFlow::permissionsFollowTheProbes()
 {
-    m_server->access = CaptureAccess::allowed;
+    m_server->access = Permission::granted;
     auto flow = makeFlow();
     QTRY_COMPARE(flow->microphone(), Permission::granted);
     QTRY_COMPARE(flow->systemAudio(), Permission::granted);
@@ -369,7 +368,7 @@ void TestRecorderFlow::permissionsFollowTheProbes()
     QCOMPARE(microphoneChanges.count(), 0);
     QCOMPARE(systemChanges.count(), 0);
 
-    m_server->access = CaptureAccess::refused;
+    m_server->access = Permission::denied;
     const int probes = m_server->probes;
     flow->requestMicrophone();
     QTRY_COMPARE(flow->microphone(), Permission::denied);
@@ -380,7 +379,7 @@ void TestRecorderFlow::permissionsFollowTheProbes()
 
 void TestRecorderFlow::requestSystemAudioPollsAtMostTenTimes()
 {
-    m_server->access = CaptureAccess::unreachable;
+    m_server->access = Permission::unknown;
     auto flow = makeFlow();
     QTRY_COMPARE(m_server->probes, 2);
     flow->requestSystemAudio();
@@ -396,7 +395,7 @@ void TestRecorderFlow::requestSystemAudioStopsPollingOnceKnown()
 {
     auto flow = makeFlow();
     QTRY_COMPARE(m_server->probes, 2);
-    m_server->access = CaptureAccess::allowed;
+    m_server->access = Permission::granted;
     flow->requestSystemAudio();
     QTRY_COMPARE(flow->systemAudio(), Permission::granted);
     for (int second = 0; second < 5; ++second)

@@ -6,8 +6,8 @@
 #include "account/Keychain.h"
 #include "account/PairingFlow.h"
 #include "account/SessionStore.h"
-#include "audio/PulseAlertSound.h"
-#include "audio/PulseSoundServer.h"
+#include "audio/pulse/PulseAlertSound.h"
+#include "audio/pulse/PulseSoundServer.h"
 #include "recording/RecorderFlow.h"
 #include "support/DevService.h"
 #include "support/MixerAnalysis.h"
@@ -125,8 +125,8 @@ bool TestRecordingChain::waitForBothCaptures() const
 void TestRecordingChain::recordsPausesAndSendsTheNote()
 {
     auto flow = makeFlow();
-    QTRY_COMPARE(flow->microphone(), RecorderFlow::Permission::granted);
-    QTRY_COMPARE(flow->systemAudio(), RecorderFlow::Permission::granted);
+    QTRY_COMPARE(flow->microphone(), Permission::granted);
+    QTRY_COMPARE(flow->systemAudio(), Permission::granted);
 
     const QDateTime before = QDateTime::currentDateTimeUtc();
     flow->record();

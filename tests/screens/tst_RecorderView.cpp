@@ -27,7 +27,6 @@
 
 using namespace ScreenTest;
 using namespace RecordingTest;
-using Permission = RecorderFlow::Permission;
 using State = RecorderState;
 using Pane = SoundSettings::Pane;
 
@@ -79,8 +78,8 @@ struct Screen
 class TwoSourceServer final : public SoundServer
 {
 public:
-    std::atomic<CaptureAccess> microphone{CaptureAccess::unreachable};
-    std::atomic<CaptureAccess> systemAudio{CaptureAccess::unreachable};
+    std::atomic<Permission> microphone{Permission::unknown};
+    std::atomic<Permission> systemAudio{Permission::unknown};
 
     std::variant<OutputDevice, AudioObjectError> defaultOutput() override
     {
@@ -91,7 +90,7 @@ public:
     {
         return QStringLiteral("no capture in this test");
     }
-    CaptureAccess probe(CaptureSource source) override
+    Permission probe(CaptureSource source) override
     {
         return source == CaptureSource::defaultInput ? microphone.load() : systemAudio.load();
     }
@@ -391,7 +390,7 @@ void TestRecorderView::rowDimmingIsEased()
     PermissionRow row(2, QStringLiteral("System audio"), QStringLiteral("What the other apps play."));
     row.show();
     QVERIFY(QTest::qWaitForWindowExposed(&row));
-    row.setStatus(PermissionRow::Status::unknown, false);
+    row.setStatus(Permission::unknown, false);
     // Under way, not there at once.
     QCOMPARE(row.opacity(), 1.0);
     QTRY_COMPARE_WITH_TIMEOUT(row.opacity(), PermissionRow::disabledOpacity, 1000);
@@ -413,7 +412,7 @@ void TestRecorderView::sendAgainOnlyWhenRetryable()
     const QUrl nobody(QStringLiteral("http://127.0.0.1:%1").arg(closed.serverPort()));
     closed.close();
     m_store->setSession(StoredSession{QStringLiteral("s"), QStringLiteral("p"), tokenOfAcc1, false});
-    m_server->access = CaptureAccess::allowed;
+    m_server->access = Permission::granted;
     Screen screen(makeFlow(nobody));
     screen.flow->record();
     m_clock->advanceInTicks(std::chrono::seconds(2));
@@ -436,7 +435,7 @@ void TestRecorderView::sendAgainOnlyWhenRetryable()
 
 void TestRecorderView::controlsCallTheFlow()
 {
-    m_server->access = CaptureAccess::allowed;
+    m_server->access = Permission::granted;
     Screen screen(makeFlow());
     screen.view->setAnimated(false);
     screen.frame.show();
@@ -494,7 +493,7 @@ void TestRecorderView::permissionButtonsCallTheFlow()
     QCOMPARE(rowAction(screen.row(2)), QStringLiteral("none"));
 
     // The microphone can be had now: its "Allow" asks for it.
-    server->microphone = CaptureAccess::allowed;
+    server->microphone = Permission::granted;
     QTest::mouseClick(screen.row(1)->allowButton(), Qt::LeftButton);
     QTRY_COMPARE(screen.flow->microphone(), Permission::granted);
     QCOMPARE(screen.flow->systemAudio(), Permission::unknown);
@@ -502,7 +501,7 @@ void TestRecorderView::permissionButtonsCallTheFlow()
     QCOMPARE(screen.row(2)->opacity(), 1.0);
     QCOMPARE(rowAction(screen.row(2)), QStringLiteral("Allow"));
 
-    server->systemAudio = CaptureAccess::allowed;
+    server->systemAudio = Permission::granted;
     QTest::mouseClick(screen.row(2)->allowButton(), Qt::LeftButton);
     QTRY_COMPARE(screen.flow->systemAudio(), Permission::granted);
     QVERIFY(!screen.shows("permissionsBox"));

@@ -52,7 +52,7 @@ void TestRecorderViewService::init()
     m_dev.reset();
     m_clock = std::make_shared<ManualClock>();
     m_server = std::make_shared<ProbeOnlyServer>();
-    m_server->access = CaptureAccess::allowed;
+    m_server->access = Permission::granted;
     m_captures = StandInFactory();
     m_store = std::make_unique<SessionStore>(SessionStore::Load::nothing);
     const QJsonObject session = m_dev.createSession(false);

@@ -1,7 +1,7 @@
-#include "audio/PulseSoundServer.h"
+#include "audio/pulse/PulseSoundServer.h"
 
-#include "audio/PulseCapture.h"
-#include "audio/PulseConnection.h"
+#include "audio/pulse/PulseCapture.h"
+#include "audio/pulse/PulseConnection.h"
 
 PulseSoundServer::PulseSoundServer(QByteArray server)
     : m_server(std::move(server))
@@ -27,23 +27,23 @@ PulseSoundServer::startCapture(CaptureSource source, const SampleSpec &spec, Blo
     return std::unique_ptr<Capture>(std::move(capture));
 }
 
-CaptureAccess PulseSoundServer::probe(CaptureSource source)
+Permission PulseSoundServer::probe(CaptureSource source)
 {
     PulseConnection connection(m_server);
     PulseConnection::Locker lock(connection);
     if (const int error = connection.connect())
-        return error == PA_ERR_ACCESS || error == PA_ERR_AUTHKEY ? CaptureAccess::refused
-                                                                 : CaptureAccess::unreachable;
+        return error == PA_ERR_ACCESS || error == PA_ERR_AUTHKEY ? Permission::denied
+                                                                 : Permission::unknown;
     QByteArray device;
     if (source == CaptureSource::systemOutput) {
         auto output = connection.readDefaultOutput();
         if (!std::holds_alternative<OutputDevice>(output))
-            return CaptureAccess::refused;
+            return Permission::denied;
         device = std::get<OutputDevice>(output).monitorSource.toUtf8();
     } else {
         auto name = connection.readDefaultSourceName();
         if (!std::holds_alternative<QByteArray>(name))
-            return CaptureAccess::refused;
+            return Permission::denied;
         device = std::get<QByteArray>(name);
     }
 
@@ -52,7 +52,7 @@ CaptureAccess PulseSoundServer::probe(CaptureSource source)
     const pa_sample_spec spec { PA_SAMPLE_FLOAT32NE, 48000, 1 };
     pa_stream *stream = pa_stream_new(connection.context(), "Permission probe", &spec, nullptr);
     if (!stream)
-        return CaptureAccess::refused;
+        return Permission::denied;
     pa_stream_set_state_callback(
         stream, [](pa_stream *, void *mainloop) {
             pa_threaded_mainloop_signal(static_cast<pa_threaded_mainloop *>(mainloop), 0);
@@ -71,6 +71,6 @@ CaptureAccess PulseSoundServer::probe(CaptureSource source)
     pa_stream_disconnect(stream);
     pa_stream_unref(stream);
     if (ready)
-        return CaptureAccess::allowed;
-    return serverGone ? CaptureAccess::unreachable : CaptureAccess::refused;
+        return Permission::granted;
+    return serverGone ? Permission::unknown : Permission::denied;
 }

@@ -1,4 +1,4 @@
-#include "audio/PulseCapture.h"
+#include "audio/pulse/PulseCapture.h"
 
 #include "common/Logging.h"
 

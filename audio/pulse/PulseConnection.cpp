@@ -1,4 +1,4 @@
-#include "audio/PulseConnection.h"
+#include "audio/pulse/PulseConnection.h"
 
 namespace {
 

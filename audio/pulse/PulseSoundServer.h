@@ -23,7 +23,7 @@ public:
     [[nodiscard]] std::variant<OutputDevice, AudioObjectError> defaultOutput() override;
     [[nodiscard]] std::variant<std::unique_ptr<Capture>, QString>
     startCapture(CaptureSource source, const SampleSpec &spec, BlockHandler onBlock) override;
-    [[nodiscard]] CaptureAccess probe(CaptureSource source) override;
+    [[nodiscard]] Permission probe(CaptureSource source) override;
 
 private:
     const QByteArray m_server;

@@ -1,9 +1,10 @@
 #pragma once
 
-#include "recording/RecorderClock.h"
+#include "common/Clock.h"
 
-// Real time: the UTC wall clock, std::chrono::steady_clock, and timers for the sleeps.
-class SteadyRecorderClock final : public RecorderClock
+// Real time: UTC wall time, std::chrono::steady_clock, and precise-timer sleeps
+// (Qt's default coarse timers may fire up to 5 % early).
+class SystemClock final : public Clock
 {
 public:
     [[nodiscard]] QDateTime now() const override;

@@ -1,4 +1,4 @@
-#include "audio/PulseAlertSound.h"
+#include "audio/pulse/PulseAlertSound.h"
 
 #include "common/Logging.h"
 

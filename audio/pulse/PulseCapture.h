@@ -1,6 +1,6 @@
 #pragma once
 
-#include "audio/PulseConnection.h"
+#include "audio/pulse/PulseConnection.h"
 #include "audio/SoundServer.h"
 
 #include <atomic>
