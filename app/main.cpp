@@ -1,20 +1,42 @@
 #include "app/Appearance.h"
+#include "app/CommandLine.h"
 #include "app/SelvaroRecorderApp.h"
 #include "app/Snapshot.h"
 #include "common/Logging.h"
 
 #include <QApplication>
 
+#include <cstdio>
+
 int main(int argc, char *argv[])
 {
     Logging::installJournalHandler();
 
-    // Snapshots need no screen and must look the same everywhere: they render
-    // offscreen unless the caller picked a platform.
+    // Options are read before the QApplication exists: "--help" and "--version"
+    // need no display, and a mistake ends the program before any window opens.
     QStringList arguments;
     for (int i = 0; i < argc; ++i)
         arguments.append(QString::fromLocal8Bit(argv[i]));
-    if (Snapshot::requestedDirectory(arguments) && !qEnvironmentVariableIsSet("QT_QPA_PLATFORM"))
+    const CommandLine command = CommandLine::parse(arguments);
+    switch (command.action()) {
+    case CommandLine::Action::help:
+        std::fputs(CommandLine::usage().toLocal8Bit().constData(), stdout);
+        return 0;
+    case CommandLine::Action::version:
+        std::printf("%s\n", CommandLine::versionLine().toLocal8Bit().constData());
+        return 0;
+    case CommandLine::Action::misuse:
+        std::fprintf(stderr, "selvaro-recorder: %s\n\n%s", command.problem().toLocal8Bit().constData(),
+            CommandLine::usage().toLocal8Bit().constData());
+        return 2;
+    case CommandLine::Action::run:
+    case CommandLine::Action::snapshot:
+        break;
+    }
+
+    // Snapshots need no screen and must look the same everywhere: they render
+    // offscreen unless the caller picked a platform.
+    if (command.action() == CommandLine::Action::snapshot && !qEnvironmentVariableIsSet("QT_QPA_PLATFORM"))
         qputenv("QT_QPA_PLATFORM", "offscreen");
 
     QApplication application(argc, argv);
