@@ -17,6 +17,7 @@ public:
     DevService(QUrl baseUrl, QByteArray adminToken);
 
     [[nodiscard]] QUrl baseUrl() const { return m_baseUrl; }
+    [[nodiscard]] QByteArray adminToken() const { return m_adminToken; }
     [[nodiscard]] bool available() const { return m_baseUrl.isValid() && !m_baseUrl.isEmpty(); }
 
     void reset();
