@@ -36,7 +36,7 @@ private slots:
         // clang-format off
         row("as handed out", "", "audio/m4a", "{}", false, 200, "");
         row("at the size limit, chunked", "", "audio/m4a", R"({"maxUploadBytes":6})", true, 200, "");
-        row("signature changed", "signature=\\w+|signature=00", "audio/m4a", "{}", false, 403, "invalid_signature");
+        row("signature changed", "signature=\\w|signature=x", "audio/m4a", "{}", false, 403, "invalid_signature");
         row("expiry moved", "expires=\\d+|expires=99999999999", "audio/m4a", "{}", false, 403, "invalid_signature");
         row("another key", "/uploads/[^?]+|/uploads/another.m4a", "audio/m4a", "{}", false, 403, "invalid_signature");
         row("no query", "\\?.*|", "audio/m4a", "{}", false, 403, "invalid_signature");
