@@ -76,10 +76,12 @@ QString findService(const QStringList &arguments)
 }
 
 // Blocks on one reply: the bench's own admin calls, outside any measurement.
-QByteArray blockingCall(QNetworkAccessManager &network, const QByteArray &method, const QUrl &url, const QByteArray &body)
+QByteArray blockingCall(QNetworkAccessManager &network, const QByteArray &method, const QUrl &url, const QByteArray &body,
+                        const QByteArray &adminToken)
 {
     QNetworkRequest request(url);
     request.setHeader(QNetworkRequest::ContentTypeHeader, QByteArrayLiteral("application/json"));
+    request.setRawHeader("X-Admin-Token", adminToken);
     std::unique_ptr<QNetworkReply> reply(network.sendCustomRequest(request, method, body));
     QEventLoop loop;
     QObject::connect(reply.get(), &QNetworkReply::finished, &loop, &QEventLoop::quit);
@@ -161,6 +163,12 @@ int main(int argc, char *argv[])
             fail(QStringLiteral("the service printed no address"));
     }
     const QUrl baseUrl(QString::fromUtf8(service.readLine().trimmed()));
+    // The second line is the admin token.
+    while (!service.canReadLine()) {
+        if (!service.waitForReadyRead(20000))
+            fail(QStringLiteral("the service printed no admin token"));
+    }
+    const QByteArray adminToken = service.readLine().trimmed();
     // Keep draining its output so it never blocks on a full pipe.
     QObject::connect(&service, &QProcess::readyReadStandardOutput, &service, [&service] { service.readAllStandardOutput(); });
 
@@ -185,8 +193,8 @@ int main(int argc, char *argv[])
     bool peakReset = true;
     for (int round = 1; round <= rounds; ++round) {
         // A fresh service state each round, so stored uploads do not pile up on disk.
-        blockingCall(network, "POST", adminReset, "{}");
-        const QString token = QJsonDocument::fromJson(blockingCall(network, "POST", adminSessions, R"({"anonymous": false})"))
+        blockingCall(network, "POST", adminReset, "{}", adminToken);
+        const QString token = QJsonDocument::fromJson(blockingCall(network, "POST", adminSessions, R"({"anonymous": false})", adminToken))
                                   .object().value(QLatin1String("token")).toString();
         if (token.isEmpty())
             fail(QStringLiteral("the service made no session"));
@@ -231,7 +239,7 @@ int main(int argc, char *argv[])
             peakKiB = roundPeakKiB;
         }
     }
-    blockingCall(network, "POST", adminReset, "{}");
+    blockingCall(network, "POST", adminReset, "{}", adminToken);
 
     const double ratio = bestClient / bestCurl;
     std::printf("file: %lld MiB (sparse), %d rounds, best of each side\n", static_cast<long long>(sizeMiB), rounds);

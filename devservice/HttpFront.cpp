@@ -6,6 +6,7 @@
 #include "PhonePage.h"
 #include "ServiceState.h"
 
+#include <QCryptographicHash>
 #include <QDateTime>
 #include <QFile>
 #include <QJsonArray>
@@ -13,6 +14,7 @@
 #include <QRegularExpression>
 #include <QUrlQuery>
 
+#include <algorithm>
 #include <cstdio>
 #include <fcntl.h>
 #include <thread>
@@ -33,6 +35,14 @@ QString fromStd(const std::string &text)
     return QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size()));
 }
 
+// Secrets never enter the request log. A test still tells which token was sent by
+// comparing digests: "sha256:" and the first 16 hex digits of the value's SHA-256.
+QString redacted(const std::string &value)
+{
+    const QByteArray digest = QCryptographicHash::hash(QByteArray::fromStdString(value), QCryptographicHash::Sha256);
+    return QStringLiteral("sha256:") + QString::fromLatin1(digest.toHex().left(16));
+}
+
 QJsonObject headersOf(const httplib::Request &request)
 {
     QJsonObject headers;
@@ -42,8 +52,11 @@ QJsonObject headersOf(const httplib::Request &request)
         if (key == QLatin1String("remote_addr") || key == QLatin1String("remote_port")
             || key == QLatin1String("local_addr") || key == QLatin1String("local_port"))
             continue;
+        const bool secret = key == QLatin1String("authorization") || key == QLatin1String("x-admin-token")
+                            || key == QLatin1String("cookie");
+        const QString shown = secret ? redacted(value) : fromStd(value);
         const QString existing = headers.value(key).toString();
-        headers.insert(key, existing.isEmpty() ? fromStd(value) : existing + QStringLiteral(", ") + fromStd(value));
+        headers.insert(key, existing.isEmpty() ? shown : existing + QStringLiteral(", ") + shown);
     }
     return headers;
 }
@@ -54,7 +67,7 @@ QString queryOf(const httplib::Request &request)
     return mark == std::string::npos ? QString() : fromStd(request.target.substr(mark + 1));
 }
 
-// The device description as the recorder sends it: seven string members.
+// The device description as the recorder sends it: exactly seven string members.
 QString checkDevice(const QJsonObject &body)
 {
     const QJsonValue device = body.value(QLatin1String("device"));
@@ -73,6 +86,10 @@ QString checkDevice(const QJsonObject &body)
         if (!value.isString())
             return QStringLiteral("invalid_device.") + member;
     }
+    for (const QString &name : object.keys()) {
+        if (std::find(std::begin(members), std::end(members), name) == std::end(members))
+            return QStringLiteral("unexpected_device.") + name;
+    }
     return {};
 }
 
@@ -82,10 +99,11 @@ QByteArray tokenOf(const httplib::Request &request)
 }
 } // namespace
 
-HttpFront::HttpFront(ServiceState &state, FaultInjector &faults, const ObjectStore &objects)
+HttpFront::HttpFront(ServiceState &state, FaultInjector &faults, const ObjectStore &objects, QByteArray adminToken)
     : m_state(state)
     , m_faults(faults)
     , m_objects(objects)
+    , m_guard(std::move(adminToken))
 {
     m_server.new_task_queue = [] { return new httplib::ThreadPool(poolThreads); };
     // httplib writes headers and body in separate sends; without this, Nagle and the
@@ -104,6 +122,11 @@ HttpFront::HttpFront(ServiceState &state, FaultInjector &faults, const ObjectSto
     m_server.set_logger([](const httplib::Request &request, const httplib::Response &response) {
         std::fprintf(stderr, "%s %s -> %d\n", request.method.c_str(), request.path.c_str(), response.status);
     });
+    // Before any route: refused requests are neither routed nor logged nor faulted.
+    m_server.set_pre_routing_handler([this](const httplib::Request &request, httplib::Response &response) {
+        return m_guard.admit(request, response) ? httplib::Server::HandlerResponse::Unhandled
+                                                : httplib::Server::HandlerResponse::Handled;
+    });
     m_server.set_exception_handler([](const httplib::Request &, httplib::Response &response, std::exception_ptr) {
         send(response, Answer::error(500, QStringLiteral("internal_error")));
     });
@@ -121,9 +144,9 @@ HttpFront::HttpFront(ServiceState &state, FaultInjector &faults, const ObjectSto
 
 int HttpFront::bind(const std::string &host, int port)
 {
-    if (port == 0)
-        return m_server.bind_to_any_port(host);
-    return m_server.bind_to_port(host, port) ? port : -1;
+    const int bound = port == 0 ? m_server.bind_to_any_port(host) : (m_server.bind_to_port(host, port) ? port : -1);
+    m_guard.setPort(bound);
+    return bound;
 }
 
 bool HttpFront::listen()
@@ -279,7 +302,8 @@ void HttpFront::addPublicRoutes()
         });
     });
 
-    get("/", false, [this](const httplib::Request &request) {
+    // Admin: it lists the pending codes and the notes, and the AccessGuard wants the token for it.
+    get("/", true, [this](const httplib::Request &request) {
         return Answer{200, PhonePage::render(m_state.pairings(), m_state.notes(), fromStd(request.get_param_value("result"))),
                       QByteArrayLiteral("text/html; charset=utf-8")};
     });
@@ -352,12 +376,29 @@ void HttpFront::handleUpload(const httplib::Request &request, httplib::Response 
     const std::string contentType = request.get_header_value("Content-Type");
     if (contentType != "audio/m4a")
         return reject(403, QStringLiteral("wrong_content_type"));
+    const qint64 limit = m_state.config().maxUploadBytes;
+    if (request.get_header_value<uint64_t>("Content-Length") > static_cast<uint64_t>(limit))
+        return reject(413, QStringLiteral("upload_too_large"));
     auto writer = m_objects.create(key);
     if (!writer)
         return reject(500, QStringLiteral("storage_failed"));
-    // Streamed straight to disk: the body is never held in memory whole.
-    const bool received = reader([&writer](const char *data, size_t length) { return writer->write(data, length); });
-    logRequest(request, writer->size());
+    // Streamed straight to disk: the body is never held in memory whole. A body
+    // without a length that grows past the limit is drained from there on.
+    bool tooLarge = false;
+    const bool received = reader([&](const char *data, size_t length) {
+        tooLarge = tooLarge || writer->size() + static_cast<qint64>(length) > limit;
+        if (!tooLarge)
+            return writer->write(data, length);
+        drained += static_cast<qint64>(length);
+        return drained <= drainLimit;
+    });
+    logRequest(request, writer->size() + drained);
+    if (tooLarge) {
+        writer.reset();
+        if (drained > drainLimit)
+            response.set_header("Connection", "close");
+        return send(response, Answer::error(413, QStringLiteral("upload_too_large")));
+    }
     if (!received || !writer->commit())
         return send(response, Answer::error(500, QStringLiteral("storage_failed")));
     m_state.storeUpload({key, writer->size(), fromStd(contentType)});

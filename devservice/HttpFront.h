@@ -1,5 +1,6 @@
 #pragma once
 
+#include "AccessGuard.h"
 #include "Answer.h"
 #include "ServiceState.h"
 
@@ -15,13 +16,13 @@ class FaultInjector;
 class ObjectStore;
 
 // The service's HTTP face: routes the public API, the pre-signed uploads, the
-// files, the phone page and the admin API onto the state. Handlers run on
-// httplib's pool threads; everything shared lives in ServiceState and
-// FaultInjector, which lock for themselves.
+// files, the phone page and the admin API onto the state, behind the AccessGuard.
+// Handlers run on httplib's pool threads; everything shared lives in ServiceState
+// and FaultInjector, which lock for themselves.
 class HttpFront
 {
 public:
-    HttpFront(ServiceState &state, FaultInjector &faults, const ObjectStore &objects);
+    HttpFront(ServiceState &state, FaultInjector &faults, const ObjectStore &objects, QByteArray adminToken);
 
     // Binds to host:port (port 0 picks a free one); returns the port or -1.
     int bind(const std::string &host, int port);
@@ -70,5 +71,6 @@ private:
     ServiceState &m_state;
     FaultInjector &m_faults;
     const ObjectStore &m_objects;
+    AccessGuard m_guard;
     httplib::Server m_server;
 };

@@ -23,6 +23,7 @@ ObjectStore::ObjectStore(QString directory)
     : m_directory(std::move(directory))
 {
     QDir().mkpath(m_directory);
+    QFile::setPermissions(m_directory, QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
 }
 
 QString ObjectStore::pathOf(const QString &key) const

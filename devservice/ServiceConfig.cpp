@@ -22,6 +22,7 @@ QJsonObject ServiceConfig::toJson() const
     return {{QStringLiteral("expiresIn"), expiresIn},
             {QStringLiteral("interval"), interval},
             {QStringLiteral("maxBodyBytes"), maxBodyBytes},
+            {QStringLiteral("maxUploadBytes"), maxUploadBytes},
             {QStringLiteral("uploadUrlTtl"), uploadUrlTtl},
             {QStringLiteral("tokenTtl"), tokenTtl}};
 }
@@ -38,6 +39,7 @@ QString ServiceConfig::apply(const QJsonObject &changes)
     const Field fields[] = {{QLatin1String("expiresIn"), &ServiceConfig::expiresIn, 0, intMax},
                             {QLatin1String("interval"), &ServiceConfig::interval, 0, intMax},
                             {QLatin1String("maxBodyBytes"), &ServiceConfig::maxBodyBytes, 1, 1e15},
+                            {QLatin1String("maxUploadBytes"), &ServiceConfig::maxUploadBytes, 0, 1e15},
                             {QLatin1String("uploadUrlTtl"), &ServiceConfig::uploadUrlTtl, -intMax, intMax},
                             {QLatin1String("tokenTtl"), &ServiceConfig::tokenTtl, -intMax, intMax}};
     ServiceConfig next = *this;

@@ -3,12 +3,13 @@
 #include <QJsonObject>
 #include <QString>
 
-// The knobs tests turn: code lifetimes, polling interval, body limit, upload URL
-// and token lifetimes. All durations are in seconds.
+// The knobs tests turn: code lifetimes, polling interval, body and upload limits,
+// upload URL and token lifetimes. All durations are in seconds, sizes in bytes.
 struct ServiceConfig {
     qint64 expiresIn = 600;
     qint64 interval = 5;
     qint64 maxBodyBytes = 1024 * 1024;
+    qint64 maxUploadBytes = 2LL * 1024 * 1024 * 1024;
     // May be zero or negative: the URLs handed out are then already expired,
     // which lets a test see the 403 without waiting.
     qint64 uploadUrlTtl = 900;

@@ -442,6 +442,8 @@ void ServiceState::save()
         return;
     QSaveFile file(m_stateFile);
     if (file.open(QIODevice::WriteOnly)) {
+        // It holds the signing secret and every session's token: the owner's only.
+        file.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner);
         file.write(QJsonDocument(toJson()).toJson(QJsonDocument::Indented));
         file.commit();
     }

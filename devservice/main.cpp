@@ -1,6 +1,7 @@
 // selvaro-devservice: the local stand-in for the note service that the tests and
 // the demo talk to. See docs/devservice.md.
 
+#include "Crypto.h"
 #include "FaultInjector.h"
 #include "HttpFront.h"
 #include "ObjectStore.h"
@@ -8,12 +9,17 @@
 
 #include <QCommandLineParser>
 #include <QDir>
+#include <QFile>
+#include <QFileInfo>
 #include <QStringList>
 #include <QTemporaryDir>
 
 #include <csignal>
 #include <cstdio>
+#include <fcntl.h>
 #include <pthread.h>
+#include <sys/stat.h>
+#include <unistd.h>
 #include <atomic>
 #include <chrono>
 #include <thread>
@@ -35,6 +41,17 @@ qint64 numberOption(const QCommandLineParser &parser, const QString &name, qint6
         fail(QStringLiteral("--%1 wants a whole number of at least %2").arg(name).arg(minimum));
     return value;
 }
+
+// Created for the owner alone, also when a file of that name was there before.
+void writePrivateFile(const QString &path, const QByteArray &bytes)
+{
+    const int fd = ::open(QFile::encodeName(path).constData(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0600);
+    const bool written = fd >= 0 && ::fchmod(fd, 0600) == 0 && ::write(fd, bytes.constData(), static_cast<size_t>(bytes.size())) == bytes.size();
+    if (fd >= 0)
+        ::close(fd);
+    if (!written)
+        fail(QStringLiteral("cannot write %1").arg(path));
+}
 } // namespace
 
 int main(int argc, char **argv)
@@ -52,6 +69,7 @@ int main(int argc, char **argv)
         {QStringLiteral("expires-in"), QStringLiteral("Lifetime of pairing codes in seconds."), QStringLiteral("S")},
         {QStringLiteral("interval"), QStringLiteral("Suggested polling interval in seconds."), QStringLiteral("S")},
         {QStringLiteral("max-body"), QStringLiteral("Largest JSON body accepted, in bytes."), QStringLiteral("BYTES")},
+        {QStringLiteral("max-upload"), QStringLiteral("Largest upload accepted, in bytes."), QStringLiteral("BYTES")},
     });
     if (!parser.parse(arguments))
         fail(parser.errorText());
@@ -69,17 +87,23 @@ int main(int argc, char **argv)
     config.expiresIn = numberOption(parser, QStringLiteral("expires-in"), config.expiresIn, 0);
     config.interval = numberOption(parser, QStringLiteral("interval"), config.interval, 0);
     config.maxBodyBytes = numberOption(parser, QStringLiteral("max-body"), config.maxBodyBytes, 1);
+    config.maxUploadBytes = numberOption(parser, QStringLiteral("max-upload"), config.maxUploadBytes, 0);
 
     // Without --data the uploads live in a temporary folder removed at exit.
     QTemporaryDir temporary;
     QString stateFile;
     QString uploadDir;
+    QString tokenFile;
     if (parser.isSet(QStringLiteral("data"))) {
         const QString data = QDir(parser.value(QStringLiteral("data"))).absolutePath();
+        const bool created = !QFileInfo::exists(data);
         if (!QDir().mkpath(data))
             fail(QStringLiteral("cannot create %1").arg(data));
+        if (created)
+            QFile::setPermissions(data, QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
         stateFile = data + QStringLiteral("/state.json");
         uploadDir = data + QStringLiteral("/uploads");
+        tokenFile = data + QStringLiteral("/admin-token");
     } else {
         if (!temporary.isValid())
             fail(QStringLiteral("cannot create a temporary folder"));
@@ -101,15 +125,26 @@ int main(int argc, char **argv)
     if (!state.load(&error))
         fail(QStringLiteral("cannot read %1: %2").arg(stateFile, error));
     FaultInjector faults;
-    HttpFront front(state, faults, objects);
+    // A new one each start: whoever started us reads it from our output or its file.
+    const QByteArray adminToken = Crypto::randomBytes(32).toHex();
+    HttpFront front(state, faults, objects, adminToken);
 
     const int boundPort = front.bind("127.0.0.1", port);
     if (boundPort <= 0)
         fail(QStringLiteral("cannot listen on 127.0.0.1:%1").arg(port));
     const QString baseUrl = QStringLiteral("http://127.0.0.1:%1").arg(boundPort);
     state.setBaseUrl(baseUrl);
-    // The first line of output is the address; whoever started us waits for it.
-    std::printf("%s\n", qPrintable(baseUrl));
+    // Without --data it goes to the runtime folder, named by the port, and leaves with us.
+    const bool keepTokenFile = !tokenFile.isEmpty();
+    if (!keepTokenFile) {
+        const QString runtime = qEnvironmentVariable("XDG_RUNTIME_DIR");
+        tokenFile = (runtime.isEmpty() ? temporary.path() : runtime)
+                    + QStringLiteral("/selvaro-devservice-%1.admin-token").arg(boundPort);
+    }
+    writePrivateFile(tokenFile, adminToken + '\n');
+    // The first line of output is the address, the second the admin token; whoever
+    // started us waits for them.
+    std::printf("%s\n%s\n", qPrintable(baseUrl), adminToken.constData());
     std::fflush(stdout);
 
     std::atomic<bool> served{false};
@@ -129,5 +164,7 @@ int main(int argc, char **argv)
     // Wake the waiter if the server ended by itself.
     pthread_kill(signalWaiter.native_handle(), SIGTERM);
     signalWaiter.join();
+    if (!keepTokenFile)
+        QFile::remove(tokenFile);
     return served ? 0 : 1;
 }

@@ -1,6 +1,7 @@
 #include "support/DevService.h"
 
 #include <QBuffer>
+#include <QCryptographicHash>
 #include <QEventLoop>
 #include <QJsonDocument>
 #include <QNetworkAccessManager>
@@ -9,13 +10,20 @@
 #include <QTimer>
 
 DevService::DevService()
-    : m_baseUrl(QUrl(qEnvironmentVariable("SELVARO_TEST_SERVICE_URL")))
+    : DevService(QUrl(qEnvironmentVariable("SELVARO_TEST_SERVICE_URL")), qgetenv("SELVARO_TEST_SERVICE_ADMIN_TOKEN"))
 {
 }
 
-DevService::DevService(QUrl baseUrl)
+DevService::DevService(QUrl baseUrl, QByteArray adminToken)
     : m_baseUrl(std::move(baseUrl))
+    , m_adminToken(std::move(adminToken))
 {
+}
+
+QString DevService::redacted(const QByteArray &value)
+{
+    return QStringLiteral("sha256:")
+           + QString::fromLatin1(QCryptographicHash::hash(value, QCryptographicHash::Sha256).toHex().left(16));
 }
 
 QJsonObject DevService::Reply::json() const
@@ -34,6 +42,9 @@ DevService::Reply DevService::send(const QByteArray &method, const QString &path
     QNetworkAccessManager manager;
     QNetworkRequest request(m_baseUrl.resolved(QUrl(path)));
     request.setHeader(QNetworkRequest::ContentTypeHeader, QByteArrayLiteral("application/json"));
+    const QString route = QUrl(path).path();
+    if (route == QLatin1String("/") || route.startsWith(QLatin1String("/admin/")) || route.startsWith(QLatin1String("/files/")))
+        request.setRawHeader("X-Admin-Token", m_adminToken);
     for (const auto &[name, value] : headers)
         request.setRawHeader(name, value);
     QBuffer buffer;

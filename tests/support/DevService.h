@@ -8,14 +8,16 @@
 // The test side of the local note service's admin API (see docs/ARCHITECTURE.md).
 // Calls block on a local event loop, which keeps test bodies short; they must not
 // be used from inside a coroutine that the same loop is driving to completion.
-// The service is the one scripts/fixtures/with-devservice started for this test.
+// The service is the one scripts/fixtures/with-devservice started for this test,
+// and its admin token the one that fixture exported.
 class DevService
 {
 public:
     DevService();
-    explicit DevService(QUrl baseUrl);
+    DevService(QUrl baseUrl, QByteArray adminToken);
 
     [[nodiscard]] QUrl baseUrl() const { return m_baseUrl; }
+    [[nodiscard]] QByteArray adminToken() const { return m_adminToken; }
     [[nodiscard]] bool available() const { return m_baseUrl.isValid() && !m_baseUrl.isEmpty(); }
 
     void reset();
@@ -24,7 +26,10 @@ public:
     //  "contentType": "...", "headers": {...}, "delayMs": 0, "drop": false}
     void addFault(const QJsonObject &fault);
 
+    // Every non-admin request; secret header values (Authorization, X-Admin-Token,
+    // Cookie) are shown as redacted(value).
     [[nodiscard]] QJsonArray requests();
+    [[nodiscard]] static QString redacted(const QByteArray &value);
     [[nodiscard]] QJsonArray pairings();
     // Confirms a pending code as the phone would; returns the answer's JSON
     // ({"sessionId", "accountId", "profileId"} or {"error"}) and the status.
@@ -44,9 +49,11 @@ public:
         QJsonObject json() const;
         QJsonArray array() const;
     };
+    // Adds the admin token to requests for "/", "/admin/…" and "/files/…".
     Reply send(const QByteArray &method, const QString &path, const QByteArray &body = {},
                const QList<QPair<QByteArray, QByteArray>> &headers = {});
 
 private:
     QUrl m_baseUrl;
+    QByteArray m_adminToken;
 };
