@@ -12,48 +12,39 @@
 #include <type_traits>
 #include <variant>
 
-// What one awaited call of the service client ended in. QCoro::waitFor() cannot
-// be used: it neither passes exceptions on nor gives up.
+// What one awaited call of the service client ended in: its value or its error.
+// QCoro::waitFor() cannot be used: it neither passes exceptions on nor gives up.
 template <typename T>
 struct Outcome {
-    using Value = std::conditional_t<std::is_void_v<T>, std::monostate, T>;
-    bool finished = false;
-    std::optional<Value> value;
+    std::optional<std::conditional_t<std::is_void_v<T>, std::monostate, T>> value;
     std::optional<ApiError> apiError;
     std::optional<TransportError> transportError;
 };
 
-namespace AwaitDetail {
-template <typename T>
-QCoro::Task<> collect(QCoro::Task<T> task, Outcome<T> *outcome, QEventLoop *loop)
-{
-    try {
-        if constexpr (std::is_void_v<T>) {
-            co_await std::move(task);
-            outcome->value.emplace();
-        } else {
-            outcome->value.emplace(co_await std::move(task));
-        }
-    } catch (const ApiError &error) {
-        outcome->apiError = error;
-    } catch (const TransportError &error) {
-        outcome->transportError = error;
-    }
-    outcome->finished = true;
-    loop->quit();
-}
-} // namespace AwaitDetail
-
-// Runs the event loop until the task ends or `limitMs` pass (then finished is false).
+// Runs the event loop until the task ends, or for at most `limitMs` (then all is empty).
 template <typename T>
 Outcome<T> await(QCoro::Task<T> task, int limitMs = 15000)
 {
     Outcome<T> outcome;
     QEventLoop loop;
-    auto collector = AwaitDetail::collect(std::move(task), &outcome, &loop);
-    if (!outcome.finished) {
-        QTimer::singleShot(limitMs, &loop, &QEventLoop::quit);
+    QTimer::singleShot(limitMs, &loop, &QEventLoop::quit);
+    auto collect = [](QCoro::Task<T> task, Outcome<T> *outcome, QEventLoop *loop) -> QCoro::Task<> {
+        try {
+            if constexpr (std::is_void_v<T>) {
+                co_await std::move(task);
+                outcome->value.emplace();
+            } else {
+                outcome->value.emplace(co_await std::move(task));
+            }
+        } catch (const ApiError &error) {
+            outcome->apiError = error;
+        } catch (const TransportError &error) {
+            outcome->transportError = error;
+        }
+        loop->quit();
+    };
+    auto collector = collect(std::move(task), &outcome, &loop);
+    if (!collector.isReady())
         loop.exec();
-    }
     return outcome;
 }
