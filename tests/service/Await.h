@@ -1,7 +1,6 @@
 #pragma once
 
 #include "service/ApiError.h"
-#include "service/TransportError.h"
 
 #include <QEventLoop>
 #include <QTimer>
@@ -9,21 +8,26 @@
 #include <qcoro/qcorotask.h>
 
 #include <optional>
-#include <type_traits>
 #include <variant>
 
 // What one awaited call of the service client ended in: its value or its error.
 // QCoro::waitFor() cannot be used: it neither passes exceptions on nor gives up.
-template <typename T>
-struct Outcome {
+template <typename T> struct Outcome
+{
     std::optional<std::conditional_t<std::is_void_v<T>, std::monostate, T>> value;
     std::optional<ApiError> apiError;
     std::optional<TransportError> transportError;
+    // "ok", or the error's description.
+    [[nodiscard]] QString text() const
+    {
+        return value   ? QStringLiteral("ok")
+            : apiError ? apiError->description()
+                       : transportError->description();
+    }
 };
 
 // Runs the event loop until the task ends, or for at most `limitMs` (then all is empty).
-template <typename T>
-Outcome<T> await(QCoro::Task<T> task, int limitMs = 15000)
+template <typename T> Outcome<T> await(QCoro::Task<T> task, int limitMs = 15000)
 {
     Outcome<T> outcome;
     QEventLoop loop;
