@@ -25,7 +25,8 @@ private Q_SLOTS:
         LogCapture log;
         SessionStore store;
         QCoro::waitFor(store.waitUntilLoaded());
-        const SessionPayload session{QStringLiteral("s"), QStringLiteral("p"), QStringLiteral("secret-token"), false};
+        const SessionPayload session { QStringLiteral("s"), QStringLiteral("p"),
+            QStringLiteral("secret-token"), false };
         const std::optional<KeychainError> error = QCoro::waitFor(store.save(session));
         QCOMPARE(error->code, QKeychain::OtherError);
         QCOMPARE(store.session(), std::nullopt);
@@ -35,13 +36,15 @@ private Q_SLOTS:
         const auto old = store.session();
         QCoro::waitFor(store.refresh(api));
         QCOMPARE(store.session(), old);
-        QVERIFY(log.lines(QStringLiteral("session")).last().startsWith(QStringLiteral("session refresh failed: keychain error 7: ")));
+        QVERIFY(log.lines(QStringLiteral("session"))
+                    .last()
+                    .startsWith(QStringLiteral("session refresh failed: keychain error 7: ")));
 
         // A pairing whose session cannot be kept polls on until the service says the code is spent.
         auto clock = std::make_shared<ManualClock>();
         PairingFlow flow(api, &store, clock);
         store.setSession(std::nullopt);
-        dev.setConfig({{QStringLiteral("interval"), 2}});
+        dev.setConfig({ { QStringLiteral("interval"), 2 } });
         flow.start();
         QTRY_COMPARE(flow.state().kind(), PairingState::Kind::waiting);
         dev.confirm(flow.state().userCode(), false);
@@ -50,9 +53,11 @@ private Q_SLOTS:
             QTest::qWait(200);
         }
         QTRY_COMPARE(flow.state(), PairingState::failed(QStringLiteral("code_already_used")));
-        QCOMPARE(log.lines(QStringLiteral("pairing")).filter(QStringLiteral("poll: keychain error 7")).size(), 1);
+        QCOMPARE(
+            log.lines(QStringLiteral("pairing")).filter(QStringLiteral("poll: keychain error 7")).size(), 1);
 
-        for (QDirIterator it(QDir::homePath(), QDir::Files | QDir::Hidden, QDirIterator::Subdirectories); it.hasNext();) {
+        for (QDirIterator it(QDir::homePath(), QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
+             it.hasNext();) {
             QFile file(it.next());
             QVERIFY(file.open(QIODevice::ReadOnly));
             QVERIFY2(!file.readAll().contains("secret-token"), qPrintable(file.fileName()));
