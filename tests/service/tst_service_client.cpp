@@ -1,9 +1,6 @@
 // The service client: its records and rules, its side of the wire against a raw
 // loopback server that answers what the note service never would, and a recording's
 // whole way out through the local note service.
-#include "Await.h"
-#include "RawHttpServer.h"
-
 #include "service/ApiErrorBody.h"
 #include "service/SelvaroAPI.h"
 #include "service/ServiceText.h"
@@ -15,16 +12,102 @@
 #include <QElapsedTimer>
 #include <QJsonDocument>
 #include <QNetworkAccessManager>
+#include <QTcpServer>
+#include <QTcpSocket>
 #include <QTemporaryDir>
+#include <QTimer>
 #include <QtTest/QTest>
 
 using namespace std::chrono_literals;
 using namespace Qt::StringLiterals;
+using Responder = std::function<void(QTcpSocket *)>;
 using Decoder = std::function<bool(const QByteArray &)>;
-Q_DECLARE_METATYPE(RawHttpServer::Responder)
+Q_DECLARE_METATYPE(Responder)
 Q_DECLARE_METATYPE(Decoder)
 
 namespace {
+// A loopback HTTP server answering what the note service never would. Each request is
+// read whole (head and Content-Length body), recorded, then answered by the responder.
+struct RawHttpServer
+{
+    explicit RawHttpServer(const Responder &respond)
+    {
+        QObject::connect(&server, &QTcpServer::pendingConnectionAvailable, &server, [this, respond] {
+            QTcpSocket *socket = server.nextPendingConnection();
+            QObject::connect(
+                socket, &QTcpSocket::readyRead, socket, [=, this, buffer = QByteArray()]() mutable {
+                    buffer.append(socket->readAll());
+                    const qsizetype end = buffer.indexOf("\r\n\r\n"),
+                                    at = buffer.indexOf("Content-Length: ") + 16;
+                    if (end >= 0
+                        && (at < 16
+                            || buffer.size() >= end + 4 + buffer.mid(at, 12).split('\r')[0].toInt())) {
+                        requests.append(std::exchange(buffer, {}));
+                        respond(socket);
+                    }
+                });
+        });
+        server.listen(QHostAddress::LocalHost);
+    }
+    [[nodiscard]] QUrl url() const
+    {
+        return QUrl(u"http://127.0.0.1:"_s + QString::number(server.serverPort()));
+    }
+
+    QTcpServer server;
+    QList<QByteArray> requests;
+};
+
+// An answer whose body comes at once, or a byte every `drip`.
+Responder reply(int status, QByteArray body, QByteArray headers = {}, std::chrono::milliseconds drip = {})
+{
+    return [=](QTcpSocket *socket) {
+        socket->write("HTTP/1.1 " + QByteArray::number(status) + " Whatever\r\n" + headers
+            + "Content-Length: " + QByteArray::number(body.size()) + "\r\nConnection: close\r\n\r\n");
+        if (drip == 0ms) {
+            socket->write(body);
+            socket->disconnectFromHost();
+            return;
+        }
+        auto *timer = new QTimer(socket);
+        QObject::connect(
+            timer, &QTimer::timeout, socket, [=, sent = 0]() mutable { socket->write(body.mid(sent++, 1)); });
+        timer->start(drip);
+    };
+}
+
+// What one awaited call ended in. QCoro::waitFor() alone would not pass the exception on.
+template <typename T> struct Outcome
+{
+    std::optional<std::conditional_t<std::is_void_v<T>, std::monostate, T>> value;
+    std::optional<ApiError> apiError;
+    std::optional<TransportError> transportError;
+    // "ok", or the error's description.
+    [[nodiscard]] QString text() const
+    {
+        return value ? u"ok"_s : apiError ? apiError->description() : transportError->description();
+    }
+};
+template <typename T> Outcome<T> await(QCoro::Task<T> task)
+{
+    return QCoro::waitFor([](QCoro::Task<T> task) -> QCoro::Task<Outcome<T>> {
+        Outcome<T> outcome;
+        try {
+            if constexpr (std::is_void_v<T>) {
+                co_await std::move(task);
+                outcome.value.emplace();
+            } else {
+                outcome.value.emplace(co_await std::move(task));
+            }
+        } catch (const ApiError &error) {
+            outcome.apiError = error;
+        } catch (const TransportError &error) {
+            outcome.transportError = error;
+        }
+        co_return outcome;
+    }(std::move(task)));
+}
+
 // JSON written with single quotes, which keeps the tables readable.
 QByteArray json(const char *text)
 {
@@ -184,8 +267,7 @@ private slots:
         QFETCH(QString, logged);
         LogCapture log;
         // Qt reads 401 and 407 as its own errors; they are answers all the same.
-        RawHttpServer server(
-            RawHttpServer::reply(status, body, "WWW-Authenticate: Basic\r\nProxy-Authenticate: Basic\r\n"));
+        RawHttpServer server(reply(status, body, "WWW-Authenticate: Basic\r\nProxy-Authenticate: Basic\r\n"));
         QCOMPARE(await(client(server.url()).uploadTarget(u"tok"_s)).text(), outcome);
         const QString line = u"GET /upload-recording-url?ext=m4a"_s + logged;
         QCOMPARE(log.lines(u"api"_s), logged.isNull() ? QStringList() : QStringList { line });
@@ -193,17 +275,17 @@ private slots:
 
     void headers()
     {
-        RawHttpServer server(RawHttpServer::reply(200, target));
+        RawHttpServer server(reply(200, target));
         await(client(server.url()).uploadTarget(u"tok.en"_s));
         await(client(server.url()).refreshSession(u"a/b"_s, u"t"_s, DeviceInfo::current(u"V"_s)));
         await(client(server.url()).redeemPairing(u"dc"_s));
-        const QByteArray get = server.requests().at(0), refresh = server.requests().at(1);
+        const QByteArray get = server.requests.at(0), refresh = server.requests.at(1);
         QCOMPARE(headerOf(get, "Authorization"), "tok.en"_ba); // bare, no scheme word
         QCOMPARE(headerOf(get, "Content-Type"), "application/json"_ba); // also without a body
         QCOMPARE(headerOf(get, "User-Agent"), "selvaro-recorder/"_ba + BuildInfo::shortVersion);
         QVERIFY(refresh.startsWith("POST /sessions/a/b/refresh HTTP/1.1\r\n")); // the id verbatim
         QVERIFY(refresh.contains("\r\n\r\n{\"device\":{"));
-        QCOMPARE(headerOf(server.requests().at(2), "Authorization"), "(none)"_ba);
+        QCOMPARE(headerOf(server.requests.at(2), "Authorization"), "(none)"_ba);
     }
 
     // Below HTTP the JSON calls wrap Qt's error, the upload throws it bare; whatever the
@@ -211,21 +293,20 @@ private slots:
     void transportFailures_data()
     {
         QTest::addColumn<bool>("upload");
-        QTest::addColumn<RawHttpServer::Responder>("responder"); // none: nothing listens
+        QTest::addColumn<Responder>("responder"); // none: nothing listens
         QTest::addColumn<QString>("outcome");
-        const RawHttpServer::Responder silent = [](QTcpSocket *) {},
-                                       drip = RawHttpServer::drip(target, 200ms);
+        const Responder silent = [](QTcpSocket *) {}, drip = reply(200, target, {}, 200ms);
         QTest::newRow("json, silent") << false << silent << u"The request timed out."_s;
         QTest::newRow("json, a byte every 200 ms") << false << drip << u"The request timed out."_s;
         QTest::newRow("upload, silent") << true << silent << u"The request timed out."_s;
         QTest::newRow("upload, a byte every 200 ms") << true << drip << u"The request timed out."_s;
-        QTest::newRow("json, refused") << false << RawHttpServer::Responder() << u"Connection refused"_s;
-        QTest::newRow("upload, refused") << true << RawHttpServer::Responder() << u"Connection refused"_s;
+        QTest::newRow("json, refused") << false << Responder() << u"Connection refused"_s;
+        QTest::newRow("upload, refused") << true << Responder() << u"Connection refused"_s;
     }
     void transportFailures()
     {
         QFETCH(bool, upload);
-        QFETCH(RawHttpServer::Responder, responder);
+        QFETCH(Responder, responder);
         QFETCH(QString, outcome);
         RawHttpServer server(responder);
         const QUrl url = responder ? server.url() : QUrl(u"http://127.0.0.1:1"_s);
@@ -264,24 +345,24 @@ private slots:
         QFETCH(QString, url);
         QFETCH(int, status);
         QFETCH(QString, outcome);
-        RawHttpServer server(RawHttpServer::reply(status, {}, "Location: /elsewhere\r\n"));
+        RawHttpServer server(reply(status, {}, "Location: /elsewhere\r\n"));
         const SelvaroAPI api = client(base.isEmpty() ? server.url() : QUrl(base));
         const auto put
             = await(api.upload(file(5), { url.replace(u"%1"_s, server.url().toString()), u"k"_s }));
         QCOMPARE(put.text(), outcome);
-        QCOMPARE(server.requests().size(), outcome == u"unexpected response"_s ? 0 : 1);
+        QCOMPARE(server.requests.size(), outcome == u"unexpected response"_s ? 0 : 1);
     }
 
     void redirectElsewhereIsRefusedAndTheTokenStaysHome()
     {
-        RawHttpServer other(RawHttpServer::reply(200, target));
+        RawHttpServer other(reply(200, target));
         // "localhost" and "127.0.0.1" are different origins, though the same machine.
         const QByteArray elsewhere
             = "Location: http://localhost:" + QByteArray::number(other.url().port()) + "/x\r\n";
-        RawHttpServer server(RawHttpServer::reply(302, {}, elsewhere));
+        RawHttpServer server(reply(302, {}, elsewhere));
         QCOMPARE(await(client(server.url()).uploadTarget(u"secret"_s)).apiError->kind(),
             ApiError::Kind::transport);
-        QVERIFY(other.requests().isEmpty());
+        QVERIFY(other.requests.isEmpty());
     }
 
     // The local note service: upload target, a streamed upload, the note.
@@ -303,7 +384,7 @@ private slots:
         QTimer ticker;
         connect(&ticker, &QTimer::timeout, this, [&ticks] { ++ticks; });
         ticker.start(1);
-        QCOMPARE(await(api.upload(path, target), 60000).text(), u"ok"_s);
+        QCOMPARE(await(api.upload(path, target)).text(), u"ok"_s);
         // Streamed: the file is never held in memory, and the event loop keeps turning.
         QVERIFY2(
             peakMemoryKiB() - before < size / 4096, qPrintable(QString::number(peakMemoryKiB() - before)));
