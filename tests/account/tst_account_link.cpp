@@ -194,6 +194,7 @@ private Q_SLOTS:
         QCOMPARE(store.isLinked(), status != 404);
         QCOMPARE(SessionPayload::fromJsonText(secretTool({ u"lookup"_s })), store.session());
         QCOMPARE(store.session() == old, status && status != 404);
+        QCOMPARE(m_dev.requests().size(), 1); // one refresh, whatever its answer
     }
 
     // A late answer must neither relink an unlinked computer nor delete a newer session.
