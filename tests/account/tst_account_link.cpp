@@ -111,24 +111,6 @@ private Q_SLOTS:
             PairingFlow::pollDelay(interval, std::chrono::seconds(secondsLeft)), std::chrono::seconds(delay));
     }
 
-    void failureText_data()
-    {
-        QTest::addColumn<PairingState>("state");
-        QTest::addColumn<QString>("text");
-        QTest::newRow("an error's own text") << PairingState::failed(u"boom (500)"_s) << u"boom (500)"_s;
-        QTest::newRow("code_not_found") << PairingState::failed(u"code_not_found"_s)
-                                        << u"This code is no longer valid. Ask for a new one."_s;
-        QTest::newRow("code_already_used")
-            << PairingState::failed(u"code_already_used"_s) << u"This code has already been used."_s;
-        QTest::newRow("not failed") << PairingState::expired() << QString();
-    }
-    void failureText()
-    {
-        QFETCH(PairingState, state);
-        QFETCH(QString, text);
-        QCOMPARE(PairingFlow::preview(state)->failureText(), text);
-    }
-
     void init()
     {
         QVERIFY2(m_dev.available(), "run under scripts/fixtures/with-devservice");
@@ -257,7 +239,6 @@ private Q_SLOTS:
         QTest::newRow("0 polls every 2 s") << 0 << 3 << QList<int> { 2, 2 };
         QTest::newRow("expiresIn 0 still polls once") << 5 << 0 << QList<int> { 2 };
         QTest::newRow("2^29 s") << 536870912 << 600 << QList<int> { 600 };
-        QTest::newRow("4294967 s") << 4294967 << 90 << QList<int> { 90 };
     }
     void expiryIsHonoured()
     {

@@ -46,6 +46,11 @@ private Q_SLOTS:
                                  << u"New code"_s;
         QTest::newRow("failed") << PairingState::failed(u"code_already_used"_s) << u"failureMessage"_s
                                 << u"This code has already been used."_s << u"Try again"_s;
+        // The flow puts the two codes that end an attempt into words, and shows any other message as it is.
+        QTest::newRow("not found") << PairingState::failed(u"code_not_found"_s) << u"failureMessage"_s
+                                   << u"This code is no longer valid. Ask for a new one."_s << u"Try again"_s;
+        QTest::newRow("an error") << PairingState::failed(u"boom (500)"_s) << u"failureMessage"_s
+                                  << u"boom (500)"_s << u"Try again"_s;
     }
     void states()
     {
