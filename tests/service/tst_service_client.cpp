@@ -375,15 +375,18 @@ private slots:
         const QString path = file(size);
         QFile clearPeak(u"/proc/self/clear_refs"_s);
         QVERIFY(clearPeak.open(QIODevice::WriteOnly) && clearPeak.write("5") == 1 && clearPeak.flush());
-        const qint64 before = peakMemoryKiB();
+        [[maybe_unused]] const qint64 before = peakMemoryKiB();
         int ticks = 0;
         QTimer ticker;
         connect(&ticker, &QTimer::timeout, this, [&ticks] { ++ticks; });
         ticker.start(1);
         QCOMPARE(await(api.upload(path, target)).text(), u"ok"_s);
-        // Streamed: the file is never held in memory, and the event loop keeps turning.
+        // Streamed: the file is never held in memory (AddressSanitizer keeps freed pieces
+        // resident, so only a plain build can tell), and the event loop keeps turning.
+#ifndef __SANITIZE_ADDRESS__
         QVERIFY2(
             peakMemoryKiB() - before < size / 4096, qPrintable(QString::number(peakMemoryKiB() - before)));
+#endif
         QVERIFY(ticks > 10);
         const QJsonObject headers = service.requests().last()[u"headers"_s].toObject();
         QCOMPARE(
