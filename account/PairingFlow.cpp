@@ -1,8 +1,6 @@
 #include "account/PairingFlow.h"
 
-#include "account/Keychain.h"
 #include "account/SessionStore.h"
-#include "account/StoredSession.h"
 #include "common/SystemClock.h"
 #include "common/Logging.h"
 #include "common/Observable.h"
@@ -15,25 +13,18 @@
 
 namespace {
 
-// What one redeem told the loop.
-struct PollOutcome
+// The service's answers that end the attempt; any other error is transient.
+std::optional<PairingState> terminalState(const ApiError &error)
 {
-    std::optional<SessionPayload> session;  // confirmed
-    std::optional<PairingState> terminal;   // the service ended the attempt
-    std::optional<QString> transientError;  // logged; polling goes on
-};
-
-PollOutcome outcomeOf(const ApiError &error)
-{
-    if (error.isHttp()) {
-        const QString code = error.code();
-        if (code == QLatin1String("code_expired"))
-            return {std::nullopt, PairingState::expired(), std::nullopt};
-        // The screen turns these two codes into words.
-        if (code == QLatin1String("code_not_found") || code == QLatin1String("code_already_used"))
-            return {std::nullopt, PairingState::failed(code), std::nullopt};
-    }
-    return {std::nullopt, std::nullopt, error.description()};
+    if (!error.isHttp())
+        return std::nullopt;
+    const QString code = error.code();
+    if (code == QLatin1String("code_expired"))
+        return PairingState::expired();
+    // The screen turns these two codes into words (failureText()).
+    if (code == QLatin1String("code_not_found") || code == QLatin1String("code_already_used"))
+        return PairingState::failed(code);
+    return std::nullopt;
 }
 
 } // namespace
@@ -63,6 +54,25 @@ void PairingFlow::stop()
     setState(State::idle());
 }
 
+QString PairingFlow::failureText() const
+{
+    if (m_state.kind() != State::Kind::failed)
+        return {};
+    const QString message = m_state.message();
+    if (message == QLatin1String("code_not_found"))
+        return tr("This code is no longer valid. Ask for a new one.");
+    if (message == QLatin1String("code_already_used"))
+        return tr("This code has already been used.");
+    return message;
+}
+
+std::chrono::milliseconds PairingFlow::pollDelay(int interval, std::chrono::milliseconds timeLeft)
+{
+    const std::chrono::milliseconds suggested =
+        std::clamp<std::chrono::milliseconds>(std::chrono::seconds(interval), minimumInterval, maximumInterval);
+    return std::max<std::chrono::milliseconds>(std::min(suggested, timeLeft), minimumInterval);
+}
+
 void PairingFlow::setState(State state)
 {
     setIfChanged(m_state, std::move(state), this, &PairingFlow::stateChanged);
@@ -78,71 +88,66 @@ QCoro::Task<> PairingFlow::run(quint64 attempt)
     const std::shared_ptr<Clock> clock = m_clock;
 
     PairingStart start;
-    std::optional<QString> startError;
+    std::optional<ApiError> startError;
     try {
         start = co_await api.startPairing(DeviceInfo::current(SessionStore::vendorUuid()));
     } catch (const ApiError &error) {
-        startError = error.description();
-    } catch (const std::exception &error) {
-        startError = QString::fromUtf8(error.what());
+        startError = error;
     }
     if (!self || !self->isCurrent(attempt))
         co_return;
     if (startError) {
-        qCCritical(lcPairing, "pair failed: %s", qUtf8Printable(*startError));
-        self->setState(State::failed(*startError));
+        qCCritical(lcPairing, "pair failed: %s", qUtf8Printable(startError->description()));
+        self->setState(State::failed(startError->description()));
         co_return;
     }
 
     // The codes' lifetime counts from the moment the answer arrived.
     const QDateTime expiresAt = clock->now().addSecs(start.expiresIn);
     self->setState(State::waiting(start, expiresAt));
-    const std::chrono::milliseconds interval =
-        std::max<std::chrono::milliseconds>(std::chrono::seconds(start.interval), minimumInterval);
 
     // The first redeem comes one interval after the codes are shown, not at once.
     for (;;) {
-        co_await clock->sleep(interval);
+        co_await clock->sleep(pollDelay(start.interval, std::chrono::milliseconds(clock->now().msecsTo(expiresAt))));
         if (!self || !self->isCurrent(attempt))
             co_return;
 
-        PollOutcome outcome;
+        std::optional<SessionPayload> session;
+        std::optional<ApiError> error;
         try {
-            outcome.session = co_await api.redeemPairing(start.deviceCode);
-        } catch (const ApiError &error) {
-            outcome = outcomeOf(error);
-        } catch (const std::exception &error) {
-            outcome.transientError = QString::fromUtf8(error.what());
+            session = co_await api.redeemPairing(start.deviceCode);
+        } catch (const ApiError &caught) {
+            error = caught;
         }
 
-        if (outcome.session) {
-            // Acted on even if the attempt was superseded or the flow is gone while the
-            // redeem was in flight: the user confirmed, and the code cannot be redeemed twice.
-            const StoredSession session = StoredSession::from(*outcome.session);
-            const std::optional<KeychainError> error =
-                co_await Keychain::write(QLatin1String(Keychain::sessionAccount), session.toJson());
-            if (!error) {
-                if (store)
-                    store->setSession(session);
-                qCInfo(lcPairing, "paired, anonymous=%s", session.isAnonymous ? "true" : "false");
+        // A session is acted on even if the attempt was superseded or the flow is gone
+        // while the redeem was in flight: the user confirmed, and the code cannot be
+        // redeemed twice.
+        std::optional<KeychainError> saveError;
+        if (session && store) {
+            saveError = co_await store->save(*session);
+            if (!saveError) {
+                qCInfo(lcPairing, "paired, anonymous=%s", session->isAnonymous ? "true" : "false");
                 if (self) {
                     ++self->m_attempt; // nothing else may poll for a link that exists
                     self->setState(State::idle());
                 }
                 co_return;
             }
-            // Without a working secret store the link cannot be kept; keep polling as
-            // for any other failure (the service will answer that the code was used).
-            outcome.transientError = error->description();
         }
         if (!self || !self->isCurrent(attempt))
             co_return;
-        if (outcome.terminal) {
-            self->setState(*outcome.terminal);
-            co_return;
+        if (error) {
+            if (const std::optional<PairingState> terminal = terminalState(*error)) {
+                self->setState(*terminal);
+                co_return;
+            }
+            qCCritical(lcPairing, "poll: %s", qUtf8Printable(error->description()));
         }
-        if (outcome.transientError)
-            qCCritical(lcPairing, "poll: %s", qUtf8Printable(*outcome.transientError));
+        // Without a working secret store the link cannot be kept; polling goes on as for
+        // any other failure (the service will answer that the code was used).
+        if (saveError)
+            qCCritical(lcPairing, "poll: %s", qUtf8Printable(saveError->description()));
         if (clock->now() >= expiresAt) {
             self->setState(State::expired());
             co_return;

@@ -31,13 +31,22 @@ class PairingFlow : public QObject
 {
     Q_OBJECT
     Q_PROPERTY(PairingState state READ state NOTIFY stateChanged)
+    // The sentence the pairing screen shows for a failed attempt; empty otherwise.
+    Q_PROPERTY(QString failureText READ failureText NOTIFY stateChanged)
 
 public:
     using State = PairingState;
 
     // Polls are at least this far apart, whatever interval the service suggests, so
-    // that a zero or missing interval cannot hammer it.
+    // that a zero or missing interval cannot hammer it; and at most this far, so that
+    // an absurd interval cannot leave the screen waiting past the code's lifetime.
     static constexpr std::chrono::seconds minimumInterval{2};
+    static constexpr std::chrono::hours maximumInterval{1};
+
+    // How long to sleep before the next redeem: the service's interval within
+    // [minimumInterval, maximumInterval], cut to the time the code has left (but never
+    // below the floor).
+    [[nodiscard]] static std::chrono::milliseconds pollDelay(int interval, std::chrono::milliseconds timeLeft);
 
     // `clock` defaults to real time.
     PairingFlow(SelvaroAPI api, SessionStore *store, std::shared_ptr<Clock> clock = {},
@@ -45,6 +54,9 @@ public:
     ~PairingFlow() override;
 
     [[nodiscard]] const State &state() const { return m_state; }
+    // The failed state's message, with the two service codes the flow passes on as they
+    // are ("code_not_found", "code_already_used") put into words.
+    [[nodiscard]] QString failureText() const;
 
     // The time `expiresAt` is measured in; the pairing screen counts down by it.
     [[nodiscard]] std::shared_ptr<Clock> clock() const { return m_clock; }

@@ -39,7 +39,7 @@ SessionStore::SessionStore(Load load, QObject *parent)
 
 SessionStore::~SessionStore() = default;
 
-void SessionStore::setSession(std::optional<StoredSession> session)
+void SessionStore::setSession(std::optional<SessionPayload> session)
 {
     m_sessionWritten = true;
     setIfChanged(m_session, std::move(session), this, &SessionStore::sessionChanged);
@@ -54,7 +54,7 @@ QCoro::Task<> SessionStore::load()
     // Undecodable data reads as "not linked" and is left in place: the next pairing
     // overwrites it, and nothing else should delete what it cannot read.
     if (data && !m_sessionWritten)
-        setIfChanged(m_session, StoredSession::fromJson(*data), this, &SessionStore::sessionChanged);
+        setIfChanged(m_session, SessionPayload::fromJsonText(*data), this, &SessionStore::sessionChanged);
     setIfChanged(m_loaded, true, this, &SessionStore::loadedChanged);
 }
 
@@ -67,10 +67,9 @@ QCoro::Task<> SessionStore::waitUntilLoaded()
 QCoro::Task<std::optional<KeychainError>> SessionStore::save(const SessionPayload &payload)
 {
     QPointer<SessionStore> self(this);
-    const StoredSession session = StoredSession::from(payload);
-    std::optional<KeychainError> error = co_await Keychain::write(sessionAccount, session.toJson());
+    std::optional<KeychainError> error = co_await Keychain::write(sessionAccount, payload.toJsonText());
     if (!error && self)
-        self->setSession(session);
+        self->setSession(payload);
     co_return error;
 }
 
@@ -80,7 +79,7 @@ QCoro::Task<> SessionStore::refresh(SelvaroAPI api)
     co_await waitUntilLoaded();
     if (!self || !m_session)
         co_return;
-    const StoredSession current = *m_session;
+    const SessionPayload current = *m_session;
 
     std::optional<ApiError> failure;
     std::optional<SessionPayload> renewed;
@@ -131,14 +130,22 @@ QCoro::Task<> SessionStore::forget()
 QString SessionStore::vendorUuid()
 {
     static const QString key = QStringLiteral("vendorUuid");
+    // The identifier made in this run when the settings would not keep it.
+    static QString unsaved;
     QSettings settings(QSettings::NativeFormat, QSettings::UserScope, settingsOrganization, settingsApplication);
     const QString stored = settings.value(key).toString();
     if (!stored.isEmpty())
         return stored;
+    if (!unsaved.isEmpty())
+        return unsaved;
     const QString made = QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper();
     settings.setValue(key, made);
     // Written at once: an identifier that changes after a crash would show the
     // computer to the account as a new device.
     settings.sync();
+    if (settings.status() != QSettings::NoError) {
+        qCWarning(lcSession, "vendorUuid not saved in %s; kept for this run only", qUtf8Printable(settings.fileName()));
+        unsaved = made;
+    }
     return made;
 }

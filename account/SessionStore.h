@@ -1,7 +1,6 @@
 #pragma once
 
 #include "account/KeychainError.h"
-#include "account/StoredSession.h"
 #include "service/SelvaroAPI.h"
 
 #include <QObject>
@@ -29,7 +28,7 @@
 class SessionStore : public QObject
 {
     Q_OBJECT
-    Q_PROPERTY(std::optional<StoredSession> session READ session WRITE setSession NOTIFY sessionChanged)
+    Q_PROPERTY(std::optional<SessionPayload> session READ session WRITE setSession NOTIFY sessionChanged)
     Q_PROPERTY(bool linked READ isLinked NOTIFY sessionChanged)
     Q_PROPERTY(bool loaded READ isLoaded NOTIFY loadedChanged)
 
@@ -43,13 +42,13 @@ public:
     explicit SessionStore(Load load, QObject *parent = nullptr);
     ~SessionStore() override;
 
-    [[nodiscard]] const std::optional<StoredSession> &session() const { return m_session; }
+    [[nodiscard]] const std::optional<SessionPayload> &session() const { return m_session; }
     [[nodiscard]] bool isLinked() const { return m_session.has_value(); }
     [[nodiscard]] bool isLoaded() const { return m_loaded; }
 
     // Sets the in-memory session only; writers keep the item in step themselves
     // (the pairing flow writes the item first, unlinking removes it first: forget()).
-    void setSession(std::optional<StoredSession> session);
+    void setSession(std::optional<SessionPayload> session);
 
     // Resumes once the initial read has answered (at once if it already has).
     QCoro::Task<> waitUntilLoaded();
@@ -73,7 +72,8 @@ public:
 
     // The per-installation identifier sent with pairing and refresh: an upper-case
     // UUID made on first use and kept in the application's settings, so it survives
-    // unlinking and restarts.
+    // unlinking and restarts. When the settings cannot be written it is kept in memory
+    // for the rest of the run (one warning in the log), so it never changes mid-run.
     [[nodiscard]] static QString vendorUuid();
 
 Q_SIGNALS:
@@ -83,7 +83,7 @@ Q_SIGNALS:
 private:
     QCoro::Task<> load();
 
-    std::optional<StoredSession> m_session;
+    std::optional<SessionPayload> m_session;
     bool m_loaded = false;
     // Set by the first write of `session`; a load that answers later must not undo it.
     bool m_sessionWritten = false;

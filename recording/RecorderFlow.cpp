@@ -354,7 +354,7 @@ QCoro::Task<> RecorderFlow::send(QPointer<RecorderFlow> self, std::shared_ptr<Re
     const QPointer<SessionStore> store = self->m_store;
     const QString file = capture->finalMixedPath();
 
-    const std::optional<StoredSession> session = store ? store->session() : std::nullopt;
+    const std::optional<SessionPayload> session = store ? store->session() : std::nullopt;
     const std::optional<QString> accountId = session ? JwtClaims::subject(session->token) : std::nullopt;
     if (!accountId) {
         // The recording stays, to be sent once the computer is linked again.

@@ -1,18 +1,22 @@
 #include "service/SelvaroAPI.h"
 
 #include "service/ApiErrorBody.h"
+#include "service/ServiceText.h"
 #include "BuildInfo.h"
 #include "common/Logging.h"
 
 #include <QFile>
+#include <QHostAddress>
 #include <QJsonDocument>
 #include <QLocale>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
 #include <QNetworkRequest>
+#include <QTimer>
 
 #include <qcoro/qcoronetworkreply.h>
 
+#include <limits>
 #include <memory>
 
 namespace {
@@ -43,8 +47,41 @@ bool failedBelowHttp(const QNetworkReply &reply)
         return false;
     if (!hasStatus(reply))
         return true;
+    // A 407 from the server reads as a proxy failure, but it is an answer like any other.
+    if (error == QNetworkReply::ProxyAuthenticationRequiredError && statusOf(reply) == 407)
+        return false;
     return error < 200 // connection, TLS, timeout, redirect and proxy failures
            || error == QNetworkReply::ProtocolUnknownError || error == QNetworkReply::ProtocolFailure;
+}
+
+// Ends the reply once `deadline` has passed, however steadily it still trickles in. The
+// abort reads as a cancelled operation, which timedOut() reports as a time-out. QTimer
+// takes an int of milliseconds; longer deadlines are cut to about 24 days.
+void limitTime(QNetworkReply *reply, std::chrono::milliseconds deadline)
+{
+    auto *timer = new QTimer(reply);
+    timer->setSingleShot(true);
+    timer->setTimerType(Qt::PreciseTimer);
+    QObject::connect(timer, &QTimer::timeout, reply, &QNetworkReply::abort);
+    QObject::connect(reply, &QNetworkReply::finished, timer, &QTimer::stop);
+    timer->start(static_cast<int>(std::min<qint64>(deadline.count(), std::numeric_limits<int>::max())));
+}
+
+bool isLoopbackHttp(const QUrl &url)
+{
+    const QString host = url.host();
+    return url.scheme() == QLatin1String("http")
+           && (host.compare(QLatin1String("localhost"), Qt::CaseInsensitive) == 0 || QHostAddress(host).isLoopback());
+}
+
+// Only https, so the recording never crosses the network in the clear; plain http
+// only while the client itself talks to a loopback service (the local note service).
+bool isAcceptableUploadUrl(const QUrl &url, const QUrl &baseUrl)
+{
+    if (!url.isValid() || url.host().isEmpty())
+        return false;
+    return url.scheme() == QLatin1String("https")
+           || (url.scheme() == QLatin1String("http") && isLoopbackHttp(baseUrl));
 }
 
 // Refuses a JSON answer larger than any record before it is read whole: by its
@@ -68,7 +105,7 @@ void limitBody(QNetworkReply *reply, bool *oversized)
     QObject::connect(reply, &QNetworkReply::readyRead, reply, [reply, refuse] { refuse(reply->bytesAvailable()); });
 }
 
-// The transfer timeout is the only abort that the client did not ask for itself.
+// The transfer timeout and the deadline are the only aborts not asked for by limitBody.
 bool timedOut(const QNetworkReply &reply, bool abortedHere)
 {
     return reply.error() == QNetworkReply::OperationCanceledError && !abortedHere;
@@ -78,7 +115,7 @@ QString errorCode(int status, const QByteArray &body)
 {
     const QJsonDocument document = QJsonDocument::fromJson(body);
     if (const auto errorBody = ApiErrorBody::fromJson(document.object()); errorBody && document.isObject())
-        return errorBody->error;
+        return ServiceText::bounded(errorBody->error);
     return QStringLiteral("http_") + QString::number(status);
 }
 
@@ -90,7 +127,7 @@ Record decoded(const QByteArray &method, const QString &path, const QByteArray &
         if (auto record = Record::fromJson(document.object()))
             return *std::move(record);
     }
-    qCCritical(lcApi, "%s %s: undecodable body", method.constData(), qUtf8Printable(path));
+    qCCritical(lcApi, "%s %s: undecodable body", method.constData(), qUtf8Printable(ServiceText::bounded(path)));
     throw ApiError::badResponse();
 }
 
@@ -107,10 +144,10 @@ QUrl SelvaroAPI::compiledBaseUrl()
     return url;
 }
 
-SelvaroAPI::SelvaroAPI(QNetworkAccessManager *network, QUrl baseUrl, std::chrono::milliseconds timeout)
+SelvaroAPI::SelvaroAPI(QNetworkAccessManager *network, QUrl baseUrl, ServiceDeadlines deadlines)
     : m_network(network)
     , m_baseUrl(std::move(baseUrl))
-    , m_timeout(timeout)
+    , m_deadlines(deadlines)
 {
     Q_ASSERT(m_network);
 }
@@ -159,7 +196,7 @@ QCoro::Task<QByteArray> SelvaroAPI::request(SelvaroAPI self, QByteArray method, 
     Q_ASSERT_X(url.isValid(), "SelvaroAPI::request", "path does not form a URL");
 
     QNetworkRequest request(url);
-    request.setTransferTimeout(static_cast<int>(self.m_timeout.count()));
+    request.setTransferTimeout(static_cast<int>(self.m_deadlines.inactivity.count()));
     // The token must never reach another host, so only same-origin redirects are followed.
     request.setAttribute(QNetworkRequest::RedirectPolicyAttribute, QNetworkRequest::SameOriginRedirectPolicy);
     request.setHeader(QNetworkRequest::ContentTypeHeader, QByteArrayLiteral("application/json"));
@@ -173,6 +210,7 @@ QCoro::Task<QByteArray> SelvaroAPI::request(SelvaroAPI self, QByteArray method, 
                         : self.m_network->sendCustomRequest(request, method));
     bool oversized = false;
     limitBody(reply.get(), &oversized);
+    limitTime(reply.get(), self.m_deadlines.jsonCall);
     co_await reply.get();
 
     if (failedBelowHttp(*reply) && !oversized)
@@ -182,13 +220,16 @@ QCoro::Task<QByteArray> SelvaroAPI::request(SelvaroAPI self, QByteArray method, 
 
     const int status = statusOf(*reply);
     const QByteArray answer = oversized ? QByteArray() : reply->readAll();
+    // The path may hold a session id, which came from the service.
+    const QString loggedPath = ServiceText::bounded(path);
     if (status >= 400) {
         const QString code = errorCode(status, answer);
-        qCCritical(lcApi, "%s %s -> %d %s", method.constData(), qUtf8Printable(path), status, qUtf8Printable(code));
+        qCCritical(lcApi, "%s %s -> %d %s", method.constData(), qUtf8Printable(loggedPath), status,
+                   qUtf8Printable(code));
         throw ApiError::http(status, code);
     }
     if (oversized) {
-        qCCritical(lcApi, "%s %s: body over %lld bytes refused", method.constData(), qUtf8Printable(path),
+        qCCritical(lcApi, "%s %s: body over %lld bytes refused", method.constData(), qUtf8Printable(loggedPath),
                    SelvaroAPI::maxJsonBodyBytes);
         throw ApiError::badResponse();
     }
@@ -258,8 +299,7 @@ QCoro::Task<> SelvaroAPI::uploadCall(SelvaroAPI self, QString filePath, UploadTa
     // The URL comes from the network: a broken one is the service's fault, not ours,
     // and must not stop the application.
     const QUrl url(target.url, QUrl::StrictMode);
-    if (!url.isValid() || (url.scheme() != QLatin1String("https") && url.scheme() != QLatin1String("http"))
-        || url.host().isEmpty())
+    if (!isAcceptableUploadUrl(url, self.m_baseUrl))
         throw ApiError::badResponse();
 
     auto file = std::make_unique<QFile>(filePath);
@@ -269,7 +309,7 @@ QCoro::Task<> SelvaroAPI::uploadCall(SelvaroAPI self, QString filePath, UploadTa
     }
 
     QNetworkRequest request(url);
-    request.setTransferTimeout(static_cast<int>(self.m_timeout.count()));
+    request.setTransferTimeout(static_cast<int>(self.m_deadlines.inactivity.count()));
     // Qt would turn a PUT answered 302 into a GET and report its 200: the recording
     // would be lost without a word. A redirect is a failed upload instead.
     request.setAttribute(QNetworkRequest::RedirectPolicyAttribute, QNetworkRequest::ManualRedirectPolicy);
@@ -277,8 +317,10 @@ QCoro::Task<> SelvaroAPI::uploadCall(SelvaroAPI self, QString filePath, UploadTa
 
     // A random-access file gives Qt a Content-Length and lets it read the file in
     // chunks as the socket drains, so the recording is never held in memory.
+    const qint64 size = file->size();
     ReplyPtr reply(self.m_network->put(request, file.get()));
     file.release()->setParent(reply.get());
+    limitTime(reply.get(), self.m_deadlines.upload(size));
     // Whatever the storage answers is of no interest; drop it as it comes.
     reply->setReadBufferSize(64 * 1024);
     QObject::connect(reply.get(), &QNetworkReply::readyRead, reply.get(), [r = reply.get()] { r->skip(r->bytesAvailable()); });

@@ -4,6 +4,7 @@
 #include "service/DeviceInfo.h"
 #include "service/NoteRecord.h"
 #include "service/PairingStart.h"
+#include "service/ServiceDeadlines.h"
 #include "service/SessionPayload.h"
 #include "service/UploadTarget.h"
 
@@ -22,7 +23,7 @@ class QNetworkAccessManager;
 
 // The application's only client of the note service.
 //
-// A value: it holds the network manager, the base URL and the timeout, nothing that
+// A value: it holds the network manager, the base URL and the deadlines, nothing that
 // changes, so copies are free and calls may overlap. Each call copies the client into
 // its coroutine, so a call outlives the object it was started from; the network
 // manager must outlive every call (the application keeps one for the whole process).
@@ -34,7 +35,6 @@ class QNetworkAccessManager;
 class SelvaroAPI
 {
 public:
-    static constexpr std::chrono::milliseconds defaultTimeout{60000};
     // Bodies of JSON answers larger than this are refused without being read whole.
     static constexpr qint64 maxJsonBodyBytes = 1024 * 1024;
 
@@ -42,13 +42,11 @@ public:
     // unparsable value stops the process, since no build may ship with one.
     [[nodiscard]] static QUrl compiledBaseUrl();
 
-    // `timeout` is an inactivity timeout: a transfer that makes no progress for that
-    // long fails with a transport error.
     explicit SelvaroAPI(QNetworkAccessManager *network, QUrl baseUrl = compiledBaseUrl(),
-                        std::chrono::milliseconds timeout = defaultTimeout);
+                        ServiceDeadlines deadlines = {});
 
     [[nodiscard]] QUrl baseUrl() const { return m_baseUrl; }
-    [[nodiscard]] std::chrono::milliseconds timeout() const { return m_timeout; }
+    [[nodiscard]] const ServiceDeadlines &deadlines() const { return m_deadlines; }
 
     // POST /pair {"device": …}
     [[nodiscard]] QCoro::Task<PairingStart> startPairing(DeviceInfo device) const;
@@ -67,7 +65,9 @@ public:
     // PUT of the file at `filePath` to target.url, streamed from disk, with only
     // "Content-Type: audio/m4a". Succeeds only on 200; any other status, redirects
     // included, throws ApiError::http(status, "upload_failed"). A failure below HTTP
-    // (or a file that cannot be opened) throws TransportError unwrapped.
+    // (or a file that cannot be opened) throws TransportError unwrapped. The target
+    // must be https, unless the base URL itself is a loopback http one (the local note
+    // service): anything else is ApiError::badResponse, before a byte is sent.
     [[nodiscard]] QCoro::Task<> upload(QString filePath, UploadTarget target) const;
 
     // "selvaro-recorder/" + the short version ("0" when none is compiled in).
@@ -97,5 +97,5 @@ private:
 
     QNetworkAccessManager *m_network;
     QUrl m_baseUrl;
-    std::chrono::milliseconds m_timeout;
+    ServiceDeadlines m_deadlines;
 };

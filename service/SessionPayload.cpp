@@ -2,6 +2,8 @@
 
 #include "service/JsonFields.h"
 
+#include <QJsonDocument>
+
 std::optional<SessionPayload> SessionPayload::fromJson(const QJsonObject &json)
 {
     const auto id = JsonFields::string(json, QLatin1String("id"));
@@ -19,4 +21,17 @@ QJsonObject SessionPayload::toJson() const
             {QStringLiteral("profileId"), profileId},
             {QStringLiteral("token"), token},
             {QStringLiteral("isAnonymous"), isAnonymous}};
+}
+
+QByteArray SessionPayload::toJsonText() const
+{
+    return QJsonDocument(toJson()).toJson(QJsonDocument::Compact);
+}
+
+std::optional<SessionPayload> SessionPayload::fromJsonText(const QByteArray &text)
+{
+    const QJsonDocument document = QJsonDocument::fromJson(text);
+    if (!document.isObject())
+        return std::nullopt;
+    return fromJson(document.object());
 }

@@ -1,5 +1,7 @@
 #include "service/TransportError.h"
 
+#include "service/ServiceText.h"
+
 TransportError::TransportError(QNetworkReply::NetworkError error, QString message)
     : m_error(error)
     , m_message(std::move(message))
@@ -9,9 +11,10 @@ TransportError::TransportError(QNetworkReply::NetworkError error, QString messag
 
 TransportError TransportError::fromReply(const QNetworkReply &reply, bool timedOut)
 {
-    // Qt ends a transfer timeout by aborting the reply, which reads "Operation canceled";
-    // the user should learn what really happened.
+    // Qt ends a transfer timeout by aborting the reply, which reads "Operation canceled",
+    // and so does the client's deadline; the user should learn what really happened.
     if (timedOut)
         return TransportError(QNetworkReply::TimeoutError, QStringLiteral("The request timed out."));
-    return TransportError(reply.error(), reply.errorString());
+    // Qt's sentence may quote the server (a reason phrase, a URL).
+    return TransportError(reply.error(), ServiceText::bounded(reply.errorString()));
 }

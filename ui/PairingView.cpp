@@ -212,20 +212,12 @@ QString PairingView::instructionText()
     return tr("Type this code in Selvaro, ") + path + QLatin1Char(':');
 }
 
-QString PairingView::failureText(const QString &message)
-{
-    if (message == QLatin1String("code_not_found"))
-        return tr("This code is no longer valid. Ask for a new one.");
-    if (message == QLatin1String("code_already_used"))
-        return tr("This code has already been used.");
-    return message;
-}
-
 void PairingView::showEvent(QShowEvent *event)
 {
     QWidget::showEvent(event);
     if (event->spontaneous() || !m_flow)
         return;
+    setShowsCode(false);
     if (m_flow->state().kind() == PairingState::Kind::idle)
         m_flow->start();
 }
@@ -257,7 +249,7 @@ void PairingView::showState()
         m_stateArea->setCurrentPage(m_expiredPage);
         break;
     case PairingState::Kind::failed:
-        m_failure->setText(failureText(state.message()));
+        m_failure->setText(m_flow->failureText());
         m_stateArea->setCurrentPage(m_failedPage);
         break;
     }

@@ -23,8 +23,9 @@ class TextLabel;
 //
 // It starts the flow when it is shown and the flow is idle (coming back while a
 // code is pending does not ask for another), and stops it when it is hidden, so
-// nothing polls for a code nobody sees. Minimising the window is not hiding the
-// screen: spontaneous show and hide events are ignored.
+// nothing polls for a code nobody sees. Every showing opens on the QR code: the
+// screen is built once and shown again after an unlink. Minimising the window is
+// not hiding the screen: spontaneous show and hide events are ignored.
 //
 // The view never navigates: a successful pairing sets the session, and whoever
 // embeds the screen swaps it for the recorder. Main thread only; the flow must
@@ -59,9 +60,6 @@ public:
     // "Type this code in Selvaro, under Settings > Record on my Mac:" with the
     // settings path held together by no-break spaces.
     [[nodiscard]] static QString instructionText();
-    // The sentence for a failed attempt: the flow's text, or words for the two
-    // service codes the flow passes on as they are.
-    [[nodiscard]] static QString failureText(const QString &message);
 
 Q_SIGNALS:
     void showsCodeChanged(bool showsCode);

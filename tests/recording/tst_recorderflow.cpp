@@ -222,7 +222,7 @@ void TestRecorderFlow::failedStartAfterFailedSendKeepsTheRecording()
     QVERIFY(closed.listen(QHostAddress::LocalHost));
     const QUrl nobody(QStringLiteral("http://127.0.0.1:%1").arg(closed.serverPort()));
     closed.close();
-    m_store->setSession(StoredSession{QStringLiteral("s"), QStringLiteral("p"), tokenOfAcc1, false});
+    m_store->setSession(SessionPayload{QStringLiteral("s"), QStringLiteral("p"), tokenOfAcc1, false});
 
     auto flow = makeFlow(nobody);
     recordFor(*flow, 2s);

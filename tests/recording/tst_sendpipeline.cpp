@@ -63,7 +63,7 @@ private Q_SLOTS:
 private:
     std::unique_ptr<RecorderFlow> makeFlow();
     // A session the service knows, saved through the store into the keyring.
-    StoredSession link(bool anonymous = false);
+    SessionPayload link(bool anonymous = false);
     // record, `duration` on the clock, pause, save; returns once the send has ended.
     void recordAndSend(RecorderFlow &flow, std::chrono::milliseconds duration = 2500ms);
     [[nodiscard]] int requestsTo(const QString &method, const QString &path);
@@ -111,7 +111,7 @@ std::unique_ptr<RecorderFlow> TestSendPipeline::makeFlow()
     return flow;
 }
 
-StoredSession TestSendPipeline::link(bool anonymous)
+SessionPayload TestSendPipeline::link(bool anonymous)
 {
     const auto payload = SessionPayload::fromJson(m_dev.createSession(anonymous));
     if (!payload || QCoro::waitFor(m_store->save(*payload)))
@@ -164,7 +164,7 @@ void TestSendPipeline::sendsTheNote()
     QFETCH(bool, anonymous);
     QFETCH(int, recordedMs);
     QFETCH(int, duration);
-    const StoredSession session = link(anonymous);
+    const SessionPayload session = link(anonymous);
     QVERIFY(!session.token.isEmpty());
     auto flow = makeFlow();
 
@@ -220,7 +220,7 @@ void TestSendPipeline::refusedTokenRefreshesTheSessionOnce()
     QFETCH(QString, method);
     QFETCH(QString, path);
     QFETCH(int, status);
-    const StoredSession before = link();
+    const SessionPayload before = link();
     addFault(method, path, {{QStringLiteral("status"), status}, {QStringLiteral("body"), QStringLiteral(R"({"error":"invalid_token"})")}});
     auto flow = makeFlow();
     LogCapture log;
@@ -260,7 +260,7 @@ void TestSendPipeline::expiredTokenIsRenewedAndTheRetrySends()
     // The renewed session is what the keyring now holds.
     const std::optional<QByteArray> item = QCoro::waitFor(Keychain::read(QLatin1String(Keychain::sessionAccount)));
     QVERIFY(item);
-    QCOMPARE(StoredSession::fromJson(*item), m_store->session());
+    QCOMPARE(SessionPayload::fromJsonText(*item), m_store->session());
 }
 
 void TestSendPipeline::otherFailuresKeepTheRecordingForARetry_data()
@@ -329,7 +329,7 @@ void TestSendPipeline::droppedConnection()
 
 void TestSendPipeline::sessionDeletedAtTheServiceUnlinks()
 {
-    const StoredSession session = link();
+    const SessionPayload session = link();
     QCOMPARE(m_dev.deleteSession(session.id), 200);
     auto flow = makeFlow();
 
@@ -361,7 +361,7 @@ void TestSendPipeline::withoutAUsableSession()
     QFETCH(bool, platformWording);
     QFETCH(QString, message);
     if (linked)
-        m_store->setSession(StoredSession{QStringLiteral("s"), QStringLiteral("p"), QStringLiteral("a.b.c"), false});
+        m_store->setSession(SessionPayload{QStringLiteral("s"), QStringLiteral("p"), QStringLiteral("a.b.c"), false});
     PlatformWording wording;
     if (platformWording)
         QCoreApplication::installTranslator(&wording);

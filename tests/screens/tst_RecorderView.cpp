@@ -411,7 +411,7 @@ void TestRecorderView::sendAgainOnlyWhenRetryable()
     QVERIFY(closed.listen(QHostAddress::LocalHost));
     const QUrl nobody(QStringLiteral("http://127.0.0.1:%1").arg(closed.serverPort()));
     closed.close();
-    m_store->setSession(StoredSession{QStringLiteral("s"), QStringLiteral("p"), tokenOfAcc1, false});
+    m_store->setSession(SessionPayload{QStringLiteral("s"), QStringLiteral("p"), tokenOfAcc1, false});
     m_server->access = Permission::granted;
     Screen screen(makeFlow(nobody));
     screen.flow->record();

@@ -56,7 +56,7 @@ void TestRecorderViewService::init()
     m_captures = StandInFactory();
     m_store = std::make_unique<SessionStore>(SessionStore::Load::nothing);
     const QJsonObject session = m_dev.createSession(false);
-    m_store->setSession(StoredSession{session.value(QStringLiteral("id")).toString(),
+    m_store->setSession(SessionPayload{session.value(QStringLiteral("id")).toString(),
                                       session.value(QStringLiteral("profileId")).toString(),
                                       session.value(QStringLiteral("token")).toString(), false});
 
