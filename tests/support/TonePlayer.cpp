@@ -2,19 +2,40 @@
 
 #include <QProcess>
 
+#include <pulse/simple.h>
+
+#include <cmath>
+#include <numbers>
+#include <vector>
+
 TonePlayer::TonePlayer(double frequency, QByteArray sink)
 {
-    QStringList arguments { QStringLiteral("load-module"), QStringLiteral("module-sine"),
-                            QStringLiteral("frequency=%1").arg(qRound(frequency)) };
-    if (!sink.isEmpty())
-        arguments.append(QStringLiteral("sink=") + QString::fromUtf8(sink));
-    m_module = pactl(arguments);
+    const pa_sample_spec spec { PA_SAMPLE_FLOAT32NE, 48000, 1 };
+    const pa_buffer_attr buffer { static_cast<uint32_t>(-1), static_cast<uint32_t>(pa_usec_to_bytes(50000, &spec)),
+                                  static_cast<uint32_t>(-1), static_cast<uint32_t>(-1), static_cast<uint32_t>(-1) };
+    pa_simple *stream = pa_simple_new(nullptr, "Selvaro tests", PA_STREAM_PLAYBACK,
+                                      sink.isEmpty() ? nullptr : sink.constData(), "Test tone", &spec, nullptr, &buffer, nullptr);
+    if (!stream)
+        return;
+    // Writing blocks while the buffer is full, which paces the loop in real time.
+    m_thread = std::thread([this, stream, step = 2 * std::numbers::pi * frequency / 48000] {
+        std::vector<float> chunk(480);
+        for (double phase = 0; !m_stopping;) {
+            for (float &sample : chunk) {
+                sample = static_cast<float>(0.5 * std::sin(phase));
+                phase = std::fmod(phase + step, 2 * std::numbers::pi);
+            }
+            pa_simple_write(stream, chunk.data(), chunk.size() * sizeof(float), nullptr);
+        }
+        pa_simple_free(stream);
+    });
 }
 
 void TonePlayer::stop()
 {
-    if (!m_module.isEmpty())
-        pactl({ QStringLiteral("unload-module"), std::exchange(m_module, {}) });
+    m_stopping = true;
+    if (m_thread.joinable())
+        m_thread.join();
 }
 
 QString pactl(const QStringList &arguments, bool *ok)

@@ -4,6 +4,9 @@
 #include <QString>
 #include <QStringList>
 
+#include <atomic>
+#include <thread>
+
 // Runs `pactl` against the test's private sound server (PULSE_SERVER from the
 // fixture) and returns its standard output; empty and `ok` false on failure.
 QString pactl(const QStringList &arguments, bool *ok = nullptr);
@@ -11,9 +14,10 @@ QString pactl(const QStringList &arguments, bool *ok = nullptr);
 // Unloads every sink and source of the fixture: a computer without audio devices.
 [[nodiscard]] bool unloadAllDevices();
 
-// Plays a sine tone into a sink of the test's sound server until destroyed (or stop()):
-// PulseAudio's own generator (module-sine, half scale), so that a capture has
-// something to hear. The frequency is a whole number of hertz.
+// Plays a sine tone (mono, 48 kHz, half scale) into a sink of the test's sound server
+// until destroyed or stop(), so that a capture has something to hear. A named sink
+// keeps the tone when the default sink changes; its 50 ms buffer keeps the sink's
+// latency low, which a monitor needs to deliver at once.
 class TonePlayer
 {
 public:
@@ -23,10 +27,11 @@ public:
     TonePlayer(const TonePlayer &) = delete;
     TonePlayer &operator=(const TonePlayer &) = delete;
 
-    // True once the generator plays.
-    [[nodiscard]] bool isPlaying() const { return !m_module.isEmpty(); }
+    // True once the stream plays.
+    [[nodiscard]] bool isPlaying() const { return m_thread.joinable(); }
     void stop();
 
 private:
-    QString m_module;
+    std::atomic<bool> m_stopping { false };
+    std::thread m_thread;
 };
