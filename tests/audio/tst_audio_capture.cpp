@@ -36,7 +36,10 @@ class AudioCapture : public QObject
     QTemporaryDir m_dir;
 
 private Q_SLOTS:
-    void initTestCase() { QVERIFY2(!qEnvironmentVariableIsEmpty("PULSE_SERVER"), "runs under scripts/fixtures/with-pulse"); }
+    void initTestCase()
+    {
+        QVERIFY2(!qEnvironmentVariableIsEmpty("PULSE_SERVER"), "runs under scripts/fixtures/with-pulse");
+    }
 
     void recordsItsOwnSource_data()
     {
@@ -59,7 +62,8 @@ private Q_SLOTS:
         TonePlayer speakers(440, "speakers");
         TonePlayer microphone(1000, "micfeed");
         PulseSoundServer server;
-        const QString path = m_dir.filePath(QString::fromLatin1(QTest::currentDataTag()) + QStringLiteral(".wav"));
+        const QString path
+            = m_dir.filePath(QString::fromLatin1(QTest::currentDataTag()) + QStringLiteral(".wav"));
         std::unique_ptr<SourceRecorder> recorder;
         if (system)
             recorder = std::make_unique<SystemRecorder>(path, server);
@@ -76,12 +80,13 @@ private Q_SLOTS:
         const SoundFile file = SoundFile::read(path);
         QVERIFY2(file.error.isEmpty(), qPrintable(file.error));
         // Small files stay plain WAV (libsndfile names the extensible header WAVEX).
-        QVERIFY((file.format & SF_FORMAT_TYPEMASK) == SF_FORMAT_WAV || (file.format & SF_FORMAT_TYPEMASK) == SF_FORMAT_WAVEX);
+        QVERIFY((file.format & SF_FORMAT_TYPEMASK) == SF_FORMAT_WAV
+            || (file.format & SF_FORMAT_TYPEMASK) == SF_FORMAT_WAVEX);
         QCOMPARE(file.format & SF_FORMAT_SUBMASK, subformat);
         QCOMPARE(file.rate, 48000);
         QCOMPARE(file.channels, channels);
         QVERIFY2(std::abs(file.seconds() - recorded) < 0.06,
-                 qPrintable(QStringLiteral("file %1 s, recorded %2 s").arg(file.seconds()).arg(recorded)));
+            qPrintable(QStringLiteral("file %1 s, recorded %2 s").arg(file.seconds()).arg(recorded)));
         const auto samples = file.channelSpan(channels - 1, 0.1, 0.5);
         QCOMPARE(dominantFrequency(samples, file.rate), heard);
         QVERIFY(energyAt(samples, file.rate, unheard) < energyAt(samples, file.rate, heard) / 1000);
@@ -94,7 +99,8 @@ private Q_SLOTS:
     {
         bool ok = false;
         const QString module = pactl({ QStringLiteral("load-module"), QStringLiteral("module-null-sink"),
-                                       QStringLiteral("sink_name=headset"), QStringLiteral("rate=44100") }, &ok);
+                                         QStringLiteral("sink_name=headset"), QStringLiteral("rate=44100") },
+            &ok);
         QVERIFY(ok);
         TonePlayer speakers(440, "speakers");
         TonePlayer headset(660, "headset");
@@ -111,7 +117,9 @@ private Q_SLOTS:
         // A newly followed monitor starts late, later still on a loaded machine: stay on
         // each sink until it has delivered a good part of a second.
         const auto waitForAudio = [&recorder] {
-            const auto heard = [&recorder] { return recorder.statistics().framesDelivered - recorder.statistics().framesOfSilence; };
+            const auto heard = [&recorder] {
+                return recorder.statistics().framesDelivered - recorder.statistics().framesOfSilence;
+            };
             const quint64 from = heard();
             return QTest::qWaitFor([&] { return heard() >= from + 38400; }, 8000);
         };
@@ -128,20 +136,22 @@ private Q_SLOTS:
         QStringList sequence;
         for (double t = 0; t + 0.2 <= file.seconds(); t += 0.1) {
             const QString name = file.toneAt(t, 0.2, 440) ? QStringLiteral("speakers")
-                                 : file.toneAt(t, 0.2, 660) ? QStringLiteral("headset") : QString();
+                : file.toneAt(t, 0.2, 660)                ? QStringLiteral("headset")
+                                                          : QString();
             if (!name.isEmpty() && (sequence.isEmpty() || sequence.last() != name))
                 sequence.append(name);
         }
         // A sink's monitor starts late after a switch, so look for the order of the tones
         // rather than exact times.
         QVERIFY2(sequence.size() >= 3 && sequence.first() == QStringLiteral("speakers")
-                     && sequence.contains(QStringLiteral("headset")) && sequence.last() == QStringLiteral("speakers"),
-                 qPrintable(sequence.join(QLatin1Char(' '))));
+                && sequence.contains(QStringLiteral("headset"))
+                && sequence.last() == QStringLiteral("speakers"),
+            qPrintable(sequence.join(QLatin1Char(' '))));
         const auto all = file.channelSpan(0, 0, file.seconds());
         QVERIFY(energyAt(all, file.rate, 1000) < energyAt(all, file.rate, 440) / 1000);
         // Silence fills the switches, so the timeline matches the clock.
         QVERIFY2(std::abs(file.seconds() - recorded) < 0.3,
-                 qPrintable(QStringLiteral("file %1 s, recorded %2 s").arg(file.seconds()).arg(recorded)));
+            qPrintable(QStringLiteral("file %1 s, recorded %2 s").arg(file.seconds()).arg(recorded)));
         QVERIFY(log.contains(QStringLiteral("Default output is now headset")));
     }
 

@@ -35,7 +35,8 @@ private Q_SLOTS:
     {
         const QString path = m_dir.filePath(QStringLiteral("open.wav"));
         QFile earlier(path);
-        QVERIFY(earlier.open(QIODevice::WriteOnly) && earlier.setPermissions(QFileDevice::Permissions(0x6644)));
+        QVERIFY(
+            earlier.open(QIODevice::WriteOnly) && earlier.setPermissions(QFileDevice::Permissions(0x6644)));
         earlier.close();
         AudioFileWriter writer("test-writer", lcSystemRecorder());
         QVERIFY(!writer.open(path, { SampleSpec::Sample::float32, 48000, 2 }));
@@ -92,7 +93,10 @@ private Q_SLOTS:
         QTRY_VERIFY(writer.failed());
         writer.close();
         QCOMPARE(::setrlimit(RLIMIT_FSIZE, &saved), 0);
-        QCOMPARE(log.lines(QStringLiteral("SystemRecorder")).filter(QStringLiteral("Failed to write audio file")).size(), 1);
+        QCOMPARE(log.lines(QStringLiteral("SystemRecorder"))
+                     .filter(QStringLiteral("Failed to write audio file"))
+                     .size(),
+            1);
         QVERIFY(writer.framesWritten() > 0 && writer.framesWritten() < 20 * 1024);
         const SoundFile file = SoundFile::read(path);
         QVERIFY2(file.error.isEmpty(), qPrintable(file.error));

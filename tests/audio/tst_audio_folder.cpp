@@ -11,7 +11,9 @@ namespace {
 
 mode_t modeOf(const QString &path)
 {
-    struct stat info {};
+    struct stat info
+    {
+    };
     ::lstat(QFile::encodeName(path).constData(), &info);
     return info.st_mode & 0777;
 }
@@ -43,7 +45,8 @@ private Q_SLOTS:
         QTemporaryDir root;
         const QString parent = root.filePath(QStringLiteral("selvaro-test"));
         QVERIFY(QDir().mkpath(parent) && QDir().mkpath(root.filePath(QStringLiteral("elsewhere"))));
-        QVERIFY(QFile::link(root.filePath(QStringLiteral("elsewhere")), parent + QStringLiteral("/Recordings")));
+        QVERIFY(
+            QFile::link(root.filePath(QStringLiteral("elsewhere")), parent + QStringLiteral("/Recordings")));
         const auto error = RecordingsFolder::create(parent + QStringLiteral("/Recordings"));
         QVERIFY(error && error->contains(QStringLiteral("not a folder of this user")));
     }

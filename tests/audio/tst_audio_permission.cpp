@@ -33,13 +33,15 @@ private Q_SLOTS:
         QSignalSpy finished(&system, &CapturePermission::requestFinished);
         QThread *mainThread = QThread::currentThread();
         bool onMainThread = false;
-        connect(&system, &CapturePermission::requestFinished, this, [&] { onMainThread = QThread::currentThread() == mainThread; });
+        connect(&system, &CapturePermission::requestFinished, this,
+            [&] { onMainThread = QThread::currentThread() == mainThread; });
         system.request();
         QTRY_COMPARE(finished.count(), 1);
         QCOMPARE(finished.at(0).at(0).toBool(), true);
         QVERIFY(onMainThread);
         QCOMPARE(changed.count(), 1); // a repeated answer changes nothing
-        QVERIFY(log.lines(QStringLiteral("SystemAudioPermission")).contains(QStringLiteral("Request finished with result: true")));
+        QVERIFY(log.lines(QStringLiteral("SystemAudioPermission"))
+                    .contains(QStringLiteral("Request finished with result: true")));
     }
 
     // The rows run in order: the last one unloads every device of the fixture.
@@ -48,7 +50,8 @@ private Q_SLOTS:
         QTest::addColumn<QByteArray>("address");
         QTest::addColumn<Permission>("status");
         QTest::addColumn<QString>("tapError");
-        QTest::newRow("no server") << QByteArray("unix:/nonexistent/selvaro-test-socket") << Permission::unknown
+        QTest::newRow("no server") << QByteArray("unix:/nonexistent/selvaro-test-socket")
+                                   << Permission::unknown
                                    << QStringLiteral("Error reading data for default sink: ");
         QTest::newRow("no devices") << QByteArray() << Permission::denied
                                     << QStringLiteral("Error reading data for default sink: No such entity");
@@ -73,9 +76,11 @@ private Q_SLOTS:
         QVERIFY2(tap.errorMessage().startsWith(tapError), qPrintable(tap.errorMessage()));
         QTemporaryDir dir;
         auto error = SystemRecorder(dir.filePath(QStringLiteral("x_system.wav")), server).start();
-        QCOMPARE(error ? describe(*error) : QString(), QStringLiteral("Tap stream description not available."));
+        QCOMPARE(
+            error ? describe(*error) : QString(), QStringLiteral("Tap stream description not available."));
         error = MicRecorder(dir.filePath(QStringLiteral("x_microphone.wav")), server).start();
-        QCOMPARE(error ? describe(*error) : QString(), QStringLiteral("Failed to start microphone recording"));
+        QCOMPARE(
+            error ? describe(*error) : QString(), QStringLiteral("Failed to start microphone recording"));
     }
 };
 

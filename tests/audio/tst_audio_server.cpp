@@ -35,8 +35,12 @@ private Q_SLOTS:
         SystemRecorder system(dir.filePath(QStringLiteral("restart_system.wav")), server);
         MicRecorder microphone(dir.filePath(QStringLiteral("restart_microphone.wav")), server);
         QVERIFY(!microphone.start() && !system.start());
-        QVERIFY(QTest::qWaitFor([&] { return system.statistics().framesWritten > 24000
-                                             && microphone.statistics().framesWritten > 24000; }, 5000));
+        QVERIFY(QTest::qWaitFor(
+            [&] {
+                return system.statistics().framesWritten > 24000
+                    && microphone.statistics().framesWritten > 24000;
+            },
+            5000));
         QElapsedTimer elapsed;
         elapsed.start();
 
@@ -55,16 +59,17 @@ private Q_SLOTS:
 
         QProcess restarted;
         restarted.start(QStringLiteral("pulseaudio"),
-                        { QStringLiteral("-n"), QStringLiteral("--daemonize=no"), QStringLiteral("--use-pid-file=no"),
-                          QStringLiteral("--exit-idle-time=-1"), QStringLiteral("--log-target=stderr"),
-                          QStringLiteral("--log-level=error"),
-                          QStringLiteral("--load=module-native-protocol-unix auth-anonymous=1 socket=") + socket,
-                          QStringLiteral("--load=module-null-sink sink_name=speakers rate=48000 channels=2") });
+            { QStringLiteral("-n"), QStringLiteral("--daemonize=no"), QStringLiteral("--use-pid-file=no"),
+                QStringLiteral("--exit-idle-time=-1"), QStringLiteral("--log-target=stderr"),
+                QStringLiteral("--log-level=error"),
+                QStringLiteral("--load=module-native-protocol-unix auth-anonymous=1 socket=") + socket,
+                QStringLiteral("--load=module-null-sink sink_name=speakers rate=48000 channels=2") });
         QVERIFY(restarted.waitForStarted());
         QTRY_VERIFY_WITH_TIMEOUT(log.contains(QStringLiteral("Reconnected to the sound server")), 5000);
         TonePlayer after(660, "speakers");
         QVERIFY(after.isPlaying());
-        const auto heard = [&system] { return system.statistics().framesDelivered - system.statistics().framesOfSilence; };
+        const auto heard
+            = [&system] { return system.statistics().framesDelivered - system.statistics().framesOfSilence; };
         const quint64 before = heard();
         QTRY_VERIFY_WITH_TIMEOUT(heard() > before + 24000, 5000); // audio again, not just silence
         QTest::qWait(300);
@@ -81,7 +86,8 @@ private Q_SLOTS:
         QVERIFY2(file.error.isEmpty(), qPrintable(file.error));
         QVERIFY(file.toneAt(0.1, 0.3, 440));
         QVERIFY(file.toneAt(file.seconds() - 0.3, 0.25, 660));
-        QVERIFY2(file.seconds() > recorded + 0.3, qPrintable(QStringLiteral("file %1 s, recorded %2 s").arg(file.seconds()).arg(recorded)));
+        QVERIFY2(file.seconds() > recorded + 0.3,
+            qPrintable(QStringLiteral("file %1 s, recorded %2 s").arg(file.seconds()).arg(recorded)));
         const SoundFile voiceFile = SoundFile::read(dir.filePath(QStringLiteral("restart_microphone.wav")));
         QVERIFY2(voiceFile.error.isEmpty() && voiceFile.seconds() >= 0.5, qPrintable(voiceFile.error));
     }

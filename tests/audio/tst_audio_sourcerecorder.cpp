@@ -46,16 +46,22 @@ private Q_SLOTS:
         QTest::addColumn<QString>("calls");
         QTest::addColumn<QString>("logged");
         QTest::addColumn<bool>("paused");
-        const std::pair<const char *, const char *> kinds[] = { { "SystemRecorder", "tap" }, { "MicRecorder", "microphone" } };
+        const std::pair<const char *, const char *> kinds[]
+            = { { "SystemRecorder", "tap" }, { "MicRecorder", "microphone" } };
         for (const auto &[recorder, device] : kinds) {
             const auto row = [&](const char *name, const char *calls, const QString &logged, bool paused) {
-                QTest::addRow("%s, %s", recorder, name) << QString::fromLatin1(recorder) << QString::fromLatin1(calls) << logged << paused;
+                QTest::addRow("%s, %s", recorder, name)
+                    << QString::fromLatin1(recorder) << QString::fromLatin1(calls) << logged << paused;
             };
-            row("pause twice", "start pause pause", QStringLiteral("pause() called while already paused"), true);
-            row("resume while recording", "start resume", QStringLiteral("resume() called while not paused"), false);
+            row("pause twice", "start pause pause", QStringLiteral("pause() called while already paused"),
+                true);
+            row("resume while recording", "start resume", QStringLiteral("resume() called while not paused"),
+                false);
             row("start twice", "start start", QStringLiteral("start() while already recording"), false);
-            row("pause before start", "pause", QStringLiteral("pause() called while %1 not active").arg(QLatin1String(device)), false);
-            row("resume after stop", "start stop resume", QStringLiteral("resume() called while %1 not active").arg(QLatin1String(device)), false);
+            row("pause before start", "pause",
+                QStringLiteral("pause() called while %1 not active").arg(QLatin1String(device)), false);
+            row("resume after stop", "start stop resume",
+                QStringLiteral("resume() called while %1 not active").arg(QLatin1String(device)), false);
         }
     }
 
@@ -129,7 +135,8 @@ private Q_SLOTS:
         source->cancel();
         QVERIFY(!QFileInfo::exists(path));
         QCOMPARE(log.lines(recorder).filter(QStringLiteral(" file")),
-                 (QStringList { QStringLiteral("Deleted recording file: ") + path, QStringLiteral("No file to delete at: ") + path }));
+            (QStringList { QStringLiteral("Deleted recording file: ") + path,
+                QStringLiteral("No file to delete at: ") + path }));
     }
 
     // A start that fails says why, in the recorder's own words, and leaves no file.
@@ -138,10 +145,13 @@ private Q_SLOTS:
         QTest::addColumn<QString>("recorder");
         QTest::addColumn<QString>("fault");
         QTest::addColumn<QString>("error");
-        QTest::newRow("system, no output") << u"SystemRecorder"_s << u"no output"_s << u"Tap stream description not available."_s;
-        QTest::newRow("system, refused") << u"SystemRecorder"_s << u"refused"_s << u"Failed to start audio device: Access denied"_s;
+        QTest::newRow("system, no output")
+            << u"SystemRecorder"_s << u"no output"_s << u"Tap stream description not available."_s;
+        QTest::newRow("system, refused")
+            << u"SystemRecorder"_s << u"refused"_s << u"Failed to start audio device: Access denied"_s;
         QTest::newRow("system, no folder") << u"SystemRecorder"_s << u"no folder"_s << u"Failed to open "_s;
-        QTest::newRow("microphone, refused") << u"MicRecorder"_s << u"refused"_s << u"Failed to start microphone recording"_s;
+        QTest::newRow("microphone, refused")
+            << u"MicRecorder"_s << u"refused"_s << u"Failed to start microphone recording"_s;
         QTest::newRow("microphone, no folder") << u"MicRecorder"_s << u"no folder"_s << u"Failed to open "_s;
     }
 
@@ -153,14 +163,16 @@ private Q_SLOTS:
         m_fake.noOutput = fault == QLatin1String("no output");
         for (auto &[which, source] : m_fake.sources)
             source.refuse = fault == QLatin1String("refused");
-        const QString path = m_dir.filePath(fault == QLatin1String("no folder") ? QStringLiteral("gone/x.wav") : QStringLiteral("x.wav"));
+        const QString path = m_dir.filePath(
+            fault == QLatin1String("no folder") ? QStringLiteral("gone/x.wav") : QStringLiteral("x.wav"));
         LogCapture log;
         const auto source = make(recorder, path);
         const std::optional<CaptureError> failure = source->start();
         QVERIFY(failure && describe(*failure).startsWith(error));
         QVERIFY(!source->isRecording() && !QFileInfo::exists(path));
         if (m_fake.noOutput)
-            QVERIFY(log.lines(QStringLiteral("GlobalTap")).contains(QStringLiteral("Error reading data for default sink: No such entity")));
+            QVERIFY(log.lines(QStringLiteral("GlobalTap"))
+                        .contains(QStringLiteral("Error reading data for default sink: No such entity")));
     }
 
     // Activated once, torn down once; the output read once.
@@ -172,7 +184,7 @@ private Q_SLOTS:
         tap.activate();
         QCOMPARE(m_fake.outputReads, 1);
         QCOMPARE(tap.tapStreamDescription(), (SampleSpec { SampleSpec::Sample::float32, 48000, 2 }));
-        QVERIFY(!tap.run([](const void *, qint64) { }));
+        QVERIFY(!tap.run([](const void *, qint64) {}));
         QCOMPARE(m_fake.sources[CaptureSource::systemOutput].live, 1);
         tap.invalidate();
         tap.invalidate();

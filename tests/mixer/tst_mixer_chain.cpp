@@ -24,7 +24,8 @@ QStringList privateFiles(const QString &folder)
     QStringList names;
     for (const QFileInfo &file : QDir(folder).entryInfoList(QDir::Files)) {
         const bool isPrivate = !(file.permissions() & 0x0077); // no group or other bits
-        names.append(isPrivate ? file.fileName().section(QLatin1Char('_'), 1) : QStringLiteral("open: ") + file.fileName());
+        names.append(isPrivate ? file.fileName().section(QLatin1Char('_'), 1)
+                               : QStringLiteral("open: ") + file.fileName());
     }
     return names;
 }
@@ -53,9 +54,14 @@ private slots:
         QVERIFY(!recorder.start());
         // An idle monitor of the fixture's null sinks starts delivering only once its
         // latency has come down, so recorded time counts from when both files grow.
-        QVERIFY(QTest::qWaitFor([&] { return QFileInfo(recorder.microphonePath()).size() > 4844
-                                             && QFileInfo(recorder.systemAudioPath()).size() > 4844; }, 5000));
-        QCOMPARE(privateFiles(folder.path()), (QStringList { QStringLiteral("microphone.wav"), QStringLiteral("system.wav") }));
+        QVERIFY(QTest::qWaitFor(
+            [&] {
+                return QFileInfo(recorder.microphonePath()).size() > 4844
+                    && QFileInfo(recorder.systemAudioPath()).size() > 4844;
+            },
+            5000));
+        QCOMPARE(privateFiles(folder.path()),
+            (QStringList { QStringLiteral("microphone.wav"), QStringLiteral("system.wav") }));
         QElapsedTimer running;
         running.start();
         QTest::qWait(800);
@@ -74,7 +80,8 @@ private slots:
         recorded += running.elapsed();
         QTest::qWait(200);
         QCoro::waitFor(recorder.stop()); // from the pause, as the screen saves
-        QVERIFY2(recorder.logs().endsWith(QStringLiteral("=== MIXING COMPLETED SUCCESSFULLY ===\n")), qPrintable(recorder.logs()));
+        QVERIFY2(recorder.logs().endsWith(QStringLiteral("=== MIXING COMPLETED SUCCESSFULLY ===\n")),
+            qPrintable(recorder.logs()));
         QVERIFY(log.contains(QStringLiteral("Triggered system sound to activate GlobalTap")));
         QCOMPARE(privateFiles(folder.path()), QStringList { QStringLiteral("mixed.m4a") });
 
@@ -82,15 +89,17 @@ private slots:
         QCOMPARE(out.error, QString());
         const double expected = static_cast<double>(recorded) / 1000;
         QVERIFY2(out.duration > expected - 0.25 && out.duration < expected + 0.15,
-                 qPrintable(QStringLiteral("file %1 s, recorded %2 s").arg(out.duration).arg(expected)));
+            qPrintable(QStringLiteral("file %1 s, recorded %2 s").arg(out.duration).arg(expected)));
         const auto left = std::span(out.left).subspan(24000, out.left.size() - 28800);
         const auto right = std::span(out.right).subspan(24000, out.right.size() - 28800);
         QVERIFY(std::abs(dominantFrequency(left, 48000) - 440) <= 2);
         QVERIFY(std::abs(dominantFrequency(right, 48000) - 1000) <= 2);
         for (double absent : { 880.0, 1000.0, 660.0 })
-            QVERIFY2(energyAt(left, 48000, absent) < energyAt(left, 48000, 440) / 100, qPrintable(QString::number(absent)));
+            QVERIFY2(energyAt(left, 48000, absent) < energyAt(left, 48000, 440) / 100,
+                qPrintable(QString::number(absent)));
         for (double absent : { 660.0, 440.0, 880.0 })
-            QVERIFY2(energyAt(right, 48000, absent) < energyAt(right, 48000, 1000) / 100, qPrintable(QString::number(absent)));
+            QVERIFY2(energyAt(right, 48000, absent) < energyAt(right, 48000, 1000) / 100,
+                qPrintable(QString::number(absent)));
     }
 };
 

@@ -52,8 +52,10 @@ private slots:
         const auto first = makeRecorder();
         const auto second = makeRecorder();
         const QString stamp = QFileInfo(first->systemAudioPath()).fileName().chopped(11);
-        QCOMPARE(first->systemAudioPath(), QDir(m_dir->path()).filePath(stamp + QStringLiteral("_system.wav")));
-        QCOMPARE(first->microphonePath(), QDir(m_dir->path()).filePath(stamp + QStringLiteral("_microphone.wav")));
+        QCOMPARE(
+            first->systemAudioPath(), QDir(m_dir->path()).filePath(stamp + QStringLiteral("_system.wav")));
+        QCOMPARE(
+            first->microphonePath(), QDir(m_dir->path()).filePath(stamp + QStringLiteral("_microphone.wav")));
         QCOMPARE(first->finalMixedPath(), QDir(m_dir->path()).filePath(stamp + QStringLiteral("_mixed.m4a")));
         QVERIFY(stamp.contains(QLatin1Char('.')) && std::abs(stamp.toDouble() - now) < 5);
         QVERIFY(!second->systemAudioPath().contains(stamp));
@@ -75,11 +77,13 @@ private slots:
         const QString sound = QStringLiteral("Triggered system sound to activate GlobalTap");
         QVERIFY(lines.indexOf(sound) > lines.indexOf(QStringLiteral("System audio recording started")));
         lines.removeAll(sound);
-        QCOMPARE(lines, (QStringList { u"start()"_s, u"Microphone recording started immediately"_s, u"System audio recording started"_s,
-                                       u"Dual recording started"_s, u"start()"_s, u"start() while already recording"_s }));
+        QCOMPARE(lines,
+            (QStringList { u"start()"_s, u"Microphone recording started immediately"_s,
+                u"System audio recording started"_s, u"Dual recording started"_s, u"start()"_s,
+                u"start() while already recording"_s }));
         const QStringList all = log.lines();
         QVERIFY(all.indexOf(QRegularExpression(QStringLiteral(".*MicRecorder: start\\(\\)")))
-                < all.indexOf(QRegularExpression(QStringLiteral(".*SystemRecorder: start\\(\\)"))));
+            < all.indexOf(QRegularExpression(QStringLiteral(".*SystemRecorder: start\\(\\)"))));
     }
 
     // A failed system start leaves the microphone running for the caller to cancel.
@@ -89,7 +93,8 @@ private slots:
         QTest::addColumn<QString>("error");
         QTest::addColumn<int>("microphonesLive");
         QTest::newRow("microphone") << true << QStringLiteral("Failed to start microphone recording") << 0;
-        QTest::newRow("system") << false << QStringLiteral("Failed to start audio device: Access denied") << 1;
+        QTest::newRow("system") << false << QStringLiteral("Failed to start audio device: Access denied")
+                                << 1;
     }
 
     void failedStarts()
@@ -117,7 +122,8 @@ private slots:
         QVERIFY(!recorder->isPaused());
         QVERIFY(!recorder->start());
         recorder->cancel(); // while recording: nothing
-        QVERIFY(recorder->isRecording() && exists(recorder->microphonePath()) && exists(recorder->systemAudioPath()));
+        QVERIFY(recorder->isRecording() && exists(recorder->microphonePath())
+            && exists(recorder->systemAudioPath()));
         recorder->pause();
         QVERIFY(recorder->isPaused() && !recorder->isRecording());
         QVERIFY(m_fake->sources[mic].suspended);
@@ -128,7 +134,8 @@ private slots:
         recorder->cancel(); // paused: both files deleted, nothing mixed
         QVERIFY(!recorder->isPaused() && !recorder->isRecording());
         QVERIFY(QDir(m_dir->path()).isEmpty());
-        QVERIFY(log.lines(QStringLiteral("DualRecorder")).contains(QStringLiteral("Dual recording cancelled")));
+        QVERIFY(
+            log.lines(QStringLiteral("DualRecorder")).contains(QStringLiteral("Dual recording cancelled")));
 
         // resume() looks at "recording" only: a never-started recorder claims to record,
         // and its stop() mixes nothing and says why.
@@ -177,9 +184,9 @@ private slots:
         QVERIFY(ToneAnalysis::amplitudeAt(std::span(out.right).subspan(4800, 38400), 48000, 1000) > 0.4);
         const QStringList lines = log.lines(QStringLiteral("DualRecorder"));
         QCOMPARE(lines.mid(lines.indexOf(QStringLiteral("stop()"))),
-                 (QStringList { u"stop()"_s, u"Dual recording stopped, starting mixing..."_s, u"cancel()"_s,
-                                u"Audio mixing completed successfully"_s,
-                                u"Stop completed, file ready at: "_s + recorder->finalMixedPath() }));
+            (QStringList { u"stop()"_s, u"Dual recording stopped, starting mixing..."_s, u"cancel()"_s,
+                u"Audio mixing completed successfully"_s,
+                u"Stop completed, file ready at: "_s + recorder->finalMixedPath() }));
     }
 
     // The session may drop its recorder while a stop is pending: the mix still finishes.
@@ -205,7 +212,8 @@ private slots:
         QVERIFY(recorder->logs().endsWith(QStringLiteral("ERROR: One file is empty (not yet supported)\n")));
         QVERIFY(!exists(recorder->finalMixedPath()));
         QVERIFY(exists(recorder->systemAudioPath()) && exists(recorder->microphonePath()));
-        QVERIFY(log.lines(QStringLiteral("DualRecorder")).contains(QStringLiteral("Audio mixing failed: Cannot mix with empty audio")));
+        QVERIFY(log.lines(QStringLiteral("DualRecorder"))
+                    .contains(QStringLiteral("Audio mixing failed: Cannot mix with empty audio")));
     }
 };
 

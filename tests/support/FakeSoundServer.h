@@ -24,7 +24,8 @@ public:
         SampleSpec spec;
         BlockHandler onBlock;
     };
-    std::map<CaptureSource, Source> sources { { CaptureSource::systemOutput, {} }, { CaptureSource::defaultInput, {} } };
+    std::map<CaptureSource, Source> sources { { CaptureSource::systemOutput, {} },
+        { CaptureSource::defaultInput, {} } };
     bool noOutput = false;
     int outputReads = 0;
 
@@ -35,8 +36,8 @@ public:
             return AudioObjectError { QStringLiteral("Error reading data for default sink: No such entity") };
         return OutputDevice { QStringLiteral("speakers"), { SampleSpec::Sample::float32, 48000, 2 }, {} };
     }
-    std::variant<std::unique_ptr<Capture>, QString> startCapture(CaptureSource source, const SampleSpec &spec,
-                                                                 BlockHandler onBlock) override
+    std::variant<std::unique_ptr<Capture>, QString> startCapture(
+        CaptureSource source, const SampleSpec &spec, BlockHandler onBlock) override
     {
         Source &s = sources[source];
         if (s.refuse)
@@ -56,15 +57,19 @@ public:
             return;
         std::vector<float> samples(static_cast<size_t>(frames * s.spec.channels));
         for (size_t i = 0; i < samples.size(); ++i)
-            samples[i] = static_cast<float>(
-                0.5 * std::sin(2 * std::numbers::pi * s.frequency * double(i / s.spec.channels) / s.spec.rate));
+            samples[i] = static_cast<float>(0.5
+                * std::sin(2 * std::numbers::pi * s.frequency * double(i / s.spec.channels) / s.spec.rate));
         s.onBlock(samples.data(), frames);
     }
 
 private:
     struct FakeCapture final : Capture
     {
-        explicit FakeCapture(Source &s) : source(s) { ++source.live; }
+        explicit FakeCapture(Source &s)
+            : source(s)
+        {
+            ++source.live;
+        }
         ~FakeCapture() override
         {
             --source.live;

@@ -15,7 +15,7 @@ extern "C" {
 namespace MixerAnalysis {
 
 QString writeWav(const QString &path, int sampleRate, const QList<Tone> &channelTones, long long frames,
-                 SampleFormat format)
+    SampleFormat format)
 {
     SF_INFO info {};
     info.samplerate = sampleRate;
@@ -62,8 +62,8 @@ Decoded decode(const QString &path)
         out.duration = static_cast<double>(format->duration) / AV_TIME_BASE;
         const AVCodec *codec = avcodec_find_decoder(par->codec_id);
         decoder = avcodec_alloc_context3(codec);
-        if (!codec || avcodec_parameters_to_context(decoder, par) < 0 || avcodec_open2(decoder, codec, nullptr) < 0
-            || decoder->sample_fmt != AV_SAMPLE_FMT_FLTP)
+        if (!codec || avcodec_parameters_to_context(decoder, par) < 0
+            || avcodec_open2(decoder, codec, nullptr) < 0 || decoder->sample_fmt != AV_SAMPLE_FMT_FLTP)
             fail("no planar float decoder");
     }
     // A null packet at the end drains the decoder.
@@ -78,7 +78,8 @@ Decoded decode(const QString &path)
         while (avcodec_receive_frame(decoder, frame) >= 0) {
             for (int c = 0; c < std::min(frame->ch_layout.nb_channels, 2); ++c) {
                 const auto *plane = reinterpret_cast<const float *>(frame->extended_data[c]);
-                (c == 0 ? out.left : out.right).insert((c == 0 ? out.left : out.right).end(), plane, plane + frame->nb_samples);
+                (c == 0 ? out.left : out.right)
+                    .insert((c == 0 ? out.left : out.right).end(), plane, plane + frame->nb_samples);
             }
             av_frame_unref(frame);
         }

@@ -20,7 +20,7 @@ enum class SampleFormat { float32, pcm16 };
 // A WAV file whose channel c carries channelTones[c] for `frames` frames. Empty on
 // success, libsndfile's error text otherwise.
 QString writeWav(const QString &path, int sampleRate, const QList<Tone> &channelTones, long long frames,
-                 SampleFormat format = SampleFormat::float32);
+    SampleFormat format = SampleFormat::float32);
 
 struct Decoded
 {

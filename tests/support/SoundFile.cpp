@@ -39,5 +39,6 @@ std::vector<float> SoundFile::channelSpan(int channel, double from, double lengt
 
 bool SoundFile::toneAt(double from, double length, double frequency, int channel) const
 {
-    return std::abs(ToneAnalysis::dominantFrequency(channelSpan(channel, from, length), rate) - frequency) <= 2.0;
+    return std::abs(ToneAnalysis::dominantFrequency(channelSpan(channel, from, length), rate) - frequency)
+        <= 2.0;
 }

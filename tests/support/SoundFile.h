@@ -14,7 +14,10 @@ struct SoundFile
     std::vector<float> samples; // interleaved
 
     [[nodiscard]] static SoundFile read(const QString &path);
-    [[nodiscard]] long long frames() const { return channels ? static_cast<long long>(samples.size()) / channels : 0; }
+    [[nodiscard]] long long frames() const
+    {
+        return channels ? static_cast<long long>(samples.size()) / channels : 0;
+    }
     [[nodiscard]] double seconds() const { return rate ? static_cast<double>(frames()) / rate : 0; }
     // Seconds [from, from + length) of one channel.
     [[nodiscard]] std::vector<float> channelSpan(int channel, double from, double length) const;

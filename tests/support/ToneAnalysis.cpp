@@ -24,7 +24,8 @@ double energyAt(std::span<const float> samples, double rate, double frequency)
         beforePrevious = previous;
         previous = current;
     }
-    const double power = previous * previous + beforePrevious * beforePrevious - coefficient * previous * beforePrevious;
+    const double power
+        = previous * previous + beforePrevious * beforePrevious - coefficient * previous * beforePrevious;
     const double n = static_cast<double>(samples.size());
     return std::max(power, 0.0) / (n * n);
 }

@@ -18,7 +18,7 @@ namespace ToneAnalysis {
 
 // The strongest frequency between `low` and `high` Hz, searched in 5 Hz steps
 // (then refined to 1 Hz); 0 when the samples are silent.
-[[nodiscard]] double dominantFrequency(std::span<const float> samples, double rate, double low = 50,
-                                       double high = 4000);
+[[nodiscard]] double dominantFrequency(
+    std::span<const float> samples, double rate, double low = 50, double high = 4000);
 
 } // namespace ToneAnalysis

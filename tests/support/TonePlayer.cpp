@@ -11,10 +11,11 @@
 TonePlayer::TonePlayer(double frequency, QByteArray sink)
 {
     const pa_sample_spec spec { PA_SAMPLE_FLOAT32NE, 48000, 1 };
-    const pa_buffer_attr buffer { static_cast<uint32_t>(-1), static_cast<uint32_t>(pa_usec_to_bytes(50000, &spec)),
-                                  static_cast<uint32_t>(-1), static_cast<uint32_t>(-1), static_cast<uint32_t>(-1) };
+    const pa_buffer_attr buffer { static_cast<uint32_t>(-1),
+        static_cast<uint32_t>(pa_usec_to_bytes(50000, &spec)), static_cast<uint32_t>(-1),
+        static_cast<uint32_t>(-1), static_cast<uint32_t>(-1) };
     pa_simple *stream = pa_simple_new(nullptr, "Selvaro tests", PA_STREAM_PLAYBACK,
-                                      sink.isEmpty() ? nullptr : sink.constData(), "Test tone", &spec, nullptr, &buffer, nullptr);
+        sink.isEmpty() ? nullptr : sink.constData(), "Test tone", &spec, nullptr, &buffer, nullptr);
     if (!stream)
         return;
     // Writing blocks while the buffer is full, which paces the loop in real time.
@@ -42,8 +43,8 @@ QString pactl(const QStringList &arguments, bool *ok)
 {
     QProcess process;
     process.start(QStringLiteral("pactl"), arguments);
-    const bool success
-        = process.waitForFinished(5000) && process.exitStatus() == QProcess::NormalExit && process.exitCode() == 0;
+    const bool success = process.waitForFinished(5000) && process.exitStatus() == QProcess::NormalExit
+        && process.exitCode() == 0;
     if (ok)
         *ok = success;
     return success ? QString::fromUtf8(process.readAllStandardOutput()).trimmed() : QString();
