@@ -1,4 +1,6 @@
-#include "audio/MicRecorder.h"
+#include "audio/GlobalTap.h"
+#include "audio/MicrophonePermission.h"
+#include "audio/SystemAudioPermission.h"
 #include "audio/SystemRecorder.h"
 #include "audio/pulse/PulseAlertSound.h"
 #include "audio/pulse/PulseSoundServer.h"
@@ -8,13 +10,12 @@
 #include "support/TonePlayer.h"
 
 #include <QElapsedTimer>
-#include <QFileInfo>
+#include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QThread>
 
-#include <sndfile.h>
-
-using namespace ToneAnalysis;
+using namespace Qt::StringLiterals;
 
 namespace {
 
@@ -27,8 +28,8 @@ bool waitForFirstAudio(const SourceRecorder &recorder)
 
 } // namespace
 
-// Capture against the private sound server: the default sink "speakers" plays 440 Hz,
-// the microphone feed 1000 Hz, and each recorder hears only its own.
+// Capture and its permissions against the private sound server. The last test unloads
+// every device of the fixture.
 class AudioCapture : public QObject
 {
     Q_OBJECT
@@ -41,73 +42,21 @@ private Q_SLOTS:
         QVERIFY2(!qEnvironmentVariableIsEmpty("PULSE_SERVER"), "runs under scripts/fixtures/with-pulse");
     }
 
-    void recordsItsOwnSource_data()
-    {
-        QTest::addColumn<bool>("system");
-        QTest::addColumn<int>("channels");
-        QTest::addColumn<int>("subformat");
-        QTest::addColumn<double>("heard");
-        QTest::addColumn<double>("unheard");
-        QTest::newRow("system audio") << true << 2 << int(SF_FORMAT_FLOAT) << 440.0 << 1000.0;
-        QTest::newRow("microphone") << false << 1 << int(SF_FORMAT_PCM_16) << 1000.0 << 440.0;
-    }
-
-    void recordsItsOwnSource()
-    {
-        QFETCH(bool, system);
-        QFETCH(int, channels);
-        QFETCH(int, subformat);
-        QFETCH(double, heard);
-        QFETCH(double, unheard);
-        TonePlayer speakers(440, "speakers");
-        TonePlayer microphone(1000, "micfeed");
-        PulseSoundServer server;
-        const QString path
-            = m_dir.filePath(QString::fromLatin1(QTest::currentDataTag()) + QStringLiteral(".wav"));
-        std::unique_ptr<SourceRecorder> recorder;
-        if (system)
-            recorder = std::make_unique<SystemRecorder>(path, server);
-        else
-            recorder = std::make_unique<MicRecorder>(path, server);
-        QVERIFY(!recorder->start());
-        QVERIFY(waitForFirstAudio(*recorder));
-        QElapsedTimer elapsed;
-        elapsed.start();
-        QTest::qWait(800);
-        recorder->stop();
-        const double recorded = static_cast<double>(elapsed.elapsed()) / 1000;
-
-        const SoundFile file = SoundFile::read(path);
-        QVERIFY2(file.error.isEmpty(), qPrintable(file.error));
-        // Small files stay plain WAV (libsndfile names the extensible header WAVEX).
-        QVERIFY((file.format & SF_FORMAT_TYPEMASK) == SF_FORMAT_WAV
-            || (file.format & SF_FORMAT_TYPEMASK) == SF_FORMAT_WAVEX);
-        QCOMPARE(file.format & SF_FORMAT_SUBMASK, subformat);
-        QCOMPARE(file.rate, 48000);
-        QCOMPARE(file.channels, channels);
-        QVERIFY2(std::abs(file.seconds() - recorded) < 0.06,
-            qPrintable(QStringLiteral("file %1 s, recorded %2 s").arg(file.seconds()).arg(recorded)));
-        const auto samples = file.channelSpan(channels - 1, 0.1, 0.5);
-        QCOMPARE(dominantFrequency(samples, file.rate), heard);
-        QVERIFY(energyAt(samples, file.rate, unheard) < energyAt(samples, file.rate, heard) / 1000);
-    }
-
     // A headset that becomes the default and then disappears (a profile switch): the
     // capture follows the new default, then falls back to the speakers, and never
     // records the microphone, where the server would move a plain stream.
     void followsTheDefaultSink()
     {
         bool ok = false;
-        const QString module = pactl({ QStringLiteral("load-module"), QStringLiteral("module-null-sink"),
-                                         QStringLiteral("sink_name=headset"), QStringLiteral("rate=44100") },
-            &ok);
+        const QString module = pactl(
+            { u"load-module"_s, u"module-null-sink"_s, u"sink_name=headset"_s, u"rate=44100"_s }, &ok);
         QVERIFY(ok);
         TonePlayer speakers(440, "speakers");
         TonePlayer headset(660, "headset");
         TonePlayer microphone(1000, "micfeed");
         PulseSoundServer server;
         LogCapture log;
-        const QString path = m_dir.filePath(QStringLiteral("follow_system.wav"));
+        const QString path = m_dir.filePath(u"follow_system.wav"_s);
         SystemRecorder recorder(path, server);
         QVERIFY(!recorder.start());
         QVERIFY(waitForFirstAudio(recorder));
@@ -123,43 +72,42 @@ private Q_SLOTS:
             const quint64 from = heard();
             return QTest::qWaitFor([&] { return heard() >= from + 38400; }, 8000);
         };
-        pactl({ QStringLiteral("set-default-sink"), QStringLiteral("headset") }, &ok);
+        pactl({ u"set-default-sink"_s, u"headset"_s }, &ok);
         QVERIFY(ok && waitForAudio());
-        headset.stop(); // else the server moves the generator along to the speakers
-        pactl({ QStringLiteral("unload-module"), module }, &ok);
+        headset.stop(); // else the server moves the tone along to the speakers
+        pactl({ u"unload-module"_s, module }, &ok);
         QVERIFY(ok && waitForAudio());
         recorder.stop();
         const double recorded = static_cast<double>(elapsed.elapsed()) / 1000;
 
         const SoundFile file = SoundFile::read(path);
         QCOMPARE(file.rate, 48000); // the format read at start holds throughout
-        QStringList sequence;
+        // A monitor starts late after a switch: the order of the tones, not their times.
+        QStringList heard;
         for (double t = 0; t + 0.2 <= file.seconds(); t += 0.1) {
-            const QString name = file.toneAt(t, 0.2, 440) ? QStringLiteral("speakers")
-                : file.toneAt(t, 0.2, 660)                ? QStringLiteral("headset")
+            const QString name = file.toneAt(t, 0.2, 440) ? u"speakers"_s
+                : file.toneAt(t, 0.2, 660)                ? u"headset"_s
                                                           : QString();
-            if (!name.isEmpty() && (sequence.isEmpty() || sequence.last() != name))
-                sequence.append(name);
+            if (!name.isEmpty() && (heard.isEmpty() || heard.last() != name))
+                heard.append(name);
         }
-        // A sink's monitor starts late after a switch, so look for the order of the tones
-        // rather than exact times.
-        QVERIFY2(sequence.size() >= 3 && sequence.first() == QStringLiteral("speakers")
-                && sequence.contains(QStringLiteral("headset"))
-                && sequence.last() == QStringLiteral("speakers"),
-            qPrintable(sequence.join(QLatin1Char(' '))));
+        QVERIFY2(heard.size() >= 3 && heard.first() == u"speakers"_s && heard.contains(u"headset"_s)
+                && heard.last() == u"speakers"_s,
+            qPrintable(heard.join(u' ')));
         const auto all = file.channelSpan(0, 0, file.seconds());
-        QVERIFY(energyAt(all, file.rate, 1000) < energyAt(all, file.rate, 440) / 1000);
+        QVERIFY(ToneAnalysis::energyAt(all, file.rate, 1000)
+            < ToneAnalysis::energyAt(all, file.rate, 440) / 1000);
         // Silence fills the switches, so the timeline matches the clock.
         QVERIFY2(std::abs(file.seconds() - recorded) < 0.3,
-            qPrintable(QStringLiteral("file %1 s, recorded %2 s").arg(file.seconds()).arg(recorded)));
-        QVERIFY(log.contains(QStringLiteral("Default output is now headset")));
+            qPrintable(u"file %1 s, recorded %2 s"_s.arg(file.seconds()).arg(recorded)));
+        QVERIFY(log.contains(u"Default output is now headset"_s));
     }
 
     // What a recording's start plays reaches the speakers: soft, but clearly there.
     void alertSoundPlaysOnTheSpeakers()
     {
         PulseSoundServer server;
-        const QString path = m_dir.filePath(QStringLiteral("alert_system.wav"));
+        const QString path = m_dir.filePath(u"alert_system.wav"_s);
         SystemRecorder speakers(path, server);
         QVERIFY(!speakers.start());
         QVERIFY(waitForFirstAudio(speakers));
@@ -168,13 +116,54 @@ private Q_SLOTS:
         speakers.stop();
         const SoundFile file = SoundFile::read(path);
         const std::vector<float> left = file.channelSpan(0, 0, file.seconds());
-        QCOMPARE(dominantFrequency(left, file.rate), 880.0);
+        QCOMPARE(ToneAnalysis::dominantFrequency(left, file.rate), 880.0);
         const double peak = *std::max_element(left.begin(), left.end());
         QVERIFY2(peak > 0.05 && peak < 0.15, qPrintable(QString::number(peak)));
-
         LogCapture log;
         PulseAlertSound("unix:/nonexistent/selvaro-test-socket").play();
-        QVERIFY(log.contains(QStringLiteral("No alert sound: ")));
+        QVERIFY(log.contains(u"No alert sound: "_s));
+    }
+
+    // The permissions as probes: granted where capture works, unknown with no server,
+    // denied with no devices (the last row: it unloads them), each answered on the main
+    // thread; and the tap's error from the server.
+    void permissions_data()
+    {
+        QTest::addColumn<QByteArray>("address");
+        QTest::addColumn<Permission>("status");
+        QTest::addColumn<QString>("tapError");
+        QTest::newRow("fixture") << QByteArray() << Permission::granted << QString();
+        QTest::newRow("no server") << QByteArray("unix:/nonexistent/selvaro-test-socket")
+                                   << Permission::unknown << u"Error reading data for default sink: "_s;
+        QTest::newRow("no devices") << QByteArray() << Permission::denied
+                                    << u"Error reading data for default sink: No such entity"_s;
+    }
+
+    void permissions()
+    {
+        QFETCH(QByteArray, address);
+        QFETCH(Permission, status);
+        QFETCH(QString, tapError);
+        if (status == Permission::denied)
+            QVERIFY(unloadAllDevices());
+        PulseSoundServer server(address);
+        SystemAudioPermission system(server);
+        MicrophonePermission microphone(server);
+        QCOMPARE(system.status(), Permission::unknown); // the answer arrives later, on this thread
+        bool onMainThread = false;
+        connect(&system, &CapturePermission::requestFinished, this,
+            [&] { onMainThread = QThread::currentThread() == thread(); });
+        QSignalSpy finished(&system, &CapturePermission::requestFinished);
+        system.request();
+        QTRY_COMPARE(finished.count(), 1);
+        QVERIFY(onMainThread);
+        QCOMPARE(finished.at(0).at(0).toBool(), status == Permission::granted);
+        QCOMPARE(system.status(), status);
+        QTRY_COMPARE(microphone.status(), status);
+        GlobalTap tap(server);
+        tap.activate();
+        QVERIFY2(tapError.isEmpty() ? tap.errorMessage().isEmpty() : tap.errorMessage().startsWith(tapError),
+            qPrintable(tap.errorMessage()));
     }
 };
 

@@ -1,4 +1,3 @@
-#include "audio/GlobalTap.h"
 #include "audio/MicRecorder.h"
 #include "audio/SystemRecorder.h"
 #include "support/FakeSoundServer.h"
@@ -6,8 +5,11 @@
 #include "support/SoundFile.h"
 
 #include <QFileInfo>
+#include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QTest>
+
+#include <sndfile.h>
 
 using namespace Qt::StringLiterals;
 
@@ -18,18 +20,13 @@ class AudioSourceRecorder : public QObject
 
     QTemporaryDir m_dir;
     FakeSoundServer m_fake;
+    const QString m_path = m_dir.filePath(u"x.wav"_s);
 
-    std::unique_ptr<SourceRecorder> make(const QString &which, const QString &path)
+    std::unique_ptr<SourceRecorder> make(const QString &recorder, const QString &path)
     {
-        if (which == QLatin1String("SystemRecorder"))
+        if (recorder == u"SystemRecorder"_s)
             return std::make_unique<SystemRecorder>(path, m_fake);
         return std::make_unique<MicRecorder>(path, m_fake);
-    }
-    static void recorders()
-    {
-        QTest::addColumn<QString>("recorder");
-        QTest::newRow("system") << QStringLiteral("SystemRecorder");
-        QTest::newRow("microphone") << QStringLiteral("MicRecorder");
     }
 
 private Q_SLOTS:
@@ -38,105 +35,105 @@ private Q_SLOTS:
         m_fake.sources = { { CaptureSource::systemOutput, {} }, { CaptureSource::defaultInput, {} } };
         m_fake.noOutput = false;
         m_fake.outputReads = 0;
+        QFile::remove(m_path);
     }
 
-    void misorderedCallsAreLoggedAndIgnored_data()
+    // Misordered calls are logged and ignored; cancel deletes the file once.
+    void callsInOrder_data()
     {
         QTest::addColumn<QString>("recorder");
         QTest::addColumn<QString>("calls");
-        QTest::addColumn<QString>("logged");
+        QTest::addColumn<QStringList>("logged"); // its lines about misuse and files; %1 is the file
         QTest::addColumn<bool>("paused");
-        const std::pair<const char *, const char *> kinds[]
-            = { { "SystemRecorder", "tap" }, { "MicRecorder", "microphone" } };
-        for (const auto &[recorder, device] : kinds) {
-            const auto row = [&](const char *name, const char *calls, const QString &logged, bool paused) {
-                QTest::addRow("%s, %s", recorder, name)
-                    << QString::fromLatin1(recorder) << QString::fromLatin1(calls) << logged << paused;
+        for (const auto &[recorder, device] :
+            { std::pair(u"SystemRecorder"_s, u"tap"_s), std::pair(u"MicRecorder"_s, u"microphone"_s) }) {
+            const auto row = [&](const char *name, const QString &calls, const QStringList &logged,
+                                 bool paused) {
+                QTest::addRow("%s, %s", qPrintable(recorder), name) << recorder << calls << logged << paused;
             };
-            row("pause twice", "start pause pause", QStringLiteral("pause() called while already paused"),
-                true);
-            row("resume while recording", "start resume", QStringLiteral("resume() called while not paused"),
+            row("pause twice", u"start pause pause"_s, { u"pause() called while already paused"_s }, true);
+            row("resume while recording", u"start resume"_s, { u"resume() called while not paused"_s },
                 false);
-            row("start twice", "start start", QStringLiteral("start() while already recording"), false);
-            row("pause before start", "pause",
-                QStringLiteral("pause() called while %1 not active").arg(QLatin1String(device)), false);
-            row("resume after stop", "start stop resume",
-                QStringLiteral("resume() called while %1 not active").arg(QLatin1String(device)), false);
+            row("start twice", u"start start"_s, { u"start() while already recording"_s }, false);
+            row("pause before start", u"pause"_s, { u"pause() called while %1 not active"_s.arg(device) },
+                false);
+            row("resume after stop", u"start stop resume"_s,
+                { u"resume() called while %1 not active"_s.arg(device) }, false);
+            row("cancel twice", u"start cancel cancel"_s,
+                { u"Deleted recording file: %1"_s, u"No file to delete at: %1"_s }, false);
         }
     }
 
-    void misorderedCallsAreLoggedAndIgnored()
+    void callsInOrder()
     {
         QFETCH(QString, recorder);
         QFETCH(QString, calls);
-        QFETCH(QString, logged);
+        QFETCH(QStringList, logged);
         QFETCH(bool, paused);
-        const auto source = make(recorder, m_dir.filePath(QStringLiteral("guards.wav")));
+        const auto source = make(recorder, m_path);
         LogCapture log;
         for (const QString &call : calls.split(QLatin1Char(' '))) {
-            if (call == QLatin1String("start"))
+            if (call == u"start"_s)
                 QVERIFY(!source->start());
-            else if (call == QLatin1String("pause"))
+            else if (call == u"pause"_s)
                 source->pause();
-            else if (call == QLatin1String("resume"))
+            else if (call == u"resume"_s)
                 source->resume();
-            else
+            else if (call == u"stop"_s)
                 source->stop();
+            else
+                source->cancel();
         }
-        QCOMPARE(log.lines(recorder).filter(QStringLiteral(" while ")), QStringList { logged });
+        QCOMPARE(log.lines(recorder).filter(QRegularExpression(u" while | file"_s)),
+            logged.replaceInStrings(u"%1"_s, m_path));
         QCOMPARE(source->isPaused(), paused);
+        QCOMPARE(QFileInfo::exists(m_path), !calls.contains(u"cancel"_s) && calls.startsWith(u"start"_s));
     }
 
-    // Paused blocks stay out of the file, and stop() closes a paused recorder.
-    void pausedBlocksStayOut_data() { recorders(); }
+    // Paused blocks stay out of the file, and stop() closes a paused recorder; each
+    // file in its own format.
+    void pausedBlocksStayOut_data()
+    {
+        QTest::addColumn<QString>("recorder");
+        QTest::addColumn<int>("channels");
+        QTest::addColumn<int>("subformat");
+        QTest::newRow("system") << u"SystemRecorder"_s << 2 << int(SF_FORMAT_FLOAT);
+        QTest::newRow("microphone") << u"MicRecorder"_s << 1 << int(SF_FORMAT_PCM_16);
+    }
 
     void pausedBlocksStayOut()
     {
         QFETCH(QString, recorder);
-        const bool system = recorder == QLatin1String("SystemRecorder");
+        QFETCH(int, channels);
+        QFETCH(int, subformat);
+        const bool system = channels == 2;
         const CaptureSource which = system ? CaptureSource::systemOutput : CaptureSource::defaultInput;
-        const QString path = m_dir.filePath(QStringLiteral("pause.wav"));
-        const auto source = make(recorder, path);
-        m_fake.sources[which].frequency = 440;
-        m_fake.sources[which].frames = 4800;
-        QVERIFY(!source->start());
-        QTRY_COMPARE(source->statistics().framesWritten, quint64(4800));
-        quint64 handled = 4800;
+        FakeSoundServer::Source &fake = m_fake.sources[which];
+        fake.frequency = 440;
+        const auto source = make(recorder, m_path);
+        quint64 handled = 0;
         const auto deliver = [&] {
-            if (!m_fake.sources[which].suspended)
-                handled += 4800;
+            handled += fake.suspended ? 0 : 4800;
             m_fake.deliver(which, 4800);
-            QTRY_COMPARE(source->statistics().framesWritten + source->statistics().framesDropped, handled);
+            return QTest::qWaitFor([&] {
+                return source->statistics().framesWritten + source->statistics().framesDropped == handled;
+            });
         };
-        source->pause();
-        QCOMPARE(m_fake.sources[which].suspended, !system); // the microphone's stream is corked
-        deliver();
-        source->resume();
-        deliver();
-        source->pause();
-        deliver();
-        source->stop();
-        QCOMPARE(m_fake.sources[which].live, 0);
-        const SoundFile file = SoundFile::read(path);
-        QCOMPARE(file.frames(), 9600);
-        QCOMPARE(file.channels, system ? 2 : 1);
-    }
-
-    void cancelDeletesTheFile_data() { recorders(); }
-
-    void cancelDeletesTheFile()
-    {
-        QFETCH(QString, recorder);
-        const QString path = m_dir.filePath(QStringLiteral("cancel.wav"));
-        const auto source = make(recorder, path);
-        LogCapture log;
         QVERIFY(!source->start());
-        source->cancel();
-        source->cancel();
-        QVERIFY(!QFileInfo::exists(path));
-        QCOMPARE(log.lines(recorder).filter(QStringLiteral(" file")),
-            (QStringList { QStringLiteral("Deleted recording file: ") + path,
-                QStringLiteral("No file to delete at: ") + path }));
+        QVERIFY(deliver());
+        source->pause();
+        QCOMPARE(fake.suspended, !system); // the microphone's stream is corked
+        QVERIFY(deliver());
+        source->resume();
+        QVERIFY(deliver());
+        source->pause();
+        QVERIFY(deliver());
+        source->stop();
+        QCOMPARE(fake.live, 0);
+        const SoundFile file = SoundFile::read(m_path);
+        QCOMPARE(file.frames(), 9600);
+        QCOMPARE(QList<int>({ file.channels, file.rate, file.format & SF_FORMAT_SUBMASK }),
+            QList<int>({ channels, 48000, subformat }));
     }
 
     // A start that fails says why, in the recorder's own words, and leaves no file.
@@ -160,35 +157,16 @@ private Q_SLOTS:
         QFETCH(QString, recorder);
         QFETCH(QString, fault);
         QFETCH(QString, error);
-        m_fake.noOutput = fault == QLatin1String("no output");
+        m_fake.noOutput = fault == u"no output"_s;
         for (auto &[which, source] : m_fake.sources)
-            source.refuse = fault == QLatin1String("refused");
-        const QString path = m_dir.filePath(
-            fault == QLatin1String("no folder") ? QStringLiteral("gone/x.wav") : QStringLiteral("x.wav"));
+            source.refuse = fault == u"refused"_s;
+        const QString path = fault == u"no folder"_s ? m_dir.filePath(u"gone/x.wav"_s) : m_path;
         LogCapture log;
-        const auto source = make(recorder, path);
-        const std::optional<CaptureError> failure = source->start();
+        const std::optional<CaptureError> failure = make(recorder, path)->start();
         QVERIFY(failure && describe(*failure).startsWith(error));
-        QVERIFY(!source->isRecording() && !QFileInfo::exists(path));
-        if (m_fake.noOutput)
-            QVERIFY(log.lines(QStringLiteral("GlobalTap"))
-                        .contains(QStringLiteral("Error reading data for default sink: No such entity")));
-    }
-
-    // Activated once, torn down once; the output read once.
-    void tapActivatesOnceAndInvalidatesOnce()
-    {
-        GlobalTap tap(m_fake);
-        tap.invalidate(); // never activated: nothing happens
-        tap.activate();
-        tap.activate();
-        QCOMPARE(m_fake.outputReads, 1);
-        QCOMPARE(tap.tapStreamDescription(), (SampleSpec { SampleSpec::Sample::float32, 48000, 2 }));
-        QVERIFY(!tap.run([](const void *, qint64) {}));
-        QCOMPARE(m_fake.sources[CaptureSource::systemOutput].live, 1);
-        tap.invalidate();
-        tap.invalidate();
-        QCOMPARE(m_fake.sources[CaptureSource::systemOutput].live, 0);
+        QVERIFY(!QFileInfo::exists(path));
+        QCOMPARE(log.lines(u"GlobalTap"_s).contains(u"Error reading data for default sink: No such entity"_s),
+            m_fake.noOutput);
     }
 };
 

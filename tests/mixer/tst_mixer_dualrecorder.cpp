@@ -7,7 +7,6 @@
 #include <QDateTime>
 #include <QDir>
 #include <QFileInfo>
-#include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QTest>
 #include <QThreadPool>
@@ -26,64 +25,58 @@ class MixerDualRecorder : public QObject
     std::unique_ptr<QTemporaryDir> m_dir;
     std::unique_ptr<FakeSoundServer> m_fake;
     std::shared_ptr<CountingAlertSound> m_sound;
+    std::unique_ptr<DualRecorder> m_recorder;
 
-    std::unique_ptr<DualRecorder> makeRecorder()
+    [[nodiscard]] QStringList files() const { return QDir(m_dir->path()).entryList(QDir::Files); }
+    [[nodiscard]] QString named(const char *suffix) const
     {
-        return std::make_unique<DualRecorder>(m_dir->path(), *m_fake, m_sound);
+        return QFileInfo(m_recorder->systemAudioPath()).fileName().chopped(11) + QLatin1String(suffix);
     }
-    [[nodiscard]] bool exists(const QString &path) const { return QFileInfo::exists(path); }
 
 private slots:
     void init()
     {
         m_dir = std::make_unique<QTemporaryDir>();
         m_fake = std::make_unique<FakeSoundServer>();
-        for (auto &[source, frequency] : { std::pair { speakers, 440.0 }, std::pair { mic, 1000.0 } }) {
+        for (const auto &[source, frequency] : { std::pair(speakers, 440.0), std::pair(mic, 1000.0) }) {
             m_fake->sources[source].frequency = frequency;
             m_fake->sources[source].frames = 48000;
         }
         m_sound = std::make_shared<CountingAlertSound>();
+        m_recorder = std::make_unique<DualRecorder>(m_dir->path(), *m_fake, m_sound);
     }
-    void cleanup() { QThreadPool::globalInstance()->waitForDone(); }
+    void cleanup()
+    {
+        QThreadPool::globalInstance()->waitForDone();
+        m_recorder.reset(); // before the server its engines capture from
+    }
 
     void namesThreeFilesFromOneStamp()
     {
-        const double now = double(QDateTime::currentMSecsSinceEpoch()) / 1000;
-        const auto first = makeRecorder();
-        const auto second = makeRecorder();
-        const QString stamp = QFileInfo(first->systemAudioPath()).fileName().chopped(11);
-        QCOMPARE(
-            first->systemAudioPath(), QDir(m_dir->path()).filePath(stamp + QStringLiteral("_system.wav")));
-        QCOMPARE(
-            first->microphonePath(), QDir(m_dir->path()).filePath(stamp + QStringLiteral("_microphone.wav")));
-        QCOMPARE(first->finalMixedPath(), QDir(m_dir->path()).filePath(stamp + QStringLiteral("_mixed.m4a")));
-        QVERIFY(stamp.contains(QLatin1Char('.')) && std::abs(stamp.toDouble() - now) < 5);
-        QVERIFY(!second->systemAudioPath().contains(stamp));
-        QVERIFY(QDir(m_dir->path()).isEmpty());
+        const QString stamp = named("");
+        QCOMPARE(m_recorder->microphonePath(), QDir(m_dir->path()).filePath(named("_microphone.wav")));
+        QCOMPARE(m_recorder->finalMixedPath(), QDir(m_dir->path()).filePath(named("_mixed.m4a")));
+        QVERIFY(stamp.contains(u'.') && std::abs(stamp.toDouble() - QDateTime::currentSecsSinceEpoch()) < 5);
+        QVERIFY(!DualRecorder(m_dir->path(), *m_fake, m_sound).systemAudioPath().contains(stamp));
+        QVERIFY(files().isEmpty());
     }
 
     void startsMicrophoneThenSystemThenSound()
     {
         LogCapture log;
-        const auto recorder = makeRecorder();
-        QVERIFY(!recorder->start());
-        QVERIFY(recorder->isRecording());
+        QVERIFY(!m_recorder->start());
+        QVERIFY(!m_recorder->start());
+        QVERIFY(m_recorder->isRecording());
         QCOMPARE(m_fake->sources[mic].live + m_fake->sources[speakers].live, 2);
         QCOMPARE(m_fake->outputReads, 1); // the default output is read once per start
-        QVERIFY(!recorder->start());
         QThreadPool::globalInstance()->waitForDone();
         QCOMPARE(m_sound->plays.load(), 1);
-        QStringList lines = log.lines(QStringLiteral("DualRecorder"));
-        const QString sound = QStringLiteral("Triggered system sound to activate GlobalTap");
-        QVERIFY(lines.indexOf(sound) > lines.indexOf(QStringLiteral("System audio recording started")));
-        lines.removeAll(sound);
-        QCOMPARE(lines,
+        QCOMPARE(log.lines(u"DualRecorder"_s).filter(u"start"_s),
             (QStringList { u"start()"_s, u"Microphone recording started immediately"_s,
                 u"System audio recording started"_s, u"Dual recording started"_s, u"start()"_s,
                 u"start() while already recording"_s }));
-        const QStringList all = log.lines();
-        QVERIFY(all.indexOf(QRegularExpression(QStringLiteral(".*MicRecorder: start\\(\\)")))
-            < all.indexOf(QRegularExpression(QStringLiteral(".*SystemRecorder: start\\(\\)"))));
+        QVERIFY(log.lines().indexOf(u"app.selvaro.recorder.MicRecorder: start()"_s)
+            < log.lines().indexOf(u"app.selvaro.recorder.SystemRecorder: start()"_s));
     }
 
     // A failed system start leaves the microphone running for the caller to cancel.
@@ -91,64 +84,52 @@ private slots:
     {
         QTest::addColumn<bool>("refuseMicrophone");
         QTest::addColumn<QString>("error");
-        QTest::addColumn<int>("microphonesLive");
-        QTest::newRow("microphone") << true << QStringLiteral("Failed to start microphone recording") << 0;
-        QTest::newRow("system") << false << QStringLiteral("Failed to start audio device: Access denied")
-                                << 1;
+        QTest::newRow("microphone") << true << u"Failed to start microphone recording"_s;
+        QTest::newRow("system") << false << u"Failed to start audio device: Access denied"_s;
     }
 
     void failedStarts()
     {
         QFETCH(bool, refuseMicrophone);
         QFETCH(QString, error);
-        QFETCH(int, microphonesLive);
         m_fake->sources[refuseMicrophone ? mic : speakers].refuse = true;
-        const auto recorder = makeRecorder();
-        QCOMPARE(recorder->start().value_or(QString()), error);
-        QVERIFY(!recorder->isRecording());
-        QCOMPARE(m_fake->sources[mic].live, microphonesLive);
-        QCOMPARE(m_fake->sources[speakers].live, 0);
-        recorder->cancel();
-        QCOMPARE(m_fake->sources[mic].live, 0);
-        QVERIFY(QDir(m_dir->path()).isEmpty());
+        QCOMPARE(m_recorder->start().value_or(QString()), error);
+        QVERIFY(!m_recorder->isRecording());
+        QCOMPARE(m_fake->sources[mic].live, refuseMicrophone ? 0 : 1);
+        m_recorder->cancel();
+        QCOMPARE(m_fake->sources[mic].live + m_fake->sources[speakers].live, 0);
+        QVERIFY(files().isEmpty());
         QThreadPool::globalInstance()->waitForDone();
         QCOMPARE(m_sound->plays.load(), 0);
     }
 
     void guardsFollowTheState()
     {
-        const auto recorder = makeRecorder();
-        recorder->pause(); // before start: nothing
-        QVERIFY(!recorder->isPaused());
-        QVERIFY(!recorder->start());
-        recorder->cancel(); // while recording: nothing
-        QVERIFY(recorder->isRecording() && exists(recorder->microphonePath())
-            && exists(recorder->systemAudioPath()));
-        recorder->pause();
-        QVERIFY(recorder->isPaused() && !recorder->isRecording());
-        QVERIFY(m_fake->sources[mic].suspended);
-        recorder->resume();
-        QVERIFY(recorder->isRecording() && !m_fake->sources[mic].suspended);
-        recorder->pause();
-        LogCapture log;
-        recorder->cancel(); // paused: both files deleted, nothing mixed
-        QVERIFY(!recorder->isPaused() && !recorder->isRecording());
-        QVERIFY(QDir(m_dir->path()).isEmpty());
-        QVERIFY(
-            log.lines(QStringLiteral("DualRecorder")).contains(QStringLiteral("Dual recording cancelled")));
+        m_recorder->pause(); // before start: nothing
+        QVERIFY(!m_recorder->isPaused());
+        QVERIFY(!m_recorder->start());
+        m_recorder->cancel(); // while recording: nothing
+        QVERIFY(m_recorder->isRecording() && files().size() == 2);
+        m_recorder->pause();
+        QVERIFY(m_recorder->isPaused() && m_fake->sources[mic].suspended);
+        m_recorder->resume();
+        QVERIFY(m_recorder->isRecording() && !m_fake->sources[mic].suspended);
+        m_recorder->pause();
+        m_recorder->cancel(); // paused: both files deleted, nothing mixed
+        QVERIFY(!m_recorder->isPaused() && !m_recorder->isRecording() && files().isEmpty());
 
         // resume() looks at "recording" only: a never-started recorder claims to record,
         // and its stop() mixes nothing and says why.
-        const auto fresh = makeRecorder();
-        fresh->resume();
-        QVERIFY(fresh->isRecording());
-        QCoro::waitFor(fresh->stop());
-        QVERIFY(fresh->logs().endsWith(QStringLiteral("ERROR: One or both audio files missing\n")));
-        QVERIFY(!exists(fresh->finalMixedPath()));
+        DualRecorder fresh(m_dir->path(), *m_fake, m_sound);
+        fresh.resume();
+        QVERIFY(fresh.isRecording());
+        QCoro::waitFor(fresh.stop());
+        QVERIFY(fresh.logs().endsWith(u"ERROR: One or both audio files missing\n"_s) && files().isEmpty());
     }
 
-    // From recording or from paused, stop() mixes without blocking, and once the mix is
-    // there the two captures go. A paused recorder keeps the pause out of the mix.
+    // From recording or from paused, stop() mixes without blocking, ignores a discard
+    // meanwhile, and once the mix is there the two captures go. A paused recorder keeps
+    // what arrives during the pause out of the mix.
     void stopMixes_data()
     {
         QTest::addColumn<bool>("paused");
@@ -160,60 +141,54 @@ private slots:
     {
         QFETCH(bool, paused);
         LogCapture log;
-        const auto recorder = makeRecorder();
-        QVERIFY(!recorder->start());
+        QVERIFY(!m_recorder->start());
         if (paused) {
             // The writer drops what it has not written by the pause.
-            QTRY_VERIFY(QFileInfo(recorder->systemAudioPath()).size() >= 48000 * 8);
-            recorder->pause();
-            m_fake->deliver(speakers, 48000); // arrives while paused: dropped
-            m_fake->deliver(mic, 48000); // a suspended stream sends nothing
+            QTRY_VERIFY(QFileInfo(m_recorder->systemAudioPath()).size() >= 48000 * 8);
+            m_recorder->pause();
+            m_fake->deliver(speakers, 48000);
+            m_fake->deliver(mic, 48000);
         }
         QThreadPool::globalInstance()->waitForDone();
-        QCoro::Task<> stopping = recorder->stop();
-        QVERIFY(!stopping.isReady());
-        QVERIFY(!recorder->isRecording() && !recorder->isPaused());
-        recorder->cancel(); // a discard while the mixer reads the files: ignored
+        QCoro::Task<> stopping = m_recorder->stop();
+        QVERIFY(!stopping.isReady() && !m_recorder->isRecording() && !m_recorder->isPaused());
+        m_recorder->cancel();
         QCoro::waitFor(stopping);
-        QVERIFY(recorder->logs().startsWith(QStringLiteral("=== STARTING AUDIO MIXING ===\nTimestams, ")));
-        QVERIFY(recorder->logs().endsWith(QStringLiteral("=== MIXING COMPLETED SUCCESSFULLY ===\n")));
-        QVERIFY(!exists(recorder->systemAudioPath()) && !exists(recorder->microphonePath()));
-        const MixerAnalysis::Decoded out = MixerAnalysis::decode(recorder->finalMixedPath());
+        QVERIFY(m_recorder->logs().startsWith(u"=== STARTING AUDIO MIXING ===\nTimestams, "_s));
+        QVERIFY(m_recorder->logs().endsWith(u"=== MIXING COMPLETED SUCCESSFULLY ===\n"_s));
+        QCOMPARE(files(), QStringList { named("_mixed.m4a") });
+        const MixerAnalysis::Decoded out = MixerAnalysis::decode(m_recorder->finalMixedPath());
         QVERIFY(std::abs(out.duration - 1.0) < 0.05);
         QVERIFY(ToneAnalysis::amplitudeAt(std::span(out.left).subspan(4800, 38400), 48000, 440) > 0.4);
         QVERIFY(ToneAnalysis::amplitudeAt(std::span(out.right).subspan(4800, 38400), 48000, 1000) > 0.4);
-        const QStringList lines = log.lines(QStringLiteral("DualRecorder"));
-        QCOMPARE(lines.mid(lines.indexOf(QStringLiteral("stop()"))),
+        const QStringList lines = log.lines(u"DualRecorder"_s);
+        QCOMPARE(lines.mid(lines.indexOf(u"stop()"_s)),
             (QStringList { u"stop()"_s, u"Dual recording stopped, starting mixing..."_s, u"cancel()"_s,
                 u"Audio mixing completed successfully"_s,
-                u"Stop completed, file ready at: "_s + recorder->finalMixedPath() }));
+                u"Stop completed, file ready at: "_s + m_recorder->finalMixedPath() }));
     }
 
     // The session may drop its recorder while a stop is pending: the mix still finishes.
     void releasedDuringStop()
     {
-        auto recorder = makeRecorder();
-        const QString output = recorder->finalMixedPath();
-        QVERIFY(!recorder->start());
-        QCoro::Task<> stopping = recorder->stop();
-        recorder.reset();
+        QVERIFY(!m_recorder->start());
+        QCoro::Task<> stopping = m_recorder->stop();
+        const QString output = m_recorder->finalMixedPath();
+        m_recorder.reset();
         QCoro::waitFor(stopping);
         QVERIFY(QFileInfo(output).size() > 0);
     }
 
-    // A failed mix leaves no mixed file and keeps both captures for a look.
+    // A failed mix leaves no mixed file and keeps both captures.
     void failedMixKeepsTheCaptures()
     {
         m_fake->sources[mic].frames = 0;
         LogCapture log;
-        const auto recorder = makeRecorder();
-        QVERIFY(!recorder->start());
-        QCoro::waitFor(recorder->stop());
-        QVERIFY(recorder->logs().endsWith(QStringLiteral("ERROR: One file is empty (not yet supported)\n")));
-        QVERIFY(!exists(recorder->finalMixedPath()));
-        QVERIFY(exists(recorder->systemAudioPath()) && exists(recorder->microphonePath()));
-        QVERIFY(log.lines(QStringLiteral("DualRecorder"))
-                    .contains(QStringLiteral("Audio mixing failed: Cannot mix with empty audio")));
+        QVERIFY(!m_recorder->start());
+        QCoro::waitFor(m_recorder->stop());
+        QVERIFY(m_recorder->logs().endsWith(u"ERROR: One file is empty (not yet supported)\n"_s));
+        QCOMPARE(files(), (QStringList { named("_microphone.wav"), named("_system.wav") }));
+        QVERIFY(log.lines(u"DualRecorder"_s).contains(u"Audio mixing failed: Cannot mix with empty audio"_s));
     }
 };
 
