@@ -52,6 +52,7 @@ Decoded decode(const QString &path)
         fail("no single stream");
     } else {
         const AVCodecParameters *par = format->streams[0]->codecpar;
+        out.formatName = QString::fromUtf8(format->iformat->name);
         out.codec = QString::fromUtf8(avcodec_get_name(par->codec_id));
         out.sampleRate = par->sample_rate;
         out.channels = par->ch_layout.nb_channels;

@@ -25,6 +25,7 @@ QString writeWav(const QString &path, int sampleRate, const QList<Tone> &channel
 struct Decoded
 {
     QString error; // empty when the file was read completely
+    QString formatName; // the demuxer's
     QString codec;
     int sampleRate = 0;
     int channels = 0;
