@@ -1,5 +1,7 @@
 #include "audio/AudioFileWriter.h"
 
+#include "audio/RecordingsFolder.h"
+
 #include <QFile>
 
 #include <sndfile.h>
@@ -7,9 +9,7 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
-#include <fcntl.h>
 #include <pthread.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
@@ -21,8 +21,7 @@ constexpr qint64 silenceChunkFrames = 4096;
 AudioFileWriter::AudioFileWriter(const char *threadName, const QLoggingCategory &category)
     : m_threadName(threadName)
     , m_category(category)
-{
-}
+{ }
 
 AudioFileWriter::~AudioFileWriter()
 {
@@ -35,18 +34,15 @@ std::optional<QString> AudioFileWriter::open(const QString &path, const SampleSp
         return QStringLiteral("The audio file is already open");
     m_spec = stored;
     const QByteArray name = QFile::encodeName(path);
-    // Created 0600 from the start, and made so if it existed: recordings are private.
-    m_descriptor = ::open(name.constData(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-    if (m_descriptor < 0 || ::fchmod(m_descriptor, 0600) != 0) {
-        const QString reason = QString::fromLocal8Bit(std::strerror(errno));
-        if (m_descriptor >= 0)
-            ::close(std::exchange(m_descriptor, -1));
-        return QStringLiteral("Failed to open %1 for writing: %2").arg(path, reason);
-    }
+    m_descriptor = RecordingsFolder::createPrivateFile(path);
+    if (m_descriptor < 0)
+        return QStringLiteral("Failed to open %1 for writing: %2")
+            .arg(path, QString::fromLocal8Bit(std::strerror(errno)));
     SF_INFO info {};
     info.samplerate = stored.rate;
     info.channels = stored.channels;
-    info.format = SF_FORMAT_RF64 | (stored.sample == SampleSpec::Sample::float32 ? SF_FORMAT_FLOAT : SF_FORMAT_PCM_16);
+    info.format = SF_FORMAT_RF64
+        | (stored.sample == SampleSpec::Sample::float32 ? SF_FORMAT_FLOAT : SF_FORMAT_PCM_16);
     m_file = sf_open_fd(m_descriptor, SFM_WRITE, &info, SF_FALSE);
     if (!m_file) {
         const QString reason = QString::fromUtf8(sf_strerror(nullptr));
@@ -156,7 +152,8 @@ void AudioFileWriter::write(const Block &block)
     m_framesWritten.fetch_add(static_cast<quint64>(written), std::memory_order_relaxed);
     if (written != block.frames) {
         m_failed = true;
-        qCCritical(m_category).noquote() << "Failed to write audio file:" << QString::fromUtf8(sf_strerror(m_file))
-                                         << "- no more audio will be written to it";
+        qCCritical(m_category).noquote()
+            << "Failed to write audio file:" << QString::fromUtf8(sf_strerror(m_file))
+            << "- no more audio will be written to it";
     }
 }

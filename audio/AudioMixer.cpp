@@ -3,6 +3,7 @@
 #include "audio/DecimalText.h"
 #include "audio/DualRecorderError.h"
 #include "audio/M4aWriter.h"
+#include "audio/RecordingsFolder.h"
 #include "common/Logging.h"
 
 #include <QDateTime>
@@ -18,10 +19,13 @@
 #include <sndfile.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <exception>
 #include <memory>
 #include <new>
+#include <unistd.h>
 #include <vector>
 
 namespace {
@@ -35,7 +39,7 @@ QString boolText(bool value)
 QString timestampText()
 {
     return QDateTime::currentDateTimeUtc().toString(QStringLiteral("yyyy-MM-dd HH:mm:ss"))
-           + QStringLiteral(" +0000");
+        + QStringLiteral(" +0000");
 }
 
 // Chunk-level problems go to standard output, not the transcript, as they always have.
@@ -61,8 +65,7 @@ class InputFile
 public:
     explicit InputFile(const QString &path)
         : m_handle(sf_open(QFile::encodeName(path).constData(), SFM_READ, &m_info))
-    {
-    }
+    { }
     ~InputFile()
     {
         if (m_handle)
@@ -78,9 +81,8 @@ public:
 
     [[nodiscard]] QString describe(const QString &label) const
     {
-        return label + QString::number(frames()) + QStringLiteral(" frames, ")
-               + QString::number(channels()) + QStringLiteral(" channels, ")
-               + DecimalText::shortest(sampleRate()) + QStringLiteral(" Hz");
+        return label + QString::number(frames()) + QStringLiteral(" frames, ") + QString::number(channels())
+            + QStringLiteral(" channels, ") + DecimalText::shortest(sampleRate()) + QStringLiteral(" Hz");
     }
 
     // Throws std::bad_alloc.
@@ -107,8 +109,8 @@ public:
         const sf_count_t got = sf_readf_float(m_handle, m_samples.data(), wanted);
         if (got <= 0) {
             *error = sf_error(m_handle) != SF_ERR_NO_ERROR
-                         ? QString::fromUtf8(sf_strerror(m_handle))
-                         : QStringLiteral("the file ended after %1 of %2 frames").arg(m_position).arg(frames());
+                ? QString::fromUtf8(sf_strerror(m_handle))
+                : QStringLiteral("the file ended after %1 of %2 frames").arg(m_position).arg(frames());
             return false;
         }
         m_chunkFrames = static_cast<int>(got);
@@ -121,7 +123,7 @@ public:
     [[nodiscard]] const float *samples() const { return m_samples.data(); }
 
 private:
-    SF_INFO m_info{};
+    SF_INFO m_info {};
     SNDFILE *m_handle = nullptr;
     std::vector<float> m_samples;
     int m_capacity = 0;
@@ -166,8 +168,8 @@ void fillRight(const InputFile &microphone, int n, float *right)
 // sample at whatever rate each file has, and the shorter source is padded with silence.
 // A failing chunk ends the stream early instead of failing the mix: the file is then
 // finished with what was encoded so far.
-Counters encodeAll(InputFile &system, InputFile &microphone, M4aWriter &writer,
-                   std::vector<float> &left, std::vector<float> &right)
+Counters encodeAll(InputFile &system, InputFile &microphone, M4aWriter &writer, std::vector<float> &left,
+    std::vector<float> &right)
 {
     Counters counters;
     for (;;) {
@@ -225,14 +227,14 @@ void AudioMixer::mixOnThisThread(const Files &files, const Transcript &transcrip
     const bool systemExists = QFileInfo::exists(files.systemAudio);
     const bool microphoneExists = QFileInfo::exists(files.microphone);
     append(QStringLiteral("File existence - System: ") + boolText(systemExists) + QStringLiteral(", Mic: ")
-           + boolText(microphoneExists));
+        + boolText(microphoneExists));
     if (!systemExists || !microphoneExists)
         failWith("ERROR: One or both audio files missing", "Audio files missing");
 
     append(QStringLiteral("System audio file size: ") + QString::number(QFileInfo(files.systemAudio).size())
-           + QStringLiteral(" bytes"));
+        + QStringLiteral(" bytes"));
     append(QStringLiteral("Microphone file size: ") + QString::number(QFileInfo(files.microphone).size())
-           + QStringLiteral(" bytes"));
+        + QStringLiteral(" bytes"));
 
     InputFile system(files.systemAudio);
     InputFile microphone(files.microphone);
@@ -244,9 +246,10 @@ void AudioMixer::mixOnThisThread(const Files &files, const Transcript &transcrip
     if (system.frames() < 1 || microphone.frames() < 1) {
         if (system.frames() < 1 && microphone.frames() < 1) {
             append(QStringLiteral("Both files empty, creating empty output"));
-            QFile empty(files.output);
-            if (!empty.open(QIODevice::WriteOnly | QIODevice::Truncate))
-                throw DualRecorderError::custom(empty.errorString());
+            const int empty = RecordingsFolder::createPrivateFile(files.output);
+            if (empty < 0)
+                throw DualRecorderError::custom(QString::fromLocal8Bit(std::strerror(errno)));
+            ::close(empty);
             return;
         }
         // Deliberately refused rather than mixed: a recording where only one source
@@ -309,7 +312,8 @@ void AudioMixer::mixOnThisThread(const Files &files, const Transcript &transcrip
         return;
     }
 
-    append(QStringLiteral("ERROR: Writer failed with status ") + QString::number(static_cast<int>(writer.status())));
+    append(QStringLiteral("ERROR: Writer failed with status ")
+        + QString::number(static_cast<int>(writer.status())));
     if (!writer.errorText().isEmpty())
         append(QStringLiteral("Error: ") + writer.errorText());
     QFile::remove(files.output);
@@ -331,7 +335,8 @@ QCoro::Task<> AudioMixer::mixAudioFiles(Files files, Transcript transcript)
 
     QThread *worker = QThread::create([files = std::move(files), sink, outcome, mailbox = &mailbox] {
         const Transcript post = [sink, mailbox](const QString &line) {
-            QMetaObject::invokeMethod(mailbox, [sink, line] { (*sink)(line); }, Qt::QueuedConnection);
+            QMetaObject::invokeMethod(
+                mailbox, [sink, line] { (*sink)(line); }, Qt::QueuedConnection);
         };
         std::exception_ptr failure;
         try {

@@ -7,9 +7,10 @@
 #include "audio/MicRecorder.h"
 #include "audio/SystemRecorder.h"
 #include "common/Logging.h"
-#include "common/Observable.h"
 
 #include <QDir>
+#include <QFile>
+#include <QFileInfo>
 #include <QPointer>
 #include <QThreadPool>
 
@@ -37,60 +38,62 @@ QString makeStamp()
 
 } // namespace
 
-DualRecorder::DualRecorder(const QString &baseDir, SoundServer &server, std::shared_ptr<AlertSound> alertSound,
-                           QObject *parent)
+DualRecorder::DualRecorder(
+    const QString &baseDir, SoundServer &server, std::shared_ptr<AlertSound> alertSound, QObject *parent)
     : DualRecorder(QDir(baseDir), makeStamp(), server, std::move(alertSound), parent)
-{
-}
+{ }
 
 DualRecorder::DualRecorder(const QDir &dir, const QString &stamp, SoundServer &server,
-                           std::shared_ptr<AlertSound> alertSound, QObject *parent)
+    std::shared_ptr<AlertSound> alertSound, QObject *parent)
     : QObject(parent)
     , m_systemAudioPath(dir.filePath(stamp + QStringLiteral("_system.wav")))
     , m_microphonePath(dir.filePath(stamp + QStringLiteral("_microphone.wav")))
     , m_finalMixedPath(dir.filePath(stamp + QStringLiteral("_mixed.m4a")))
     , m_server(server)
     , m_alertSound(std::move(alertSound))
-{
-}
+{ }
 
 DualRecorder::~DualRecorder() = default;
 
-void DualRecorder::setRecording(bool value)
+CaptureFactory DualRecorder::factory(
+    std::shared_ptr<SoundServer> server, std::shared_ptr<AlertSound> alertSound)
 {
-    setIfChanged(m_isRecording, value, this, &DualRecorder::isRecordingChanged);
-}
-
-void DualRecorder::setPaused(bool value)
-{
-    setIfChanged(m_isPaused, value, this, &DualRecorder::isPausedChanged);
+    return [server, alertSound](const QString &folder) -> std::shared_ptr<RecordingCapture> {
+        // The last reference may go while the recorder's own stop() is still unwinding:
+        // deleting it from the event loop is always safe. The server stays alive until
+        // the recorder, and its engines, are gone.
+        return std::shared_ptr<DualRecorder>(
+            new DualRecorder(folder, *server, alertSound), [server](DualRecorder *recorder) {
+                QObject::connect(recorder, &QObject::destroyed, [server] {});
+                recorder->deleteLater();
+            });
+    };
 }
 
 void DualRecorder::appendLog(const QString &line)
 {
-    setIfChanged(m_logs, m_logs + line, this, &DualRecorder::logsChanged);
+    m_logs += line;
 }
 
-std::optional<CaptureError> DualRecorder::start()
+std::optional<QString> DualRecorder::start()
 {
     qCDebug(lcDualRecorder, "start()");
-    if (m_isRecording) {
+    if (m_state == State::recording) {
         qCCritical(lcDualRecorder, "%s while already recording", "start()");
         return std::nullopt;
     }
-    // The system recorder is made only right before its own start: a SystemRecorder
-    // must not be paused, resumed or cancelled unstarted, which a stored one would be
-    // after the microphone failed to start. Any earlier pair is released here.
+    // The system recorder is made only right before its own start, and any earlier
+    // pair is released here.
     m_systemRecorder.reset();
     m_micRecorder = std::make_unique<MicRecorder>(m_microphonePath, m_server);
     if (auto error = m_micRecorder->start())
-        return error;
+        return describe(*error);
     qCDebug(lcDualRecorder, "Microphone recording started immediately");
 
     m_systemRecorder = std::make_unique<SystemRecorder>(m_systemAudioPath, m_server);
     // Deliberately leaves the microphone running: the caller decides what to clean up.
     if (auto error = m_systemRecorder->start())
-        return error;
+        return describe(*error);
     qCDebug(lcDualRecorder, "System audio recording started");
 
     // Makes some output appear at once so that the system capture delivers from the
@@ -101,7 +104,7 @@ std::optional<CaptureError> DualRecorder::start()
         qCDebug(lcDualRecorder, "Triggered system sound to activate GlobalTap");
     });
 
-    setRecording(true);
+    m_state = State::recording;
     qCDebug(lcDualRecorder, "Dual recording started");
     return std::nullopt;
 }
@@ -109,64 +112,64 @@ std::optional<CaptureError> DualRecorder::start()
 void DualRecorder::pause()
 {
     qCDebug(lcDualRecorder, "pause()");
-    if (!m_isRecording)
+    if (m_state != State::recording)
         return;
     if (m_systemRecorder)
         m_systemRecorder->pause();
     if (m_micRecorder)
         m_micRecorder->pause();
-    setRecording(false);
-    setPaused(true);
+    m_state = State::paused;
     qCDebug(lcDualRecorder, "Dual recording paused");
 }
 
 void DualRecorder::resume()
 {
     qCDebug(lcDualRecorder, "resume()");
-    if (m_isRecording)
+    if (m_state == State::recording)
         return;
     if (m_systemRecorder)
         m_systemRecorder->resume();
     if (m_micRecorder)
         m_micRecorder->resume();
-    setRecording(true);
-    setPaused(false);
+    m_state = State::recording;
     qCDebug(lcDualRecorder, "Dual recording resumed");
 }
 
 void DualRecorder::cancel()
 {
     qCDebug(lcDualRecorder, "cancel()");
-    // Deliberately honoured only when paused (or stopped): discarding a running
-    // recording deletes nothing here, the engines go with the recorder.
-    if (m_isRecording)
+    // Deliberately honoured only when not running: discarding a running recording
+    // deletes nothing here, the engines go with the recorder. During stop() the mixer
+    // reads the files, so a discard then must not delete them.
+    if (m_state == State::recording || m_state == State::stopping)
         return;
     if (m_systemRecorder)
         m_systemRecorder->cancel();
     if (m_micRecorder)
         m_micRecorder->cancel();
-    setRecording(false);
-    setPaused(false);
+    m_state = State::ended;
     qCDebug(lcDualRecorder, "Dual recording cancelled");
 }
 
 QCoro::Task<> DualRecorder::stop()
 {
     qCDebug(lcDualRecorder, "stop()");
-    // The same flag as pause(): a paused recording must be resumed before it is mixed.
-    if (!m_isRecording)
+    if (m_state != State::recording && m_state != State::paused)
         co_return;
-    // Both close their files before the mix reads them.
+    // Both close their files before the mix reads them; a paused engine closes without
+    // taking anything in.
     if (m_systemRecorder)
         m_systemRecorder->stop();
     if (m_micRecorder)
         m_micRecorder->stop();
-    setRecording(false);
-    setPaused(false);
+    m_state = State::stopping;
     qCDebug(lcDualRecorder, "Dual recording stopped, starting mixing...");
 
-    // Nothing after the await touches the recorder: its owner may have let it go.
-    const QByteArray output = m_finalMixedPath.toLocal8Bit();
+    // Nothing after the await touches the recorder unless it is still there: its owner
+    // may have let it go.
+    QPointer<DualRecorder> self(this);
+    const QString output = m_finalMixedPath;
+    const QStringList intermediate { m_systemAudioPath, m_microphonePath };
     try {
         co_await mixAudioFiles();
         qCDebug(lcDualRecorder, "Audio mixing completed successfully");
@@ -176,7 +179,14 @@ QCoro::Task<> DualRecorder::stop()
         // Anything else (memory running out) is a failed mix too: stop() never throws.
         qCCritical(lcDualRecorder, "Audio mixing failed: %s", error.what());
     }
-    qCDebug(lcDualRecorder, "Stop completed, file ready at: %s", output.constData());
+    qCDebug(lcDualRecorder, "Stop completed, file ready at: %s", qPrintable(output));
+    if (self)
+        self->m_state = State::ended;
+    // A retry sends the mixed file, so the two captures would only pile up in the folder.
+    if (QFileInfo(output).size() > 0) {
+        for (const QString &path : intermediate)
+            QFile::remove(path);
+    }
 }
 
 QCoro::Task<> DualRecorder::mixAudioFiles()
@@ -189,7 +199,7 @@ QCoro::Task<> DualRecorder::mixAudioFiles()
     };
     // Built outside the co_await expression: GCC 12 destroys temporaries of an awaited
     // full-expression twice, which here released the shared path strings once too often.
-    QCoro::Task<> mixing =
-        AudioMixer::mixAudioFiles({m_systemAudioPath, m_microphonePath, m_finalMixedPath}, std::move(transcript));
+    QCoro::Task<> mixing = AudioMixer::mixAudioFiles(
+        { m_systemAudioPath, m_microphonePath, m_finalMixedPath }, std::move(transcript));
     co_await std::move(mixing);
 }

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "audio/CaptureError.h"
+#include "recording/RecordingCapture.h"
 
 #include <QObject>
 #include <QString>
@@ -16,10 +16,10 @@ class MicRecorder;
 class SoundServer;
 class SystemRecorder;
 
-// The one object the recording session talks to for audio. For one recording it runs
-// the system-audio recorder and the microphone recorder side by side, each writing its
-// own file, and on stop() mixes the two into the file that is uploaded. A new one is
-// made for every recording and never reused.
+// The one object the recording session talks to for audio, through RecordingCapture.
+// For one recording it runs the system-audio recorder and the microphone recorder side
+// by side, each writing its own file, and on stop() mixes the two into the file that is
+// uploaded. A new one is made for every recording and never reused.
 //
 // Files, all inside the folder given to the constructor, share one STAMP (the wall
 // clock in seconds as the shortest decimal that reads back the same):
@@ -29,62 +29,59 @@ class SystemRecorder;
 // Thread contract: every member on the main thread. stop() does its mixing on the
 // mixer's own worker thread and never blocks the main thread; the alert sound plays on
 // Qt's global thread pool.
-class DualRecorder : public QObject
+class DualRecorder final : public QObject, public RecordingCapture
 {
     Q_OBJECT
-    Q_PROPERTY(bool isRecording READ isRecording NOTIFY isRecordingChanged)
-    Q_PROPERTY(bool isPaused READ isPaused NOTIFY isPausedChanged)
-    Q_PROPERTY(QString logs READ logs NOTIFY logsChanged)
 
 public:
     // `server` must outlive the recorder. Touches no file.
     DualRecorder(const QString &baseDir, SoundServer &server, std::shared_ptr<AlertSound> alertSound,
-                 QObject *parent = nullptr);
+        QObject *parent = nullptr);
     ~DualRecorder() override;
+
+    // The application's factory: a DualRecorder on `server` per recording, deleted
+    // through the event loop and keeping the server alive until it is gone.
+    [[nodiscard]] static CaptureFactory factory(
+        std::shared_ptr<SoundServer> server, std::shared_ptr<AlertSound> alertSound);
 
     [[nodiscard]] QString systemAudioPath() const { return m_systemAudioPath; }
     [[nodiscard]] QString microphonePath() const { return m_microphonePath; }
-    [[nodiscard]] QString finalMixedPath() const { return m_finalMixedPath; }
+    [[nodiscard]] QString finalMixedPath() const override { return m_finalMixedPath; }
 
-    [[nodiscard]] bool isRecording() const { return m_isRecording; }
-    [[nodiscard]] bool isPaused() const { return m_isPaused; }
+    [[nodiscard]] bool isRecording() const { return m_state == State::recording; }
+    [[nodiscard]] bool isPaused() const { return m_state == State::paused; }
     // The transcript of the last mixing run.
     [[nodiscard]] QString logs() const { return m_logs; }
 
-    // Microphone first, then system audio, then the alert sound. A failing engine's
-    // error is handed back unchanged; a failed system start deliberately leaves the
-    // microphone running (cleaning up is the caller's business).
-    [[nodiscard]] std::optional<CaptureError> start();
+    // Microphone first, then system audio, then the alert sound. On failure the text of
+    // the failing engine's error; a failed system start deliberately leaves the
+    // microphone running (a cancel() ends it, or dropping the recorder does).
+    [[nodiscard]] std::optional<QString> start() override;
     // Only while recording.
-    void pause();
-    // Looks at isRecording only: on a stopped or never-started recorder it sets
-    // isRecording although no engine runs. The session never does that.
-    void resume();
-    // Only when not recording (paused): both files deleted. Does nothing while recording.
-    void cancel();
-    // Only while recording (a paused recording must be resumed first): stops both
-    // engines and mixes. Never throws; the mixed file exists afterwards if and only
-    // if mixing succeeded.
-    [[nodiscard]] QCoro::Task<> stop();
-
-Q_SIGNALS:
-    void isRecordingChanged();
-    void isPausedChanged();
-    void logsChanged();
+    void pause() override;
+    // Looks at "recording" only: on a stopped or never-started recorder it claims to
+    // record although no engine runs. The session never does that.
+    void resume() override;
+    // Only when paused or not started: both files deleted. Does nothing while recording,
+    // and nothing while stop() runs (the mixer is reading the files).
+    void cancel() override;
+    // From recording or paused: stops both engines (a paused one keeps its pause out of
+    // the files) and mixes. Never throws; the mixed file exists afterwards if and only
+    // if mixing succeeded, and then the two intermediate files are deleted.
+    [[nodiscard]] QCoro::Task<> stop() override;
 
 private:
-    DualRecorder(const QDir &dir, const QString &stamp, SoundServer &server, std::shared_ptr<AlertSound> alertSound,
-                 QObject *parent);
-    void setRecording(bool value);
-    void setPaused(bool value);
+    enum class State { idle, recording, paused, stopping, ended };
+
+    DualRecorder(const QDir &dir, const QString &stamp, SoundServer &server,
+        std::shared_ptr<AlertSound> alertSound, QObject *parent);
     void appendLog(const QString &line);
     [[nodiscard]] QCoro::Task<> mixAudioFiles();
 
     const QString m_systemAudioPath;
     const QString m_microphonePath;
     const QString m_finalMixedPath;
-    bool m_isRecording = false;
-    bool m_isPaused = false;
+    State m_state = State::idle;
     QString m_logs;
     SoundServer &m_server;
     const std::shared_ptr<AlertSound> m_alertSound;

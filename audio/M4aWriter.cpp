@@ -1,8 +1,12 @@
 #include "audio/M4aWriter.h"
 
 #include "audio/DualRecorderError.h"
+#include "audio/RecordingsFolder.h"
 
 #include <QFileInfo>
+
+#include <cerrno>
+#include <unistd.h>
 
 extern "C" {
 #include <libavcodec/avcodec.h>
@@ -61,7 +65,7 @@ M4aWriter::M4aWriter(const QString &path)
     m_encoder->sample_rate = sampleRate;
     av_channel_layout_default(&m_encoder->ch_layout, channelCount);
     m_encoder->bit_rate = bitRate;
-    m_encoder->time_base = AVRational{1, sampleRate};
+    m_encoder->time_base = AVRational { 1, sampleRate };
     if (m_format->oformat->flags & AVFMT_GLOBALHEADER)
         m_encoder->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
     rc = avcodec_open2(m_encoder, codec, nullptr);
@@ -106,6 +110,12 @@ bool M4aWriter::startWriting()
 {
     if (m_status != Status::unknown)
         return false;
+    // Made private before FFmpeg opens it: avio would create it with the umask's mode,
+    // and the +faststart rewrite keeps to the same file.
+    const int descriptor = RecordingsFolder::createPrivateFile(m_url.mid(5));
+    if (descriptor < 0)
+        return fail("Could not create the file", AVERROR(errno));
+    ::close(descriptor);
     const QByteArray url = m_url.toUtf8();
     int rc = avio_open(&m_format->pb, url.constData(), AVIO_FLAG_WRITE);
     if (rc < 0)
@@ -123,7 +133,7 @@ bool M4aWriter::startWriting()
 bool M4aWriter::enqueue(const float *left, const float *right, int frames)
 {
     // FFmpeg's FIFO API takes non-const plane pointers but only reads through them.
-    void *planes[channelCount] = {const_cast<float *>(left), const_cast<float *>(right)};
+    void *planes[channelCount] = { const_cast<float *>(left), const_cast<float *>(right) };
     return av_audio_fifo_write(m_fifo, planes, frames) == frames;
 }
 

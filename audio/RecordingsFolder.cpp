@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -16,13 +17,16 @@ std::optional<QString> makePrivate(const QString &path)
     const QByteArray name = QFile::encodeName(path);
     if (::mkdir(name.constData(), 0700) != 0 && errno != EEXIST)
         return QStringLiteral("Cannot create %1: %2").arg(path, QString::fromLocal8Bit(std::strerror(errno)));
-    struct stat info {};
+    struct stat info
+    {
+    };
     if (::lstat(name.constData(), &info) != 0)
         return QStringLiteral("Cannot read %1: %2").arg(path, QString::fromLocal8Bit(std::strerror(errno)));
     if (!S_ISDIR(info.st_mode) || info.st_uid != ::getuid())
         return QStringLiteral("%1 is not a folder of this user").arg(path);
     if ((info.st_mode & 0777) != 0700 && ::chmod(name.constData(), 0700) != 0)
-        return QStringLiteral("Cannot protect %1: %2").arg(path, QString::fromLocal8Bit(std::strerror(errno)));
+        return QStringLiteral("Cannot protect %1: %2")
+            .arg(path, QString::fromLocal8Bit(std::strerror(errno)));
     return std::nullopt;
 }
 
@@ -45,4 +49,17 @@ std::optional<QString> RecordingsFolder::create(const QString &path)
             return error;
     }
     return makePrivate(path);
+}
+
+int RecordingsFolder::createPrivateFile(const QString &path)
+{
+    const int descriptor
+        = ::open(QFile::encodeName(path).constData(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+    if (descriptor >= 0 && ::fchmod(descriptor, 0600) != 0) {
+        const int error = errno;
+        ::close(descriptor);
+        errno = error;
+        return -1;
+    }
+    return descriptor;
 }

@@ -17,4 +17,9 @@ public:
     // folder to 0700. Fails when it or its parent made for us belongs to someone
     // else or is a symbolic link. Returns the reason on failure.
     [[nodiscard]] static std::optional<QString> create(const QString &path);
+
+    // Creates (or empties) the file `path` with mode 0600, and makes it 0600 if it
+    // existed with another mode: every file the folder holds is private. Answers the
+    // open descriptor, which the caller closes, or -1 with errno set.
+    [[nodiscard]] static int createPrivateFile(const QString &path);
 };

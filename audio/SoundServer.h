@@ -91,8 +91,19 @@ public:
     // refused: then the server's status text). A systemOutput capture follows the
     // default output when it changes or disappears and reconnects after the server
     // restarts, filling gaps with silence so that the timeline stays continuous.
-    [[nodiscard]] virtual std::variant<std::unique_ptr<Capture>, QString>
-    startCapture(CaptureSource source, const SampleSpec &spec, BlockHandler onBlock) = 0;
+    [[nodiscard]] virtual std::variant<std::unique_ptr<Capture>, QString> startCapture(
+        CaptureSource source, const SampleSpec &spec, BlockHandler onBlock)
+        = 0;
+
+    // A systemOutput capture that starts on `output`, as defaultOutput() answered it,
+    // so that a recording reads its output once. The default asks startCapture(),
+    // which reads it again; a server that can do better overrides this.
+    [[nodiscard]] virtual std::variant<std::unique_ptr<Capture>, QString> startOutputCapture(
+        const OutputDevice &output, const SampleSpec &spec, BlockHandler onBlock)
+    {
+        Q_UNUSED(output);
+        return startCapture(CaptureSource::systemOutput, spec, std::move(onBlock));
+    }
 
     // Tries whether capturing `source` would work. Safe to call from any thread; may
     // take up to a couple of seconds when the server does not answer.

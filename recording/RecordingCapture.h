@@ -9,8 +9,8 @@
 #include <optional>
 
 // The capture of one recording as the recorder flow drives it: the application's is
-// the dual recorder (DualRecorderCapture), the flow's unit tests use a stand-in. One
-// object per recording, never reused.
+// the DualRecorder (audio/), the flow's unit tests use a stand-in. One object per
+// recording, never reused.
 //
 // Thread contract: main thread only. The flow holds it through a shared_ptr and so
 // does a running save or retry, so it outlives a discard or the flow itself for as
@@ -30,8 +30,8 @@ public:
     // Deletes the intermediate files, but only when the capture is not running
     // (the dual recorder's rule, which a discard while recording relies on).
     virtual void cancel() = 0;
-    // Ends the capture and leaves the mixed file at finalMixedPath(), or nothing
-    // there when mixing failed. Never throws.
+    // Ends the capture, running or paused (the paused span stays out), and leaves the
+    // mixed file at finalMixedPath(), or nothing there when mixing failed. Never throws.
     [[nodiscard]] virtual QCoro::Task<> stop() = 0;
     [[nodiscard]] virtual QString finalMixedPath() const = 0;
 };

@@ -27,14 +27,13 @@ pa_sample_format_t formatOf(SampleSpec::Sample sample)
 
 } // namespace
 
-PulseCapture::PulseCapture(QByteArray server, CaptureSource source, const SampleSpec &spec,
-                           SoundServer::BlockHandler onBlock)
+PulseCapture::PulseCapture(
+    QByteArray server, CaptureSource source, const SampleSpec &spec, SoundServer::BlockHandler onBlock)
     : m_connection(std::move(server))
     , m_source(source)
     , m_spec(spec)
     , m_onBlock(std::move(onBlock))
-{
-}
+{ }
 
 PulseCapture::~PulseCapture()
 {
@@ -53,7 +52,7 @@ const QLoggingCategory &PulseCapture::category() const
     return m_source == CaptureSource::systemOutput ? lcGlobalTap() : lcMicRecorder();
 }
 
-std::optional<QString> PulseCapture::start()
+std::optional<QString> PulseCapture::start(const OutputDevice *output)
 {
     PulseConnection::Locker lock(m_connection);
     if (const int error = m_connection.connect())
@@ -62,10 +61,14 @@ std::optional<QString> PulseCapture::start()
 
     QByteArray device;
     if (m_source == CaptureSource::systemOutput) {
-        auto output = m_connection.readDefaultOutput();
-        if (auto *error = std::get_if<AudioObjectError>(&output))
+        std::variant<OutputDevice, AudioObjectError> read;
+        if (output)
+            read = *output;
+        else
+            read = m_connection.readDefaultOutput();
+        if (auto *error = std::get_if<AudioObjectError>(&read))
             return error->message;
-        const auto &sink = std::get<OutputDevice>(output);
+        const auto &sink = std::get<OutputDevice>(read);
         m_sink = sink.name.toUtf8();
         device = sink.monitorSource.toUtf8();
         subscribe();
@@ -85,7 +88,8 @@ std::optional<QString> PulseCapture::start()
     m_running = true;
     m_clockStart = m_lastData = Clock::now();
     tick();
-    qCDebug(category()).noquote() << "Capturing from" << (device.isEmpty() ? QByteArray("the default source") : device);
+    qCDebug(category()).noquote() << "Capturing from"
+                                  << (device.isEmpty() ? QByteArray("the default source") : device);
     return std::nullopt;
 }
 
@@ -120,7 +124,7 @@ bool PulseCapture::openStream(const QByteArray &device)
     if (!context)
         return false;
     const pa_sample_spec spec { formatOf(m_spec.sample), static_cast<uint32_t>(m_spec.rate),
-                                static_cast<uint8_t>(m_spec.channels) };
+        static_cast<uint8_t>(m_spec.channels) };
     const char *name = m_source == CaptureSource::systemOutput ? "System audio" : "Microphone";
     m_stream = pa_stream_new(context, name, &spec, nullptr);
     if (!m_stream)
@@ -130,10 +134,10 @@ bool PulseCapture::openStream(const QByteArray &device)
     pa_stream_set_read_callback(
         m_stream, [](pa_stream *, size_t, void *self) { static_cast<PulseCapture *>(self)->onRead(); }, this);
 
-    const auto fragment = static_cast<uint32_t>(
-        pa_usec_to_bytes(std::chrono::microseconds(blockDuration).count(), &spec));
+    const auto fragment
+        = static_cast<uint32_t>(pa_usec_to_bytes(std::chrono::microseconds(blockDuration).count(), &spec));
     const pa_buffer_attr attributes { static_cast<uint32_t>(-1), static_cast<uint32_t>(-1),
-                                      static_cast<uint32_t>(-1), static_cast<uint32_t>(-1), fragment };
+        static_cast<uint32_t>(-1), static_cast<uint32_t>(-1), fragment };
     // Without adjusting the latency a monitor of an idle sink delivers in bursts of
     // up to two seconds.
     int flags = PA_STREAM_ADJUST_LATENCY;
@@ -142,7 +146,7 @@ bool PulseCapture::openStream(const QByteArray &device)
     if (m_suspended)
         flags |= PA_STREAM_START_CORKED;
     if (pa_stream_connect_record(m_stream, device.isEmpty() ? nullptr : device.constData(), &attributes,
-                                 static_cast<pa_stream_flags_t>(flags))
+            static_cast<pa_stream_flags_t>(flags))
         < 0) {
         closeStream();
         return false;
@@ -216,7 +220,8 @@ void PulseCapture::subscribe()
                 static_cast<PulseCapture *>(self)->onServerChanged();
         },
         this);
-    if (pa_operation *operation = pa_context_subscribe(context, PA_SUBSCRIPTION_MASK_SERVER, nullptr, nullptr))
+    if (pa_operation *operation
+        = pa_context_subscribe(context, PA_SUBSCRIPTION_MASK_SERVER, nullptr, nullptr))
         pa_operation_unref(operation);
 }
 
@@ -351,7 +356,8 @@ void PulseCapture::fillSilence(std::chrono::milliseconds quietFor)
     if (m_suspended || now - m_lastData < quietFor)
         return;
     // Stop a block short of the present: that much is normally on its way.
-    const qint64 slack = m_spec.rate * std::chrono::duration_cast<std::chrono::milliseconds>(blockDuration).count() / 1000;
+    const qint64 slack
+        = m_spec.rate * std::chrono::duration_cast<std::chrono::milliseconds>(blockDuration).count() / 1000;
     const qint64 missing = expectedFrames(now) - slack - m_delivered;
     if (missing <= 0)
         return;

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "audio/pulse/PulseConnection.h"
 #include "audio/SoundServer.h"
+#include "audio/pulse/PulseConnection.h"
 
 #include <atomic>
 #include <chrono>
@@ -34,11 +34,14 @@
 class PulseCapture final : public Capture
 {
 public:
-    PulseCapture(QByteArray server, CaptureSource source, const SampleSpec &spec, SoundServer::BlockHandler onBlock);
+    PulseCapture(
+        QByteArray server, CaptureSource source, const SampleSpec &spec, SoundServer::BlockHandler onBlock);
     ~PulseCapture() override;
 
     // Connects and waits until the stream runs; the server's status text on failure.
-    [[nodiscard]] std::optional<QString> start();
+    // A system-output capture starts on `output` when given, else on the default
+    // output it reads itself.
+    [[nodiscard]] std::optional<QString> start(const OutputDevice *output = nullptr);
 
     void setSuspended(bool suspended) override;
     void catchUp() override;

@@ -5,8 +5,7 @@
 
 PulseSoundServer::PulseSoundServer(QByteArray server)
     : m_server(std::move(server))
-{
-}
+{ }
 
 PulseSoundServer::~PulseSoundServer() = default;
 
@@ -18,11 +17,21 @@ std::variant<OutputDevice, AudioObjectError> PulseSoundServer::defaultOutput()
     return m_reads->readDefaultOutput();
 }
 
-std::variant<std::unique_ptr<Capture>, QString>
-PulseSoundServer::startCapture(CaptureSource source, const SampleSpec &spec, BlockHandler onBlock)
+std::variant<std::unique_ptr<Capture>, QString> PulseSoundServer::startCapture(
+    CaptureSource source, const SampleSpec &spec, BlockHandler onBlock)
 {
     auto capture = std::make_unique<PulseCapture>(m_server, source, spec, std::move(onBlock));
     if (auto error = capture->start())
+        return *error;
+    return std::unique_ptr<Capture>(std::move(capture));
+}
+
+std::variant<std::unique_ptr<Capture>, QString> PulseSoundServer::startOutputCapture(
+    const OutputDevice &output, const SampleSpec &spec, BlockHandler onBlock)
+{
+    auto capture
+        = std::make_unique<PulseCapture>(m_server, CaptureSource::systemOutput, spec, std::move(onBlock));
+    if (auto error = capture->start(&output))
         return *error;
     return std::unique_ptr<Capture>(std::move(capture));
 }
@@ -32,8 +41,7 @@ Permission PulseSoundServer::probe(CaptureSource source)
     PulseConnection connection(m_server);
     PulseConnection::Locker lock(connection);
     if (const int error = connection.connect())
-        return error == PA_ERR_ACCESS || error == PA_ERR_AUTHKEY ? Permission::denied
-                                                                 : Permission::unknown;
+        return error == PA_ERR_ACCESS || error == PA_ERR_AUTHKEY ? Permission::denied : Permission::unknown;
     QByteArray device;
     if (source == CaptureSource::systemOutput) {
         auto output = connection.readDefaultOutput();
@@ -54,16 +62,19 @@ Permission PulseSoundServer::probe(CaptureSource source)
     if (!stream)
         return Permission::denied;
     pa_stream_set_state_callback(
-        stream, [](pa_stream *, void *mainloop) {
+        stream,
+        [](pa_stream *, void *mainloop) {
             pa_threaded_mainloop_signal(static_cast<pa_threaded_mainloop *>(mainloop), 0);
         },
         connection.mainloop());
     bool ready = false;
     if (pa_stream_connect_record(stream, device.constData(), nullptr,
-                                 static_cast<pa_stream_flags_t>(PA_STREAM_START_CORKED | PA_STREAM_DONT_MOVE))
+            static_cast<pa_stream_flags_t>(PA_STREAM_START_CORKED | PA_STREAM_DONT_MOVE))
         == 0) {
-        connection.wait([stream] { return !PA_STREAM_IS_GOOD(pa_stream_get_state(stream))
-                                          || pa_stream_get_state(stream) == PA_STREAM_READY; });
+        connection.wait([stream] {
+            return !PA_STREAM_IS_GOOD(pa_stream_get_state(stream))
+                || pa_stream_get_state(stream) == PA_STREAM_READY;
+        });
         ready = pa_stream_get_state(stream) == PA_STREAM_READY;
     }
     const bool serverGone = !connection.isReady();

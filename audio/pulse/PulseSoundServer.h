@@ -21,8 +21,10 @@ public:
     ~PulseSoundServer() override;
 
     [[nodiscard]] std::variant<OutputDevice, AudioObjectError> defaultOutput() override;
-    [[nodiscard]] std::variant<std::unique_ptr<Capture>, QString>
-    startCapture(CaptureSource source, const SampleSpec &spec, BlockHandler onBlock) override;
+    [[nodiscard]] std::variant<std::unique_ptr<Capture>, QString> startCapture(
+        CaptureSource source, const SampleSpec &spec, BlockHandler onBlock) override;
+    [[nodiscard]] std::variant<std::unique_ptr<Capture>, QString> startOutputCapture(
+        const OutputDevice &output, const SampleSpec &spec, BlockHandler onBlock) override;
     [[nodiscard]] Permission probe(CaptureSource source) override;
 
 private:

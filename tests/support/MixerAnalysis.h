@@ -2,20 +2,17 @@
 
 #include <QList>
 #include <QString>
-#include <QStringList>
 
 #include <vector>
 
 // What the mixer's tests need around it: WAV inputs made with libsndfile, and the mixed
-// M4A read back with FFmpeg's own demuxer and decoder, with a Goertzel filter to tell
-// which tone sits in which channel.
+// M4A read back with FFmpeg's own demuxer and decoder (tones: ToneAnalysis).
 namespace MixerAnalysis {
 
 struct Tone
 {
     double frequency = 0; // 0 is silence
     double amplitude = 0;
-    bool inverted = false; // the same tone with its sign flipped
 };
 
 enum class SampleFormat { float32, pcm16 };
@@ -23,12 +20,12 @@ enum class SampleFormat { float32, pcm16 };
 // A WAV file whose channel c carries channelTones[c] for `frames` frames. Empty on
 // success, libsndfile's error text otherwise.
 QString writeWav(const QString &path, int sampleRate, const QList<Tone> &channelTones, long long frames,
-                 SampleFormat format = SampleFormat::float32);
+    SampleFormat format = SampleFormat::float32);
 
 struct Decoded
 {
     QString error; // empty when the file was read completely
-    QString formatName;
+    QString formatName; // the demuxer's
     QString codec;
     int sampleRate = 0;
     int channels = 0;
@@ -40,13 +37,5 @@ struct Decoded
 };
 
 Decoded decode(const QString &path);
-
-// The amplitude of a sine of `frequency` in samples [from, to) (Goertzel).
-double toneAmplitude(const std::vector<float> &samples, long long from, long long to, double frequency,
-                     int sampleRate);
-double rms(const std::vector<float> &samples, long long from, long long to);
-
-// The four-letter types of the file's top-level boxes, in file order.
-QStringList topLevelBoxes(const QString &path);
 
 } // namespace MixerAnalysis

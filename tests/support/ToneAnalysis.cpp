@@ -7,12 +7,10 @@ namespace ToneAnalysis {
 
 double rms(std::span<const float> samples)
 {
-    if (samples.empty())
-        return 0;
     double sum = 0;
     for (float s : samples)
         sum += static_cast<double>(s) * s;
-    return std::sqrt(sum / static_cast<double>(samples.size()));
+    return samples.empty() ? 0 : std::sqrt(sum / static_cast<double>(samples.size()));
 }
 
 double energyAt(std::span<const float> samples, double rate, double frequency)
@@ -26,9 +24,15 @@ double energyAt(std::span<const float> samples, double rate, double frequency)
         beforePrevious = previous;
         previous = current;
     }
-    const double power = previous * previous + beforePrevious * beforePrevious - coefficient * previous * beforePrevious;
+    const double power
+        = previous * previous + beforePrevious * beforePrevious - coefficient * previous * beforePrevious;
     const double n = static_cast<double>(samples.size());
-    return power / (n * n);
+    return std::max(power, 0.0) / (n * n);
+}
+
+double amplitudeAt(std::span<const float> samples, double rate, double frequency)
+{
+    return 2 * std::sqrt(energyAt(samples, rate, frequency));
 }
 
 double dominantFrequency(std::span<const float> samples, double rate, double low, double high)
@@ -38,8 +42,7 @@ double dominantFrequency(std::span<const float> samples, double rate, double low
     auto best = [&](double from, double to, double step) {
         double bestFrequency = from, bestEnergy = -1;
         for (double f = from; f <= to; f += step) {
-            const double e = energyAt(samples, rate, f);
-            if (e > bestEnergy) {
+            if (const double e = energyAt(samples, rate, f); e > bestEnergy) {
                 bestEnergy = e;
                 bestFrequency = f;
             }
@@ -48,15 +51,6 @@ double dominantFrequency(std::span<const float> samples, double rate, double low
     };
     const double coarse = best(low, high, 5);
     return best(coarse - 5, coarse + 5, 1);
-}
-
-std::vector<float> channel(std::span<const float> interleaved, int channels, int index)
-{
-    std::vector<float> result;
-    result.reserve(interleaved.size() / static_cast<std::size_t>(channels));
-    for (std::size_t i = static_cast<std::size_t>(index); i < interleaved.size(); i += static_cast<std::size_t>(channels))
-        result.push_back(interleaved[i]);
-    return result;
 }
 
 } // namespace ToneAnalysis

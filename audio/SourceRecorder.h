@@ -1,0 +1,93 @@
+#pragma once
+
+#include "audio/AudioFileWriter.h"
+#include "audio/CaptureError.h"
+#include "audio/SoundServer.h"
+
+#include <QLoggingCategory>
+#include <QString>
+
+#include <memory>
+#include <optional>
+#include <variant>
+
+// Records one source into one WAV file, with pause and resume: what SystemRecorder
+// and MicRecorder have in common. A subclass only says how its file is opened and its
+// capture started; the state, the guards, the writer thread and the file's end are here.
+//
+//   idle → start() → recording ⇄ pause()/resume() → paused … → stop() → closed (file kept)
+//                                                          or cancel() → closed (file deleted)
+//
+// stop() closes the file from the paused state too: the paused span is not in it, and
+// nothing has to be resumed first. Misordered calls are logged and ignored. A start
+// that fails leaves no file behind.
+//
+// Thread contract: every member on the owner's (main) thread. Blocks arrive on the
+// sound server's thread and are copied into the writer's queue; the writer thread
+// (named after the recorder) writes them. Used for one recording only.
+class SourceRecorder
+{
+public:
+    struct Statistics
+    {
+        quint64 framesDelivered = 0; // by the server, silence for interruptions included
+        quint64 framesOfSilence = 0; // of those, silence written for interruptions
+        quint64 framesWritten = 0;
+        quint64 framesDropped = 0; // while paused, or after a write error
+    };
+
+    virtual ~SourceRecorder();
+    SourceRecorder(const SourceRecorder &) = delete;
+    SourceRecorder &operator=(const SourceRecorder &) = delete;
+
+    [[nodiscard]] QString filePath() const { return m_filePath; }
+    [[nodiscard]] bool isRecording() const { return m_state == State::recording; }
+    [[nodiscard]] bool isPaused() const { return m_state == State::paused; }
+
+    // Opens the file (it exists from then on) and starts capturing.
+    [[nodiscard]] std::optional<CaptureError> start();
+    void pause();
+    void resume();
+    // Closes the file, from recording or paused, and ends the capture.
+    void stop();
+    // As stop(), then deletes the file this recorder made.
+    void cancel();
+
+    // The counts so far; after stop() the final ones.
+    [[nodiscard]] Statistics statistics() const;
+
+protected:
+    struct Profile
+    {
+        const QLoggingCategory &category;
+        const char *name; // the writer thread's name
+        const char *subject; // "<subject> paused", "<subject> resumed", …
+        const char *device; // what a misordered call names: "pause() called while <device> not active"
+        // Paused time kept out at the server (the stream is suspended) rather than by the
+        // writer dropping what still arrives.
+        bool suspendWhilePaused;
+    };
+    using Opened = std::variant<std::unique_ptr<Capture>, CaptureError>;
+
+    SourceRecorder(QString filePath, const Profile &profile);
+
+    // Opens `file` at filePath() in the source's format and starts the capture that
+    // hands its blocks to `toFile`. Errors come in the recorder's own type.
+    [[nodiscard]] virtual Opened open(AudioFileWriter &file, SoundServer::BlockHandler toFile) = 0;
+
+    [[nodiscard]] const QLoggingCategory &category() const { return m_profile.category; }
+
+private:
+    enum class State { idle, recording, paused, closed };
+
+    [[nodiscard]] bool isOpen() const { return m_state == State::recording || m_state == State::paused; }
+    void setPaused(bool paused);
+
+    const QString m_filePath;
+    const Profile m_profile;
+    State m_state = State::idle;
+    // Declared before the capture so that it outlives it: the capture's thread pushes into it.
+    AudioFileWriter m_file;
+    std::unique_ptr<Capture> m_capture;
+    Capture::Counters m_finalCounters;
+};

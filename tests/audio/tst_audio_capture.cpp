@@ -1,0 +1,171 @@
+#include "audio/GlobalTap.h"
+#include "audio/MicrophonePermission.h"
+#include "audio/SystemAudioPermission.h"
+#include "audio/SystemRecorder.h"
+#include "audio/pulse/PulseAlertSound.h"
+#include "audio/pulse/PulseSoundServer.h"
+#include "support/LogCapture.h"
+#include "support/SoundFile.h"
+#include "support/ToneAnalysis.h"
+#include "support/TonePlayer.h"
+
+#include <QElapsedTimer>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QThread>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+// An idle monitor of the fixture's null sinks starts delivering only once its latency
+// has come down: recorded time counts from the first block written.
+bool waitForFirstAudio(const SourceRecorder &recorder)
+{
+    return QTest::qWaitFor([&] { return recorder.statistics().framesWritten > 0; }, 5000);
+}
+
+} // namespace
+
+// Capture and its permissions against the private sound server. The last test unloads
+// every device of the fixture.
+class AudioCapture : public QObject
+{
+    Q_OBJECT
+
+    QTemporaryDir m_dir;
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        QVERIFY2(!qEnvironmentVariableIsEmpty("PULSE_SERVER"), "runs under scripts/fixtures/with-pulse");
+    }
+
+    // A headset that becomes the default and then disappears (a profile switch): the
+    // capture follows the new default, then falls back to the speakers, and never
+    // records the microphone, where the server would move a plain stream.
+    void followsTheDefaultSink()
+    {
+        bool ok = false;
+        const QString module = pactl(
+            { u"load-module"_s, u"module-null-sink"_s, u"sink_name=headset"_s, u"rate=44100"_s }, &ok);
+        QVERIFY(ok);
+        TonePlayer speakers(440, "speakers");
+        TonePlayer headset(660, "headset");
+        TonePlayer microphone(1000, "micfeed");
+        PulseSoundServer server;
+        LogCapture log;
+        const QString path = m_dir.filePath(u"follow_system.wav"_s);
+        SystemRecorder recorder(path, server);
+        QVERIFY(!recorder.start());
+        QVERIFY(waitForFirstAudio(recorder));
+        QElapsedTimer elapsed;
+        elapsed.start();
+        QTest::qWait(700);
+        // A newly followed monitor starts late, later still on a loaded machine: stay on
+        // each sink until it has delivered a good part of a second.
+        const auto waitForAudio = [&recorder] {
+            const auto heard = [&recorder] {
+                return recorder.statistics().framesDelivered - recorder.statistics().framesOfSilence;
+            };
+            const quint64 from = heard();
+            return QTest::qWaitFor([&] { return heard() >= from + 38400; }, 8000);
+        };
+        pactl({ u"set-default-sink"_s, u"headset"_s }, &ok);
+        QVERIFY(ok && waitForAudio());
+        headset.stop(); // else the server moves the tone along to the speakers
+        pactl({ u"unload-module"_s, module }, &ok);
+        QVERIFY(ok && waitForAudio());
+        recorder.stop();
+        const double recorded = static_cast<double>(elapsed.elapsed()) / 1000;
+
+        const SoundFile file = SoundFile::read(path);
+        QCOMPARE(file.rate, 48000); // the format read at start holds throughout
+        // A monitor starts late after a switch: the order of the tones, not their times.
+        QStringList heard;
+        for (double t = 0; t + 0.2 <= file.seconds(); t += 0.1) {
+            const QString name = file.toneAt(t, 0.2, 440) ? u"speakers"_s
+                : file.toneAt(t, 0.2, 660)                ? u"headset"_s
+                                                          : QString();
+            if (!name.isEmpty() && (heard.isEmpty() || heard.last() != name))
+                heard.append(name);
+        }
+        QVERIFY2(heard.size() >= 3 && heard.first() == u"speakers"_s && heard.contains(u"headset"_s)
+                && heard.last() == u"speakers"_s,
+            qPrintable(heard.join(u' ')));
+        const auto all = file.channelSpan(0, 0, file.seconds());
+        QVERIFY(ToneAnalysis::energyAt(all, file.rate, 1000)
+            < ToneAnalysis::energyAt(all, file.rate, 440) / 1000);
+        // Silence fills the switches, so the timeline matches the clock.
+        QVERIFY2(std::abs(file.seconds() - recorded) < 0.3,
+            qPrintable(u"file %1 s, recorded %2 s"_s.arg(file.seconds()).arg(recorded)));
+        QVERIFY(log.contains(u"Default output is now headset"_s));
+    }
+
+    // What a recording's start plays reaches the speakers: soft, but clearly there.
+    void alertSoundPlaysOnTheSpeakers()
+    {
+        PulseSoundServer server;
+        const QString path = m_dir.filePath(u"alert_system.wav"_s);
+        SystemRecorder speakers(path, server);
+        QVERIFY(!speakers.start());
+        QVERIFY(waitForFirstAudio(speakers));
+        PulseAlertSound().play();
+        QTest::qWait(150);
+        speakers.stop();
+        const SoundFile file = SoundFile::read(path);
+        const std::vector<float> left = file.channelSpan(0, 0, file.seconds());
+        QCOMPARE(ToneAnalysis::dominantFrequency(left, file.rate), 880.0);
+        const double peak = *std::max_element(left.begin(), left.end());
+        QVERIFY2(peak > 0.05 && peak < 0.15, qPrintable(QString::number(peak)));
+        LogCapture log;
+        PulseAlertSound("unix:/nonexistent/selvaro-test-socket").play();
+        QVERIFY(log.contains(u"No alert sound: "_s));
+    }
+
+    // The permissions as probes: granted where capture works, unknown with no server,
+    // denied with no devices (the last row: it unloads them), each answered on the main
+    // thread; and the tap's error from the server.
+    void permissions_data()
+    {
+        QTest::addColumn<QByteArray>("address");
+        QTest::addColumn<Permission>("status");
+        QTest::addColumn<QString>("tapError");
+        QTest::newRow("fixture") << QByteArray() << Permission::granted << QString();
+        QTest::newRow("no server") << QByteArray("unix:/nonexistent/selvaro-test-socket")
+                                   << Permission::unknown << u"Error reading data for default sink: "_s;
+        QTest::newRow("no devices") << QByteArray() << Permission::denied
+                                    << u"Error reading data for default sink: No such entity"_s;
+    }
+
+    void permissions()
+    {
+        QFETCH(QByteArray, address);
+        QFETCH(Permission, status);
+        QFETCH(QString, tapError);
+        if (status == Permission::denied)
+            QVERIFY(unloadAllDevices());
+        PulseSoundServer server(address);
+        SystemAudioPermission system(server);
+        MicrophonePermission microphone(server);
+        QCOMPARE(system.status(), Permission::unknown); // the answer arrives later, on this thread
+        bool onMainThread = false;
+        connect(&system, &CapturePermission::requestFinished, this,
+            [&] { onMainThread = QThread::currentThread() == thread(); });
+        QSignalSpy finished(&system, &CapturePermission::requestFinished);
+        system.request();
+        QTRY_COMPARE(finished.count(), 1);
+        QVERIFY(onMainThread);
+        QCOMPARE(finished.at(0).at(0).toBool(), status == Permission::granted);
+        QCOMPARE(system.status(), status);
+        QTRY_COMPARE(microphone.status(), status);
+        GlobalTap tap(server);
+        tap.activate();
+        QVERIFY2(tapError.isEmpty() ? tap.errorMessage().isEmpty() : tap.errorMessage().startsWith(tapError),
+            qPrintable(tap.errorMessage()));
+    }
+};
+
+QTEST_GUILESS_MAIN(AudioCapture)
+#include "tst_audio_capture.moc"

@@ -1,0 +1,114 @@
+#include "audio/AudioFileWriter.h"
+#include "audio/RecordingsFolder.h"
+#include "common/Logging.h"
+#include "support/LogCapture.h"
+#include "support/SoundFile.h"
+
+#include <QDir>
+#include <QFile>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QtEndian>
+
+#include <csignal>
+#include <sys/resource.h>
+#include <sys/stat.h>
+
+namespace {
+
+mode_t modeOf(const QString &path)
+{
+    struct stat info
+    {
+    };
+    ::lstat(QFile::encodeName(path).constData(), &info);
+    return info.st_mode & 0777;
+}
+
+} // namespace
+
+// What the recordings folder holds on disk: private folders and files, and WAVs that
+// stay readable whatever happens to the process or the disk.
+class AudioFiles : public QObject
+{
+    Q_OBJECT
+
+    QTemporaryDir m_dir;
+    const std::vector<float> m_ramp = [] {
+        std::vector<float> samples(2048);
+        for (std::size_t i = 0; i < samples.size(); ++i)
+            samples[i] = static_cast<float>(i % 1000) / 1000.0F;
+        return samples;
+    }();
+
+private Q_SLOTS:
+    void foldersArePrivate()
+    {
+        QVERIFY(RecordingsFolder::defaultPath().startsWith(QDir::tempPath() + QStringLiteral("/selvaro-")));
+        const QString parent = m_dir.filePath(QStringLiteral("selvaro-test"));
+        const QString path = parent + QStringLiteral("/Recordings");
+        QVERIFY(!RecordingsFolder::create(path));
+        QCOMPARE(modeOf(parent), mode_t(0700));
+        QVERIFY(QFile::setPermissions(path, QFileDevice::Permissions(0x7755)));
+        QVERIFY(!RecordingsFolder::create(path)); // an existing folder open to others is tightened
+        QCOMPARE(modeOf(path), mode_t(0700));
+        const QString linked = m_dir.filePath(QStringLiteral("selvaro-linked"));
+        QVERIFY(QDir().mkpath(linked) && QFile::link(parent, linked + QStringLiteral("/Recordings")));
+        const auto error = RecordingsFolder::create(linked + QStringLiteral("/Recordings"));
+        QVERIFY(error && error->contains(QStringLiteral("not a folder of this user")));
+    }
+
+    // What a killed process leaves: a private file whose header is current while it is open.
+    void headerIsCurrentWhileOpen()
+    {
+        const QString path = m_dir.filePath(QStringLiteral("open.wav"));
+        QFile earlier(path);
+        QVERIFY(
+            earlier.open(QIODevice::WriteOnly) && earlier.setPermissions(QFileDevice::Permissions(0x6644)));
+        earlier.close();
+        AudioFileWriter writer("test-writer", lcSystemRecorder());
+        QVERIFY(!writer.open(path, { SampleSpec::Sample::float32, 48000, 2 }));
+        QCOMPARE(modeOf(path), mode_t(0600));
+        writer.push(m_ramp.data(), 1000);
+        writer.push(nullptr, 500); // silence
+        QTRY_COMPARE(writer.framesWritten(), quint64(1500));
+        QFile raw(path);
+        QVERIFY(raw.open(QIODevice::ReadOnly));
+        QCOMPARE(
+            qFromLittleEndian<quint32>(raw.read(8).constData() + 4), quint32(raw.size() - 8)); // RIFF size
+        const SoundFile file = SoundFile::read(path);
+        QCOMPARE(file.frames(), 1500);
+        QCOMPARE(file.samples[1], m_ramp[1]);
+        QCOMPARE(file.samples.back(), 0.0F);
+    }
+
+    // A full disk, played by a file size limit: logged once, writing stops, and the file
+    // holds what was written before.
+    void writeErrorStopsWritingAndKeepsTheFile()
+    {
+        const QString path = m_dir.filePath(QStringLiteral("full.wav"));
+        LogCapture log;
+        std::signal(SIGXFSZ, SIG_IGN);
+        rlimit saved {};
+        QCOMPARE(::getrlimit(RLIMIT_FSIZE, &saved), 0);
+        AudioFileWriter writer("test-writer", lcSystemRecorder());
+        QVERIFY(!writer.open(path, { SampleSpec::Sample::float32, 48000, 2 }));
+        rlimit limited = saved;
+        limited.rlim_cur = 64 * 1024;
+        QCOMPARE(::setrlimit(RLIMIT_FSIZE, &limited), 0);
+        for (int i = 0; i < 20; ++i)
+            writer.push(m_ramp.data(), 1024);
+        QTRY_VERIFY(writer.failed());
+        writer.close();
+        QCOMPARE(::setrlimit(RLIMIT_FSIZE, &saved), 0);
+        QCOMPARE(log.lines(QStringLiteral("SystemRecorder"))
+                     .filter(QStringLiteral("Failed to write audio file"))
+                     .size(),
+            1);
+        QVERIFY(writer.framesWritten() > 0 && writer.framesWritten() < 20 * 1024);
+        QVERIFY(SoundFile::read(path).frames() >= static_cast<long long>(writer.framesWritten()) - 1024);
+    }
+};
+
+QTEST_GUILESS_MAIN(AudioFiles)
+#include "tst_audio_files.moc"

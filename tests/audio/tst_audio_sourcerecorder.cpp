@@ -1,0 +1,174 @@
+#include "audio/MicRecorder.h"
+#include "audio/SystemRecorder.h"
+#include "support/FakeSoundServer.h"
+#include "support/LogCapture.h"
+#include "support/SoundFile.h"
+
+#include <QFileInfo>
+#include <QRegularExpression>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <sndfile.h>
+
+using namespace Qt::StringLiterals;
+
+// The rules both recorders share, over a sound server that delivers blocks on demand.
+class AudioSourceRecorder : public QObject
+{
+    Q_OBJECT
+
+    QTemporaryDir m_dir;
+    FakeSoundServer m_fake;
+    const QString m_path = m_dir.filePath(u"x.wav"_s);
+
+    std::unique_ptr<SourceRecorder> make(const QString &recorder, const QString &path)
+    {
+        if (recorder == u"SystemRecorder"_s)
+            return std::make_unique<SystemRecorder>(path, m_fake);
+        return std::make_unique<MicRecorder>(path, m_fake);
+    }
+
+private Q_SLOTS:
+    void init()
+    {
+        m_fake.sources = { { CaptureSource::systemOutput, {} }, { CaptureSource::defaultInput, {} } };
+        m_fake.noOutput = false;
+        m_fake.outputReads = 0;
+        QFile::remove(m_path);
+    }
+
+    // Misordered calls are logged and ignored; cancel deletes the file once.
+    void callsInOrder_data()
+    {
+        QTest::addColumn<QString>("recorder");
+        QTest::addColumn<QString>("calls");
+        QTest::addColumn<QStringList>("logged"); // its lines about misuse and files; %1 is the file
+        QTest::addColumn<bool>("paused");
+        for (const auto &[recorder, device] :
+            { std::pair(u"SystemRecorder"_s, u"tap"_s), std::pair(u"MicRecorder"_s, u"microphone"_s) }) {
+            const auto row = [&](const char *name, const QString &calls, const QStringList &logged,
+                                 bool paused) {
+                QTest::addRow("%s, %s", qPrintable(recorder), name) << recorder << calls << logged << paused;
+            };
+            row("pause twice", u"start pause pause"_s, { u"pause() called while already paused"_s }, true);
+            row("resume while recording", u"start resume"_s, { u"resume() called while not paused"_s },
+                false);
+            row("start twice", u"start start"_s, { u"start() while already recording"_s }, false);
+            row("pause before start", u"pause"_s, { u"pause() called while %1 not active"_s.arg(device) },
+                false);
+            row("resume after stop", u"start stop resume"_s,
+                { u"resume() called while %1 not active"_s.arg(device) }, false);
+            row("cancel twice", u"start cancel cancel"_s,
+                { u"Deleted recording file: %1"_s, u"No file to delete at: %1"_s }, false);
+        }
+    }
+
+    void callsInOrder()
+    {
+        QFETCH(QString, recorder);
+        QFETCH(QString, calls);
+        QFETCH(QStringList, logged);
+        QFETCH(bool, paused);
+        const auto source = make(recorder, m_path);
+        LogCapture log;
+        for (const QString &call : calls.split(QLatin1Char(' '))) {
+            if (call == u"start"_s)
+                QVERIFY(!source->start());
+            else if (call == u"pause"_s)
+                source->pause();
+            else if (call == u"resume"_s)
+                source->resume();
+            else if (call == u"stop"_s)
+                source->stop();
+            else
+                source->cancel();
+        }
+        QCOMPARE(log.lines(recorder).filter(QRegularExpression(u" while | file"_s)),
+            logged.replaceInStrings(u"%1"_s, m_path));
+        QCOMPARE(source->isPaused(), paused);
+        QCOMPARE(QFileInfo::exists(m_path), !calls.contains(u"cancel"_s) && calls.startsWith(u"start"_s));
+    }
+
+    // Paused blocks stay out of the file, and stop() closes a paused recorder; each
+    // file in its own format.
+    void pausedBlocksStayOut_data()
+    {
+        QTest::addColumn<QString>("recorder");
+        QTest::addColumn<int>("channels");
+        QTest::addColumn<int>("subformat");
+        QTest::newRow("system") << u"SystemRecorder"_s << 2 << int(SF_FORMAT_FLOAT);
+        QTest::newRow("microphone") << u"MicRecorder"_s << 1 << int(SF_FORMAT_PCM_16);
+    }
+
+    void pausedBlocksStayOut()
+    {
+        QFETCH(QString, recorder);
+        QFETCH(int, channels);
+        QFETCH(int, subformat);
+        const bool system = channels == 2;
+        const CaptureSource which = system ? CaptureSource::systemOutput : CaptureSource::defaultInput;
+        FakeSoundServer::Source &fake = m_fake.sources[which];
+        fake.frequency = 440;
+        const auto source = make(recorder, m_path);
+        quint64 handled = 0;
+        const auto deliver = [&] {
+            handled += fake.suspended ? 0 : 4800;
+            m_fake.deliver(which, 4800);
+            return QTest::qWaitFor([&] {
+                return source->statistics().framesWritten + source->statistics().framesDropped == handled;
+            });
+        };
+        QVERIFY(!source->start());
+        QVERIFY(deliver());
+        source->pause();
+        QCOMPARE(fake.suspended, !system); // the microphone's stream is corked
+        QVERIFY(deliver());
+        source->resume();
+        QVERIFY(deliver());
+        source->pause();
+        QVERIFY(deliver());
+        source->stop();
+        QCOMPARE(fake.live, 0);
+        const SoundFile file = SoundFile::read(m_path);
+        QCOMPARE(file.frames(), 9600);
+        QCOMPARE(QList<int>({ file.channels, file.rate, file.format & SF_FORMAT_SUBMASK }),
+            QList<int>({ channels, 48000, subformat }));
+    }
+
+    // A start that fails says why, in the recorder's own words, and leaves no file.
+    void failedStartLeavesNoFile_data()
+    {
+        QTest::addColumn<QString>("recorder");
+        QTest::addColumn<QString>("fault");
+        QTest::addColumn<QString>("error");
+        QTest::newRow("system, no output")
+            << u"SystemRecorder"_s << u"no output"_s << u"Tap stream description not available."_s;
+        QTest::newRow("system, refused")
+            << u"SystemRecorder"_s << u"refused"_s << u"Failed to start audio device: Access denied"_s;
+        QTest::newRow("system, no folder") << u"SystemRecorder"_s << u"no folder"_s << u"Failed to open "_s;
+        QTest::newRow("microphone, refused")
+            << u"MicRecorder"_s << u"refused"_s << u"Failed to start microphone recording"_s;
+        QTest::newRow("microphone, no folder") << u"MicRecorder"_s << u"no folder"_s << u"Failed to open "_s;
+    }
+
+    void failedStartLeavesNoFile()
+    {
+        QFETCH(QString, recorder);
+        QFETCH(QString, fault);
+        QFETCH(QString, error);
+        m_fake.noOutput = fault == u"no output"_s;
+        for (auto &[which, source] : m_fake.sources)
+            source.refuse = fault == u"refused"_s;
+        const QString path = fault == u"no folder"_s ? m_dir.filePath(u"gone/x.wav"_s) : m_path;
+        LogCapture log;
+        const std::optional<CaptureError> failure = make(recorder, path)->start();
+        QVERIFY(failure && describe(*failure).startsWith(error));
+        QVERIFY(!QFileInfo::exists(path));
+        QCOMPARE(log.lines(u"GlobalTap"_s).contains(u"Error reading data for default sink: No such entity"_s),
+            m_fake.noOutput);
+    }
+};
+
+QTEST_GUILESS_MAIN(AudioSourceRecorder)
+#include "tst_audio_sourcerecorder.moc"

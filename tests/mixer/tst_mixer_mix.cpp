@@ -1,0 +1,263 @@
+#include "audio/AudioMixer.h"
+#include "audio/DualRecorderError.h"
+#include "support/MixerAnalysis.h"
+#include "support/ToneAnalysis.h"
+
+#include <QFile>
+#include <QFileInfo>
+#include <QRegularExpression>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QThread>
+
+#include <qcoro/qcorotask.h>
+
+#include <span>
+
+using namespace MixerAnalysis;
+using namespace Qt::StringLiterals;
+using ToneAnalysis::amplitudeAt;
+
+namespace {
+
+constexpr int rate = 48000;
+
+struct Run
+{
+    QString transcript;
+    QString error; // the DualRecorderError's message
+    bool onAwaitingThread = true;
+};
+
+// QCoro::waitFor never returns from a task that throws, so the error is caught inside.
+QCoro::Task<> catching(QCoro::Task<> task, QString &error)
+{
+    try {
+        co_await std::move(task);
+    } catch (const DualRecorderError &thrown) {
+        error = thrown.message();
+    }
+}
+
+Run mix(const AudioMixer::Files &files)
+{
+    Run run;
+    QThread *awaiting = QThread::currentThread();
+    const auto append = [&run, awaiting](const QString &line) {
+        run.transcript += line;
+        run.onAwaitingThread &= QThread::currentThread() == awaiting;
+    };
+    QCoro::waitFor(catching(AudioMixer::mixAudioFiles(files, append), run.error));
+    return run;
+}
+
+std::span<const float> seconds(const std::vector<float> &samples, double from, double to)
+{
+    const auto first = std::min(samples.size(), static_cast<size_t>(from * rate));
+    const auto last = std::clamp(static_cast<size_t>(to * rate), first, samples.size());
+    return std::span(samples).subspan(first, last - first);
+}
+
+bool isPrivate(const QString &path)
+{
+    return (QFileInfo(path).permissions()
+               & ~(QFile::ReadOwner | QFile::WriteOwner | QFile::ReadUser | QFile::WriteUser))
+        == QFileDevice::Permissions();
+}
+
+} // namespace
+
+class MixerMix : public QObject
+{
+    Q_OBJECT
+
+    QTemporaryDir m_dir;
+    AudioMixer::Files m_files;
+
+private slots:
+    void init()
+    {
+        m_files = { m_dir.filePath(QStringLiteral("1_system.wav")),
+            m_dir.filePath(QStringLiteral("1_microphone.wav")),
+            m_dir.filePath(QStringLiteral("1_mixed.m4a")) };
+        for (const QString &path : { m_files.systemAudio, m_files.microphone, m_files.output })
+            QFile::remove(path);
+    }
+
+    // System left (stereo averaged, mono copied, channels past two ignored), microphone
+    // right (its first channel), no resampling, the shorter padded with silence.
+    void laysOutChannels_data()
+    {
+        QTest::addColumn<QList<Tone>>("system");
+        QTest::addColumn<int>("systemRate");
+        QTest::addColumn<double>("systemSeconds");
+        QTest::addColumn<QList<Tone>>("microphone");
+        QTest::addColumn<double>("microphoneSeconds");
+        QTest::addColumn<QList<double>>(
+            "heard"); // amplitudes: left 440 Hz, left 660 Hz, right 1000 Hz, right 660 Hz
+        const QList<Tone> mono { { 440, 0.5 } };
+        const QList<Tone> mic { { 1000, 0.4 } };
+        const QList<double> plain { 0.5, 0, 0.4, 0 };
+        QTest::newRow("mono system copied") << mono << rate << 1.0 << mic << 1.0 << plain;
+        QTest::newRow("stereo system averaged") << QList<Tone> { { 440, 0.6 }, { 660, 0.4 } } << rate << 1.0
+                                                << mic << 1.0 << QList<double> { 0.3, 0.2, 0.4, 0 };
+        QTest::newRow("channels past two ignored")
+            << QList<Tone> { { 440, 0.6 }, { 440, 0.6 }, { 660, 0.8 } } << rate << 1.0 << mic << 1.0
+            << QList<double> { 0.6, 0, 0.4, 0 };
+        QTest::newRow("first microphone channel")
+            << mono << rate << 1.0 << QList<Tone> { { 1000, 0.4 }, { 660, 0.7 } } << 1.0 << plain;
+        // 220 Hz at 24 kHz laid in frame for frame sounds at 440 Hz, for half the time.
+        QTest::newRow("rates sample for sample")
+            << QList<Tone> { { 220, 0.5 } } << 24000 << 1.0 << mic << 0.5 << plain;
+        QTest::newRow("shorter system padded") << mono << rate << 1.0 << mic << 3.0 << plain;
+        QTest::newRow("shorter microphone padded") << mono << rate << 3.0 << mic << 1.0 << plain;
+    }
+
+    void laysOutChannels()
+    {
+        QFETCH(QList<Tone>, system);
+        QFETCH(int, systemRate);
+        QFETCH(double, systemSeconds);
+        QFETCH(QList<Tone>, microphone);
+        QFETCH(double, microphoneSeconds);
+        QFETCH(QList<double>, heard);
+        QCOMPARE(writeWav(m_files.systemAudio, systemRate, system, qRound64(systemRate * systemSeconds)),
+            QString());
+        QCOMPARE(
+            writeWav(m_files.microphone, rate, microphone, qRound64(rate * microphoneSeconds)), QString());
+        QCOMPARE(mix(m_files).error, QString());
+        const Decoded out = decode(m_files.output);
+        const auto at = [&](const std::vector<float> &channel, double frequency) {
+            return amplitudeAt(seconds(channel, 0.1, 0.4), rate, frequency);
+        };
+        const QList<double> measured { at(out.left, 440), at(out.left, 660), at(out.right, 1000),
+            at(out.right, 660) };
+        for (qsizetype i = 0; i < heard.size(); ++i)
+            QVERIFY2(std::abs(measured[i] - heard[i]) < 0.03, qPrintable(QString::number(measured[i])));
+        // Past the shorter source only silence: nothing is stretched or repeated.
+        const double systemLasts = systemSeconds * systemRate / rate;
+        const double length = std::max(systemLasts, microphoneSeconds);
+        QVERIFY(std::abs(out.duration - length) < 0.03);
+        const auto &padded = systemLasts < microphoneSeconds ? out.left : out.right;
+        QVERIFY(
+            ToneAnalysis::rms(seconds(padded, std::min(systemLasts, microphoneSeconds) + 0.1, length - 0.1))
+            < 0.002);
+    }
+
+    // The promise: AAC 48 kHz stereo 192 kbit/s in a private M4A whose index comes first,
+    // replacing what was there; and the transcript, word for word.
+    void writesAFastStartM4aAndTheTranscript()
+    {
+        QFile old(m_files.output);
+        QVERIFY(old.open(QIODevice::WriteOnly) && old.write(QByteArray(3'000'000, 'x')) > 0);
+        old.close();
+        QCOMPARE(writeWav(m_files.systemAudio, rate, { { 440, 0.3 }, { 660, 0.3 } }, 4096 * 100), QString());
+        QCOMPARE(writeWav(m_files.microphone, rate, { { 1000, 0.3 } }, 4096 * 100), QString());
+        const Run run = mix(m_files);
+        QCOMPARE(run.error, QString());
+        QVERIFY(run.onAwaitingThread && isPrivate(m_files.output));
+        QFile file(m_files.output);
+        QVERIFY(file.open(QIODevice::ReadOnly));
+        const QByteArray bytes = file.readAll();
+        QVERIFY(bytes.mid(8, 4) == "M4A " && bytes.indexOf("moov") < bytes.indexOf("mdat"));
+        const Decoded out = decode(m_files.output);
+        QCOMPARE(QStringList({ out.codec, out.channelLayout, QString::number(out.sampleRate) }),
+            QStringList({ u"aac"_s, u"stereo"_s, u"48000"_s }));
+        QVERIFY2(std::abs(out.bitRate - 192000) <= 19200, qPrintable(QString::number(out.bitRate)));
+        QVERIFY(std::abs(out.duration - 409600.0 / rate) < 0.03);
+        QStringList got = run.transcript.split(QLatin1Char('\n'));
+        QVERIFY(got.size() > 2 && got.takeLast().isEmpty());
+        QVERIFY2(QRegularExpression(
+                     QStringLiteral("^Timestams, \\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d \\+0000$"))
+                     .match(got[1])
+                     .hasMatch(),
+            qPrintable(got[1]));
+        const QStringList expected { QStringLiteral("=== STARTING AUDIO MIXING ==="), got[1],
+            QStringLiteral("File existence - System: true, Mic: true"),
+            QStringLiteral("System audio file size: %1 bytes").arg(QFileInfo(m_files.systemAudio).size()),
+            QStringLiteral("Microphone file size: %1 bytes").arg(QFileInfo(m_files.microphone).size()),
+            QStringLiteral("System audio: 409600 frames, 2 channels, 48000.0 Hz"),
+            QStringLiteral("Microphone: 409600 frames, 1 channels, 48000.0 Hz"),
+            QStringLiteral("AVAssetWriter configured for direct M4A output"),
+            QStringLiteral("Started writing session"), QStringLiteral("Starting mixing and encoding loop..."),
+            QStringLiteral("Mixing complete: 101 iterations, 409600 frames written"),
+            QStringLiteral("Finalizing M4A file..."), QStringLiteral("M4A file created successfully"),
+            QStringLiteral("Output file path: ") + m_files.output,
+            QStringLiteral("Output M4A file size: %1 bytes").arg(QFileInfo(m_files.output).size()),
+            QStringLiteral("=== MIXING COMPLETED SUCCESSFULLY ===") };
+        QCOMPARE(got, expected);
+    }
+
+    // Inputs that are missing, unreadable or empty, and an output that cannot be made.
+    void inputRules_data()
+    {
+        QTest::addColumn<QString>("system"); // a tone, "missing", "garbage" or "empty"
+        QTest::addColumn<QString>("microphone");
+        QTest::addColumn<QString>("output");
+        QTest::addColumn<QString>("transcriptEnd");
+        QTest::addColumn<QString>("error");
+        QTest::addColumn<qint64>("outputSize"); // -1: no output file
+        const QString tone = QStringLiteral("tone");
+        const QString output = QStringLiteral("1_mixed.m4a");
+        QTest::newRow("both empty")
+            << u"empty"_s << u"empty"_s << output
+            << u"Microphone: 0 frames, 1 channels, 48000.0 Hz\nBoth files empty, creating empty output\n"_s
+            << QString() << qint64(0);
+        QTest::newRow("system missing")
+            << u"missing"_s << tone << output
+            << u"File existence - System: false, Mic: true\nERROR: One or both audio files missing\n"_s
+            << u"Audio files missing"_s << qint64(-1);
+        QTest::newRow("microphone missing")
+            << tone << u"missing"_s << output
+            << u"File existence - System: true, Mic: false\nERROR: One or both audio files missing\n"_s
+            << u"Audio files missing"_s << qint64(-1);
+        QTest::newRow("system unreadable")
+            << u"garbage"_s << tone << output << u"ERROR: Failed to open audio files\n"_s
+            << u"Failed to read audio files for mixing"_s << qint64(-1);
+        QTest::newRow("only the system empty")
+            << u"empty"_s << tone << output << u"ERROR: One file is empty (not yet supported)\n"_s
+            << u"Cannot mix with empty audio"_s << qint64(-1);
+        QTest::newRow("only the microphone empty")
+            << tone << u"empty"_s << output << u"ERROR: One file is empty (not yet supported)\n"_s
+            << u"Cannot mix with empty audio"_s << qint64(-1);
+        QTest::newRow("output folder missing")
+            << tone << tone << QStringLiteral("gone/1_mixed.m4a")
+            << u"AVAssetWriter configured for direct M4A output\nERROR: Could not start writing\n"_s
+            << u"Could not start AVAssetWriter"_s << qint64(-1);
+    }
+
+    void inputRules()
+    {
+        QFETCH(QString, system);
+        QFETCH(QString, microphone);
+        QFETCH(QString, output);
+        QFETCH(QString, transcriptEnd);
+        QFETCH(QString, error);
+        QFETCH(qint64, outputSize);
+        m_files.output = m_dir.filePath(output);
+        QFile earlier(m_files.output);
+        if (error.isEmpty() && earlier.open(QIODevice::WriteOnly))
+            earlier.write("an earlier mix");
+        earlier.close();
+        const auto make = [](const QString &path, const QString &kind, double frequency) {
+            QFile file(path);
+            if (kind == QLatin1String("garbage") && file.open(QIODevice::WriteOnly))
+                file.write("this is not a sound file at all, just some text that is long enough");
+            else if (kind != QLatin1String("missing"))
+                QCOMPARE(writeWav(path, rate, { { frequency, 0.5 } },
+                             kind == QLatin1String("empty") ? 0 : rate / 2),
+                    QString());
+        };
+        make(m_files.systemAudio, system, 440);
+        make(m_files.microphone, microphone, 1000);
+        const Run run = mix(m_files);
+        QCOMPARE(run.error, error);
+        QVERIFY(run.transcript.startsWith(QStringLiteral("=== STARTING AUDIO MIXING ===\nTimestams, ")));
+        QVERIFY2(run.transcript.endsWith(transcriptEnd), qPrintable(run.transcript));
+        QCOMPARE(QFileInfo::exists(m_files.output) ? QFileInfo(m_files.output).size() : -1, outputSize);
+        QVERIFY(outputSize < 0 || isPrivate(m_files.output));
+    }
+};
+
+QTEST_GUILESS_MAIN(MixerMix)
+#include "tst_mixer_mix.moc"
