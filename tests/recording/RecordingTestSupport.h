@@ -1,36 +1,34 @@
 #pragma once
 
-// Stand-ins for the recorder flow's tests: a clock the test moves by hand, a capture
-// that leaves a prepared file instead of recording, and a sound server whose only
-// job is to answer the permission probes.
+// Stand-ins for the recorder flow's tests: a capture that leaves a prepared file
+// instead of recording, a sound server whose only job is to answer the permission
+// probes, and the bench that builds a flow on them with a hand-moved clock.
 
+#include "account/SessionStore.h"
 #include "audio/MicrophonePermission.h"
 #include "audio/SoundServer.h"
 #include "audio/SystemAudioPermission.h"
+#include "recording/RecorderFlow.h"
 #include "support/ManualClock.h"
-#include "recording/RecorderPlatform.h"
-#include "recording/RecordingCapture.h"
 
-#include <QDateTime>
 #include <QFile>
-#include <QList>
-#include <QObject>
+#include <QNetworkAccessManager>
 #include <QStringList>
-
-#include <coroutine>
+#include <QTemporaryDir>
 
 #include <atomic>
-#include <chrono>
+#include <coroutine>
 
 namespace RecordingTest {
 
-using ::ManualClock;
-
 using namespace std::chrono_literals;
+using State = RecorderState;
 
-// A capture that records nothing: it logs the calls it gets, and stop() leaves
-// `mixedBytes` as the mixed file (no file at all when null). A held stop() waits
-// for release().
+// A URL nobody answers on: a send there fails at once with a connection error.
+inline const QUrl nowhere(QStringLiteral("http://127.0.0.1:1"));
+
+// Records nothing: notes the calls it gets; stop() leaves `mixedBytes` as the mixed
+// file (no file when null). A held stop() waits for release().
 class StandInCapture : public RecordingCapture
 {
 public:
@@ -41,7 +39,9 @@ public:
 
     QStringList calls;
     std::optional<QString> startError;
-    QByteArray mixedBytes = QByteArray("\0\0\0\x18" "ftypM4A \0\0\0\0M4A isom", 24);
+    QByteArray mixedBytes = QByteArray("\0\0\0\x18"
+                                       "ftypM4A \0\0\0\0M4A isom",
+                                       24);
     bool holdStop = false;
 
     std::optional<QString> start() override
@@ -57,14 +57,11 @@ public:
         calls << QStringLiteral("stop");
         if (holdStop)
             co_await Held{this};
-        if (!mixedBytes.isNull()) {
-            QFile file(m_mixedPath);
-            if (file.open(QIODevice::WriteOnly))
-                file.write(mixedBytes);
-        }
+        QFile file(m_mixedPath);
+        if (!mixedBytes.isNull() && file.open(QIODevice::WriteOnly))
+            file.write(mixedBytes);
     }
     [[nodiscard]] QString finalMixedPath() const override { return m_mixedPath; }
-
     // Ends a held stop() inside this call.
     void release()
     {
@@ -80,41 +77,19 @@ private:
         void await_suspend(std::coroutine_handle<> handle) { capture->m_held = handle; }
         void await_resume() const noexcept {}
     };
-
     QString m_mixedPath;
     std::coroutine_handle<> m_held;
 };
 
-// Hands out StandInCaptures and keeps them, so the test can look at the one the flow
-// is using. `configure` runs on each before the flow sees it.
-struct StandInFactory
-{
-    QList<std::shared_ptr<StandInCapture>> made;
-    std::optional<QString> nextStartError;
-    std::function<void(StandInCapture &)> configure;
-
-    CaptureFactory factory()
-    {
-        return [this](const QString &folder) -> std::shared_ptr<RecordingCapture> {
-            auto capture = std::make_shared<StandInCapture>(
-                QStringLiteral("%1/%2_mixed.m4a").arg(folder).arg(made.size() + 1));
-            capture->startError = nextStartError;
-            if (configure)
-                configure(*capture);
-            made.append(capture);
-            return capture;
-        };
-    }
-    [[nodiscard]] StandInCapture &last() { return *made.last(); }
-};
-
-// Answers probes with `access` and nothing else.
-class ProbeOnlyServer final : public SoundServer
+// Answers the probes of each source with its own value, and nothing else.
+class StandInServer final : public SoundServer
 {
 public:
-    std::atomic<Permission> access{Permission::unknown};
+    std::atomic<Permission> microphone{Permission::unknown};
+    std::atomic<Permission> systemAudio{Permission::unknown};
     std::atomic<int> probes{0};
 
+    void setBoth(Permission access) { microphone = systemAudio = access; }
     std::variant<OutputDevice, AudioObjectError> defaultOutput() override
     {
         return AudioObjectError{QStringLiteral("no output in this test")};
@@ -124,27 +99,62 @@ public:
     {
         return QStringLiteral("no capture in this test");
     }
-    Permission probe(CaptureSource) override
+    Permission probe(CaptureSource source) override
     {
         ++probes;
-        return access.load();
+        return source == CaptureSource::defaultInput ? microphone.load() : systemAudio.load();
     }
 };
 
-// What the state-machine and screen tests give a flow: stand-in captures from
-// `captures`, both permissions probed on `server`, the hand-moved clock, and a
-// recordings folder of the test's own.
-inline RecorderPlatform standInPlatform(const std::shared_ptr<SoundServer> &server, StandInFactory &captures,
-                                        std::shared_ptr<ManualClock> clock, QString recordingsFolder)
+// What a flow under test stands on. Captures are kept in `made`; `nextStartError` and
+// `holdStop` apply to the next ones. Build the flow after the bench, so it goes first.
+struct StandIns
 {
-    RecorderPlatform platform;
-    platform.soundServer = server;
-    platform.makeCapture = captures.factory();
-    platform.microphone = std::make_unique<MicrophonePermission>(*server);
-    platform.systemAudio = std::make_unique<SystemAudioPermission>(*server);
-    platform.clock = std::move(clock);
-    platform.recordingsFolder = std::move(recordingsFolder);
-    return platform;
-}
+    explicit StandIns(SessionStore::Load load = SessionStore::Load::nothing)
+        : store(std::make_unique<SessionStore>(load))
+    {
+    }
+
+    QTemporaryDir dir;
+    std::shared_ptr<ManualClock> clock = std::make_shared<ManualClock>();
+    std::shared_ptr<StandInServer> server = std::make_shared<StandInServer>();
+    QNetworkAccessManager network;
+    std::unique_ptr<SessionStore> store;
+    QList<std::shared_ptr<StandInCapture>> made;
+    std::optional<QString> nextStartError;
+    bool holdStop = false;
+    QByteArray nextMix = StandInCapture(QString()).mixedBytes;
+
+    [[nodiscard]] StandInCapture &last() { return *made.last(); }
+    [[nodiscard]] QString folder() const { return dir.filePath(QStringLiteral("Recordings")); }
+
+    std::unique_ptr<RecorderFlow> makeFlow(const QUrl &service = nowhere)
+    {
+        RecorderPlatform platform;
+        platform.soundServer = server;
+        platform.makeCapture = [this](const QString &in) -> std::shared_ptr<RecordingCapture> {
+            auto capture = std::make_shared<StandInCapture>(QStringLiteral("%1/%2.m4a").arg(in).arg(made.size()));
+            capture->startError = nextStartError;
+            capture->holdStop = holdStop;
+            capture->mixedBytes = nextMix;
+            made.append(capture);
+            return capture;
+        };
+        platform.microphone = std::make_unique<MicrophonePermission>(*server);
+        platform.systemAudio = std::make_unique<SystemAudioPermission>(*server);
+        platform.clock = clock;
+        platform.recordingsFolder = folder();
+        return std::make_unique<RecorderFlow>(SelvaroAPI(&network, service), *store, std::move(platform));
+    }
+
+    // Records for `duration` on the clock, pauses and saves.
+    void recordAndSave(RecorderFlow &flow, std::chrono::milliseconds duration = 1s)
+    {
+        flow.record();
+        clock->advanceInTicks(duration);
+        flow.pause();
+        flow.save();
+    }
+};
 
 } // namespace RecordingTest
