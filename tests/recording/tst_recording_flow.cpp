@@ -1,6 +1,6 @@
 // The recorder flow's state machine, display clock, permissions and the choices it
 // makes for the screen, on stand-ins with a hand-moved clock. Sends here end without
-// a session or at a port nobody listens on; recording_send sends to the service.
+// a session; recording_send sends to the service.
 #include "RecordingTestSupport.h"
 
 #include "support/LogCapture.h"
@@ -13,43 +13,45 @@ using namespace RecordingTest;
 Q_DECLARE_METATYPE(Permission)
 
 namespace {
-const QString notLinked = QStringLiteral("This Mac is not linked to a Selvaro account any more.");
-const QString couldNotStart =
-    QStringLiteral("The recording could not start. Check the microphone and system audio permissions.");
-const State finishing = State::saving(QStringLiteral("Finishing the recording…"));
+const QString notLinked = u"This Mac is not linked to a Selvaro account any more."_s;
+const QString couldNotStart
+    = u"The recording could not start. Check the microphone and system audio permissions."_s;
+const QString empty = u"The recording is empty. Was anything playing or said?"_s;
+const State finishing = State::saving(u"Finishing the recording…"_s);
 
-// Calls the action named by the first word of `event`.
-void act(RecorderFlow &flow, const QString &event)
+// Calls the actions `events` names, in order: "record failing" starts with an error,
+// "tick" moves the clock a second, "release" ends the first capture's held stop(),
+// "link [token]" stores a session, "mix none" and "mix empty" set what stop() leaves.
+void act(StandIns &bench, RecorderFlow &flow, const QString &events)
 {
-    static const QHash<QString, void (RecorderFlow::*)()> actions{
-        {QStringLiteral("record"), &RecorderFlow::record},   {QStringLiteral("pause"), &RecorderFlow::pause},
-        {QStringLiteral("resume"), &RecorderFlow::resume},   {QStringLiteral("save"), &RecorderFlow::save},
-        {QStringLiteral("discard"), &RecorderFlow::discard}, {QStringLiteral("retrySend"), &RecorderFlow::retrySend}};
-    (flow.*actions.value(event.section(QLatin1Char(' '), 0, 0)))();
+    static const QHash<QString, void (RecorderFlow::*)()> actions { { u"record"_s, &RecorderFlow::record },
+        { u"pause"_s, &RecorderFlow::pause }, { u"resume"_s, &RecorderFlow::resume },
+        { u"save"_s, &RecorderFlow::save }, { u"discard"_s, &RecorderFlow::discard },
+        { u"retrySend"_s, &RecorderFlow::retrySend } };
+    for (const QString &event : events.split(u", "_s, Qt::SkipEmptyParts)) {
+        bench.startError = event == u"record failing"_s ? std::optional(u"no microphone"_s) : std::nullopt;
+        if (event == u"tick"_s)
+            bench.clock->advanceInTicks(1s);
+        else if (event.startsWith(u"link"_s))
+            bench.link(event.size() > 4 ? event.mid(5) : tokenOfAcc1);
+        else if (event.startsWith(u"mix"_s))
+            bench.made.first()->mix = event.endsWith(u"none"_s) ? QByteArray() : QByteArray("");
+        else if (event == u"release"_s)
+            bench.made.first()->release();
+        else
+            (flow.*actions.value(event.section(u' ', 0, 0)))();
+    }
 }
 
 // Brings a fresh flow into `from`; every capture holds its stop() until released.
 void reach(StandIns &bench, RecorderFlow &flow, const QString &from)
 {
+    static const QHash<QString, QString> ways { { u"idle"_s, QString() }, { u"recording"_s, u"record"_s },
+        { u"paused"_s, u"record, tick, pause"_s }, { u"saving"_s, u"record, tick, pause, save"_s },
+        { u"failed send"_s, u"record, tick, pause, save, release"_s },
+        { u"failed start"_s, u"record failing"_s } };
     bench.holdStop = true;
-    if (from == QLatin1String("failed start")) {
-        bench.nextStartError = QStringLiteral("no microphone");
-        flow.record();
-        bench.nextStartError.reset();
-        return;
-    }
-    if (from == QLatin1String("idle"))
-        return;
-    flow.record();
-    if (from == QLatin1String("recording"))
-        return;
-    bench.clock->advanceInTicks(1s);
-    flow.pause();
-    if (from == QLatin1String("paused"))
-        return;
-    flow.save();
-    if (from == QLatin1String("failed send")) // without a session: kept for a retry
-        bench.last().release();
+    act(bench, flow, ways.value(from));
 }
 } // namespace
 
@@ -58,293 +60,156 @@ class TestRecordingFlow : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void transitions_data();
-    void transitions();
-    void screenChoices_data();
-    void screenChoices();
-    void elapsedCountsOnlyRecordedTime();
-    void startFailureIsLogged_data();
-    void startFailureIsLogged();
-    void sendOutlivesADiscard_data();
-    void sendOutlivesADiscard();
-    void tickerShowsRunningTimeAndMakesALastUpdate();
-    void permissionsFollowTheProbes();
-    void systemAudioPoll_data();
-    void systemAudioPoll();
-    void previewIsFrozen();
-    void destroyingTheFlowWhileSavingIsSafe();
-};
-
-void TestRecordingFlow::transitions_data()
-{
-    QTest::addColumn<QString>("from");
-    QTest::addColumn<QString>("event");
-    QTest::addColumn<State>("to");
-    QTest::addColumn<bool>("canRetrySend");
-    QTest::addColumn<double>("elapsed");
-    QTest::addColumn<QStringList>("calls"); // of every capture made, in order
-    const QString start = QStringLiteral("start"), pause = QStringLiteral("pause"), stop = QStringLiteral("stop");
-    const QString cancel = QStringLiteral("cancel"), resume = QStringLiteral("resume");
-    const auto row = [](const char *from, const char *event) -> QTestData & {
-        return QTest::addRow("%s, %s", from, event) << QString::fromLatin1(from) << QString::fromLatin1(event);
-    };
-    row("idle", "record") << State::recording() << false << 0.0 << QStringList{start};
-    row("idle", "record failing") << State::failed(couldNotStart) << false << 0.0 << QStringList{start};
-    row("idle", "pause") << State::idle() << false << 0.0 << QStringList{};
-    row("idle", "save") << State::idle() << false << 0.0 << QStringList{};
-    row("recording", "record") << State::recording() << false << 0.0 << QStringList{start};
-    row("recording", "resume") << State::recording() << false << 0.0 << QStringList{start};
-    row("recording", "pause") << State::paused() << false << 0.0 << QStringList{start, pause};
-    row("recording", "save") << finishing << false << 0.0 << QStringList{start, stop};
-    // Cancelled as it runs, not paused first: the capture then keeps its files.
-    row("recording", "discard") << State::idle() << false << 0.0 << QStringList{start, cancel};
-    row("paused", "pause") << State::paused() << false << 1.0 << QStringList{start, pause};
-    row("paused", "record") << State::paused() << false << 1.0 << QStringList{start, pause};
-    row("paused", "resume") << State::recording() << false << 1.0 << QStringList{start, pause, resume};
-    row("paused", "save") << finishing << false << 1.0 << QStringList{start, pause, stop};
-    row("paused", "discard") << State::idle() << false << 0.0 << QStringList{start, pause, cancel};
-    row("saving", "record") << finishing << false << 1.0 << QStringList{start, pause, stop};
-    row("saving", "save") << finishing << false << 1.0 << QStringList{start, pause, stop};
-    row("saving", "discard") << State::idle() << false << 0.0 << QStringList{start, pause, stop, cancel};
-    row("failed send", "record") << State::recording() << false << 0.0 << QStringList{start, pause, stop, start};
-    // The mixed file is sent again as it is: not stopped or mixed again.
-    row("failed send", "retrySend") << State::failed(notLinked) << true << 1.0 << QStringList{start, pause, stop};
-    row("failed send", "discard") << State::idle() << false << 0.0 << QStringList{start, pause, stop, cancel};
-    // A start that fails keeps the earlier recording: "Send again" still sends it.
-    row("failed send", "record failing") << State::failed(couldNotStart) << true << 1.0
-                                          << QStringList{start, pause, stop, start};
-    row("failed start", "record") << State::recording() << false << 0.0 << QStringList{start, start};
-    row("failed start", "retrySend") << State::failed(couldNotStart) << false << 0.0 << QStringList{start};
-}
-
-void TestRecordingFlow::transitions()
-{
-    QFETCH(QString, from);
-    QFETCH(QString, event);
-    StandIns bench;
-    auto flow = bench.makeFlow();
-    reach(bench, *flow, from);
-    if (event == QLatin1String("record failing"))
-        bench.nextStartError = QStringLiteral("no microphone");
-    act(*flow, event);
-    QTEST(flow->state(), "to");
-    QTEST(flow->canRetrySend(), "canRetrySend");
-    QTEST(flow->elapsed(), "elapsed");
-    QStringList calls;
-    for (const auto &capture : bench.made)
-        calls << capture->calls;
-    QTEST(calls, "calls");
-}
-
-void TestRecordingFlow::screenChoices_data()
-{
-    QTest::addColumn<State>("state");
-    QTest::addColumn<Permission>("microphone");
-    QTest::addColumn<Permission>("systemAudio");
-    QTest::addColumn<bool>("isLive");
-    QTest::addColumn<bool>("showsPermissions");
-    QTest::addColumn<bool>("systemAudioStepEnabled");
-    const Permission unknown = Permission::unknown, denied = Permission::denied, granted = Permission::granted;
-    QTest::newRow("idle") << State::idle() << granted << granted << false << false << true;
-    QTest::newRow("idle, none yet") << State::idle() << unknown << unknown << false << true << false;
-    QTest::newRow("idle, microphone denied") << State::idle() << denied << unknown << false << true << false;
-    QTest::newRow("idle, microphone granted") << State::idle() << granted << unknown << false << true << true;
-    QTest::newRow("idle, system audio first") << State::idle() << unknown << granted << false << true << true;
-    QTest::newRow("recording, microphone revoked") << State::recording() << denied << granted << true << false << true;
-    QTest::newRow("paused") << State::paused() << granted << granted << true << false << true;
-    QTest::newRow("saving, one missing") << finishing << granted << unknown << false << false << true;
-    QTest::newRow("sent, one missing") << State::sent() << unknown << granted << false << true << true;
-    QTest::newRow("failed") << State::failed(couldNotStart) << granted << granted << false << false << true;
-}
-
-void TestRecordingFlow::screenChoices()
-{
-    QFETCH(State, state);
-    QFETCH(Permission, microphone);
-    QFETCH(Permission, systemAudio);
-    const auto flow = RecorderFlow::preview(state, 0, microphone, systemAudio);
-    QTEST(flow->isLive(), "isLive");
-    QTEST(flow->showsPermissions(), "showsPermissions");
-    QTEST(flow->systemAudioStepEnabled(), "systemAudioStepEnabled");
-}
-
-void TestRecordingFlow::elapsedCountsOnlyRecordedTime()
-{
-    StandIns bench;
-    bench.holdStop = true;
-    auto flow = bench.makeFlow();
-    QSignalSpy elapsedChanges(flow.get(), &RecorderFlow::elapsedChanged);
-    flow->record();
-    bench.clock->advanceInTicks(3s);
-    flow->pause();
-    bench.clock->advanceInTicks(10s);
-    flow->resume();
-    QCOMPARE(flow->elapsed(), 3.0);
-    bench.clock->advanceInTicks(2s);
-    flow->save();
-    QCOMPARE(flow->elapsed(), 5.0);
-    QCOMPARE(elapsedChanges.count(), 2); // pause and save each closed one segment
-}
-
-void TestRecordingFlow::startFailureIsLogged_data()
-{
-    QTest::addColumn<bool>("folderBlocked");
-    QTest::addColumn<QString>("logged");
-    QTest::newRow("capture") << false << QStringLiteral("start: no microphone");
-    QTest::newRow("folder") << true << QStringLiteral("start: ");
-}
-
-void TestRecordingFlow::startFailureIsLogged()
-{
-    QFETCH(bool, folderBlocked);
-    QFETCH(QString, logged);
-    StandIns bench;
-    QFile blocker(bench.folder());
-    if (folderBlocked)
-        QVERIFY(blocker.open(QIODevice::WriteOnly));
-    else
-        bench.nextStartError = QStringLiteral("no microphone");
-    LogCapture log;
-    auto flow = bench.makeFlow();
-    flow->record();
-    QCOMPARE(flow->state(), State::failed(couldNotStart));
-    const QStringList lines = log.lines(QStringLiteral("recorder"));
-    QCOMPARE(lines.size(), 1);
-    QVERIFY2(lines.first().startsWith(logged), qPrintable(lines.first()));
-    QCOMPARE(bench.clock->sleepsOf(RecorderFlow::tickInterval), 0); // no ticker started
-}
-
-void TestRecordingFlow::sendOutlivesADiscard_data()
-{
-    QTest::addColumn<bool>("recordAgain");
-    QTest::addColumn<State>("outcome");
-    // Deliberately not cancelled: the send overwrites idle with its own outcome.
-    QTest::newRow("discarded") << false << State::failed(notLinked);
-    // But it never strands a newer recording under a "sent" or "failed" screen.
-    QTest::newRow("a new recording since") << true << State::recording();
-}
-
-void TestRecordingFlow::sendOutlivesADiscard()
-{
-    QFETCH(bool, recordAgain);
-    StandIns bench;
-    auto flow = bench.makeFlow();
-    reach(bench, *flow, QStringLiteral("saving"));
-    flow->discard();
-    if (recordAgain)
-        flow->record();
-    bench.made.first()->release();
-    QTEST(flow->state(), "outcome");
-    QVERIFY(!flow->canRetrySend()); // the discard dropped the recording
-    QCOMPARE(bench.last().calls.size(), recordAgain ? 1 : 4);
-}
-
-void TestRecordingFlow::tickerShowsRunningTimeAndMakesALastUpdate()
-{
-    StandIns bench;
-    auto flow = bench.makeFlow();
-    QSignalSpy shown(flow.get(), &RecorderFlow::displayedElapsedChanged);
-    flow->record();
-    bench.clock->advance(500ms);
-    QCOMPARE(flow->displayedElapsed(), 0.5);
-    bench.clock->advanceInTicks(1s);
-    bench.clock->advance(200ms); // between two ticks: the screen keeps its value
-    QCOMPARE(flow->displayedElapsed(), 1.5);
-    flow->pause();
-    const qsizetype beforePause = shown.count();
-    bench.clock->advanceInTicks(3s); // paused: the ticker runs but has no news
-    QCOMPARE(flow->displayedElapsed(), 1.7);
-    QCOMPARE(shown.count(), beforePause + 1);
-    flow->resume();
-    bench.clock->advance(300ms);
-    flow->save();
-    QTRY_COMPARE(flow->displayedElapsed(), 2.0); // the cancelled ticker's last update
-    const int sleeps = bench.clock->sleepsOf(RecorderFlow::tickInterval);
-    bench.clock->advanceInTicks(2s);
-    QCOMPARE(bench.clock->sleepsOf(RecorderFlow::tickInterval), sleeps); // it has ended
-
-    flow->record();
-    bench.clock->advanceInTicks(1s);
-    flow->discard();
-    QCOMPARE(flow->displayedElapsed(), 1.0); // discard itself does not touch it…
-    QTRY_COMPARE(flow->displayedElapsed(), 0.0); // …the last update does
-}
-
-void TestRecordingFlow::permissionsFollowTheProbes()
-{
-    StandIns bench;
-    bench.server->setBoth(Permission::granted);
-    auto flow = bench.makeFlow();
-    QTRY_COMPARE(flow->microphone(), Permission::granted);
-    QTRY_COMPARE(flow->systemAudio(), Permission::granted);
-    QSignalSpy microphoneChanges(flow.get(), &RecorderFlow::microphoneChanged);
-    flow->refreshPermissions();
-    flow->refreshPermissions();
-    QCOMPARE(microphoneChanges.count(), 0);
-
-    bench.server->setBoth(Permission::denied);
-    const int probes = bench.server->probes;
-    flow->requestMicrophone();
-    QTRY_COMPARE(flow->microphone(), Permission::denied);
-    QCOMPARE(bench.server->probes, probes + 1);
-    QCOMPARE(flow->systemAudio(), Permission::granted); // not asked again
-}
-
-void TestRecordingFlow::systemAudioPoll_data()
-{
-    QTest::addColumn<Permission>("answer");
-    QTest::addColumn<int>("polls");
-    QTest::newRow("stays unknown: ten reads") << Permission::unknown << RecorderFlow::permissionPollAttempts;
-    QTest::newRow("known at the first read") << Permission::granted << 1;
-}
-
-void TestRecordingFlow::systemAudioPoll()
-{
-    QFETCH(Permission, answer);
-    StandIns bench;
-    auto flow = bench.makeFlow();
-    QTRY_COMPARE(bench.server->probes, 2);
-    bench.server->systemAudio = answer;
-    flow->requestSystemAudio();
-    QTRY_COMPARE(bench.server->probes, 3);
-    QTRY_COMPARE(flow->systemAudio(), answer);
-    for (int second = 0; second < 15; ++second) {
-        bench.clock->advance(1s);
-        QCoreApplication::processEvents();
+    void transitions_data()
+    {
+        QTest::addColumn<QString>("from");
+        QTest::addColumn<QString>("event");
+        QTest::addColumn<State>("to");
+        QTest::addColumn<bool>("canRetrySend");
+        QTest::addColumn<double>("elapsed");
+        QTest::addColumn<QString>("calls"); // of every capture made, in order
+        const auto row = [](const char *from, const char *event, const State &to, bool retry, double elapsed,
+                             const char *calls) {
+            QTest::addRow("%s, %s", from, event) << QString::fromLatin1(from) << QString::fromLatin1(event)
+                                                 << to << retry << elapsed << QString::fromLatin1(calls);
+        };
+        const State recording = State::recording(), paused = State::paused(), idle = State::idle();
+        const State failedStart = State::failed(couldNotStart), failedSend = State::failed(notLinked);
+        row("idle", "record", recording, false, 0, "start");
+        row("idle", "record failing", failedStart, false, 0, "start");
+        row("recording", "record", recording, false, 0, "start");
+        row("recording", "resume", recording, false, 0, "start");
+        row("recording", "pause", paused, false, 0, "start pause");
+        row("recording", "save", finishing, false, 0, "start stop");
+        // Cancelled as it runs, not paused first: the capture then keeps its files.
+        row("recording", "discard", idle, false, 0, "start cancel");
+        row("paused", "pause", paused, false, 1, "start pause");
+        row("paused", "record", paused, false, 1, "start pause");
+        row("paused", "resume", recording, false, 1, "start pause resume");
+        row("paused", "save", finishing, false, 1, "start pause stop");
+        row("paused", "discard", idle, false, 0, "start pause cancel");
+        row("saving", "record", finishing, false, 1, "start pause stop");
+        row("saving", "save", finishing, false, 1, "start pause stop");
+        row("saving", "discard", idle, false, 0, "start pause stop cancel");
+        // Deliberately not cancelled: the send overwrites idle with its own outcome…
+        row("saving", "discard, release", failedSend, false, 0, "start pause stop cancel");
+        // …but never the state of a newer recording.
+        row("saving", "discard, record, release", recording, false, 0, "start pause stop cancel start");
+        row("failed send", "record", recording, false, 0, "start pause stop start");
+        // The mixed file is sent again as it is: not stopped or mixed again.
+        row("failed send", "retrySend", failedSend, true, 1, "start pause stop");
+        row("failed send", "discard", idle, false, 0, "start pause stop cancel");
+        // A start that fails keeps the earlier recording: "Send again" still sends it.
+        row("failed send", "record failing", failedStart, true, 1, "start pause stop start");
+        // Without an account id in the token, as without a session: kept for when it is linked again.
+        row("paused", "link a.b.c, save, release", failedSend, true, 1, "start pause stop");
+        // Nothing to send, now or later. Sent nowhere: a request would end in "Sending failed: …".
+        row("paused", "link, mix none, save, release", State::failed(empty), false, 1, "start pause stop");
+        row("paused", "link, mix empty, save, release", State::failed(empty), false, 1, "start pause stop");
+        row("failed start", "record", recording, false, 0, "start start");
+        row("failed start", "retrySend", failedStart, false, 0, "start");
     }
-    QTEST(bench.clock->sleepsOf(RecorderFlow::permissionPollInterval), "polls");
-}
+    void transitions()
+    {
+        QFETCH(QString, from);
+        QFETCH(QString, event);
+        StandIns bench;
+        auto flow = bench.makeFlow();
+        reach(bench, *flow, from);
+        LogCapture log;
+        act(bench, *flow, event);
+        QTEST(flow->state(), "to");
+        const bool failing = event.endsWith(u"failing"_s);
+        QCOMPARE(
+            log.lines(u"recorder"_s), failing ? QStringList { u"start: no microphone"_s } : QStringList());
+        QTEST(flow->canRetrySend(), "canRetrySend");
+        QTEST(flow->elapsed(), "elapsed");
+        QStringList calls;
+        for (const auto &capture : bench.made)
+            calls << capture->calls;
+        QTEST(calls.join(u' '), "calls");
+    }
 
-void TestRecordingFlow::previewIsFrozen()
-{
-    const auto flow = RecorderFlow::preview(State::paused(), 42.5, Permission::granted, Permission::denied);
-    QCOMPARE(flow->displayedElapsed(), 42.5);
-    QCOMPARE(flow->elapsed(), 0.0);
-    QSignalSpy states(flow.get(), &RecorderFlow::stateChanged);
-    QSignalSpy microphone(flow.get(), &RecorderFlow::microphoneChanged);
-    QSignalSpy shown(flow.get(), &RecorderFlow::displayedElapsedChanged);
-    flow->refreshPermissions();
-    flow->requestMicrophone();
-    flow->requestSystemAudio();
-    for (const char *action : {"record", "resume", "save", "retrySend", "discard"})
-        act(*flow, QString::fromLatin1(action));
-    QTest::qWait(50);
-    QCOMPARE(states.count() + microphone.count() + shown.count(), 0);
-    QCOMPARE(flow->state(), State::paused());
-    QCOMPARE(flow->systemAudio(), Permission::denied);
-}
+    void screenChoices_data()
+    {
+        QTest::addColumn<State>("state");
+        QTest::addColumn<Permission>("microphone");
+        QTest::addColumn<Permission>("systemAudio");
+        QTest::addColumn<QString>("choices"); // isLive, showsPermissions, systemAudioStepEnabled
+        const Permission unknown = Permission::unknown, denied = Permission::denied,
+                         granted = Permission::granted;
+        QTest::newRow("idle") << State::idle() << granted << granted << u"-, -, step 2"_s;
+        QTest::newRow("idle, none yet") << State::idle() << unknown << unknown << u"-, permissions, -"_s;
+        QTest::newRow("sent, system audio first")
+            << State::sent() << unknown << granted << u"-, permissions, step 2"_s;
+        QTest::newRow("recording, one revoked")
+            << State::recording() << denied << granted << u"live, -, step 2"_s;
+        QTest::newRow("saving, one missing") << finishing << granted << unknown << u"-, -, step 2"_s;
+        QTest::newRow("failed, one missing")
+            << State::failed(notLinked) << granted << denied << u"-, permissions, step 2"_s;
+    }
+    void screenChoices()
+    {
+        QFETCH(State, state);
+        QFETCH(Permission, microphone);
+        QFETCH(Permission, systemAudio);
+        const auto flow = RecorderFlow::preview(state, 0, microphone, systemAudio);
+        const auto yes = [](bool value, const QString &name) { return value ? name : u"-"_s; };
+        QTEST(QStringList({ yes(flow->isLive(), u"live"_s), yes(flow->showsPermissions(), u"permissions"_s),
+                              yes(flow->systemAudioStepEnabled(), u"step 2"_s) })
+                  .join(u", "_s),
+            "choices");
+    }
 
-void TestRecordingFlow::destroyingTheFlowWhileSavingIsSafe()
-{
-    StandIns bench;
-    auto flow = bench.makeFlow();
-    reach(bench, *flow, QStringLiteral("saving"));
-    flow.reset();
-    // The capture outlives the flow for the running task, which ends quietly.
-    QCOMPARE(bench.made.first().use_count(), 2);
-    bench.last().release();
-    QCOMPARE(bench.made.first().use_count(), 1);
-}
+    void tickerShowsRecordedTimeAndMakesALastUpdate()
+    {
+        StandIns bench;
+        auto flow = bench.makeFlow();
+        QSignalSpy shown(flow.get(), &RecorderFlow::displayedElapsedChanged);
+        flow->record();
+        bench.clock->advance(500ms);
+        QCOMPARE(flow->displayedElapsed(), 0.5);
+        bench.clock->advanceInTicks(1s);
+        bench.clock->advance(200ms); // between two ticks: the screen keeps its value
+        QCOMPARE(flow->displayedElapsed(), 1.5);
+        flow->pause();
+        bench.clock->advanceInTicks(3s); // paused: the ticker runs, with one piece of news
+        QCOMPARE(flow->displayedElapsed(), 1.7);
+        QCOMPARE(shown.count(), 4);
+        flow->resume();
+        bench.clock->advance(300ms);
+        flow->save();
+        QCOMPARE(flow->elapsed(), 2.0); // the paused 3 s are not in it
+        QTRY_COMPARE(flow->displayedElapsed(), 2.0); // the cancelled ticker's last update
+
+        flow->record();
+        bench.clock->advanceInTicks(1s);
+        flow->discard();
+        QCOMPARE(flow->displayedElapsed(), 1.0); // discard itself does not touch it…
+        QTRY_COMPARE(flow->displayedElapsed(), 0.0); // …the last update does
+    }
+
+    void systemAudioPollIsBounded()
+    {
+        StandIns bench;
+        auto flow = bench.makeFlow();
+        QSignalSpy news(flow.get(), &RecorderFlow::systemAudioChanged);
+        const auto requestAndWait = [&](int probes) {
+            flow->requestSystemAudio();
+            QTRY_COMPARE(bench.server->probes, probes); // the request's own probe has answered
+            for (int second = 0; second < 15; ++second) {
+                bench.clock->advance(1s);
+                QCoreApplication::processEvents();
+            }
+        };
+        requestAndWait(3);
+        QCOMPARE(bench.clock->sleepsOf(RecorderFlow::permissionPollInterval), 10); // unknown: ten reads
+        QCOMPARE(news.count(), 0); // the same answer read again is no news
+        bench.server->systemAudio = Permission::granted;
+        requestAndWait(4);
+        QCOMPARE(bench.clock->sleepsOf(RecorderFlow::permissionPollInterval), 11); // known: one read
+    }
+};
 
 QTEST_GUILESS_MAIN(TestRecordingFlow)
 #include "tst_recording_flow.moc"
