@@ -55,6 +55,7 @@ RecorderFlow::RecorderFlow(SelvaroAPI api, SessionStore &store, Platform platfor
         if (permission)
             connect(permission, &CapturePermission::statusChanged, this, &RecorderFlow::refreshPermissions);
     }
+    updateDerived();
     refreshPermissions();
 }
 

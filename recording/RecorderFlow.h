@@ -175,8 +175,9 @@ private:
     Permission m_microphone = Permission::unknown;
     Permission m_systemAudio = Permission::unknown;
     bool m_canRetrySend = false;
+    // Derived: set from the rules in the constructor and on every change of a source.
     bool m_isLive = false;
-    bool m_showsPermissions = true;
+    bool m_showsPermissions = false;
     bool m_systemAudioStepEnabled = false;
 
     std::shared_ptr<RecordingCapture> m_capture;

@@ -194,19 +194,20 @@ private Q_SLOTS:
         StandIns bench;
         auto flow = bench.makeFlow();
         QSignalSpy news(flow.get(), &RecorderFlow::systemAudioChanged);
-        const auto requestAndWait = [&](int probes) {
+        const auto requestAndWait = [&](Permission answer, int probes) {
+            bench.server->systemAudio = answer;
             flow->requestSystemAudio();
-            QTRY_COMPARE(bench.server->probes, probes); // the request's own probe has answered
+            QTRY_COMPARE(bench.server->probes, probes); // the request's own probe…
+            QTRY_COMPARE(flow->systemAudio(), answer); // …and its answer are in
             for (int second = 0; second < 15; ++second) {
                 bench.clock->advance(1s);
                 QCoreApplication::processEvents();
             }
         };
-        requestAndWait(3);
+        requestAndWait(Permission::unknown, 3);
         QCOMPARE(bench.clock->sleepsOf(RecorderFlow::permissionPollInterval), 10); // unknown: ten reads
         QCOMPARE(news.count(), 0); // the same answer read again is no news
-        bench.server->systemAudio = Permission::granted;
-        requestAndWait(4);
+        requestAndWait(Permission::granted, 4);
         QCOMPARE(bench.clock->sleepsOf(RecorderFlow::permissionPollInterval), 11); // known: one read
     }
 };
