@@ -138,13 +138,11 @@ private Q_SLOTS:
         QTest::addColumn<QString>("choices"); // isLive, showsPermissions, systemAudioStepEnabled
         const Permission unknown = Permission::unknown, denied = Permission::denied,
                          granted = Permission::granted;
-        QTest::newRow("idle") << State::idle() << granted << granted << u"-, -, step 2"_s;
         QTest::newRow("idle, none yet") << State::idle() << unknown << unknown << u"-, permissions, -"_s;
         QTest::newRow("sent, system audio first")
             << State::sent() << unknown << granted << u"-, permissions, step 2"_s;
         QTest::newRow("recording, one revoked")
             << State::recording() << denied << granted << u"live, -, step 2"_s;
-        QTest::newRow("saving, one missing") << finishing << granted << unknown << u"-, -, step 2"_s;
         QTest::newRow("failed, one missing")
             << State::failed(notLinked) << granted << denied << u"-, permissions, step 2"_s;
     }

@@ -11,7 +11,6 @@
 #include "ui/TextLabel.h"
 #include "ui/WaveformIndicator.h"
 
-#include <QApplication>
 #include <QMessageBox>
 #include <QSignalSpy>
 #include <QTest>
@@ -68,7 +67,7 @@ class TestScreensRecorder : public QObject
     PlatformWording m_wording;
 
 private Q_SLOTS:
-    void initTestCase() { QApplication::installTranslator(&m_wording); }
+    void initTestCase() { QCoreApplication::installTranslator(&m_wording); }
 
     void whatEachStateShows_data()
     {
@@ -109,7 +108,6 @@ private Q_SLOTS:
         QCOMPARE(screen.shows("spinner"), state.is(State::Kind::saving));
         QCOMPARE(
             screen.view->findChild<WaveformIndicator *>()->isRunning(), state.is(State::Kind::recording));
-        QCOMPARE(child<QLabel>(screen.view, "clock")->text(), u"01:23"_s);
         QCOMPARE(child<TextLabel>(screen.view, "clock")->color(),
             screen.flow->isLive() ? Palette::primaryText() : Palette::secondaryText());
         QCOMPARE(outside(screen.view), QStringList());
