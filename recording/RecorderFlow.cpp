@@ -1,15 +1,11 @@
 #include "recording/RecorderFlow.h"
 
-#include "account/JwtClaims.h"
 #include "account/SessionStore.h"
 #include "audio/RecordingsFolder.h"
 #include "common/Logging.h"
 #include "common/Observable.h"
 #include "common/SystemClock.h"
-#include "service/TransportError.h"
 
-#include <QFile>
-#include <QFileInfo>
 #include <QNetworkAccessManager>
 
 #include <cmath>
@@ -22,6 +18,8 @@ struct RecorderFlow::Ticker
 };
 
 namespace {
+
+using Kind = RecorderState::Kind;
 
 Permission permissionOf(const CapturePermission *permission)
 {
@@ -39,19 +37,11 @@ double secondsBetween(std::chrono::steady_clock::time_point from, std::chrono::s
     return std::chrono::duration<double>(to - from).count();
 }
 
-// No file, not a regular file, or nothing in it: the mixer left nothing worth sending.
-bool isEmptyRecording(const QString &path)
-{
-    const QFileInfo file(path);
-    return !file.isFile() || file.size() < 1;
-}
-
 } // namespace
 
 RecorderFlow::RecorderFlow(SelvaroAPI api, SessionStore &store, Platform platform, QObject *parent)
     : QObject(parent)
-    , m_api(std::move(api))
-    , m_store(&store)
+    , m_sendPipeline(std::move(api), store)
     , m_platform(std::move(platform))
 {
     if (!m_platform.clock)
@@ -61,10 +51,11 @@ RecorderFlow::RecorderFlow(SelvaroAPI api, SessionStore &store, Platform platfor
     // The probes answer some time after they were asked (at construction, on
     // activation, after a request), so the flow follows their changes rather than
     // only reading them when told to.
-    for (CapturePermission *permission : {m_platform.microphone.get(), m_platform.systemAudio.get()}) {
+    for (CapturePermission *permission : { m_platform.microphone.get(), m_platform.systemAudio.get() }) {
         if (permission)
             connect(permission, &CapturePermission::statusChanged, this, &RecorderFlow::refreshPermissions);
     }
+    updateDerived();
     refreshPermissions();
 }
 
@@ -72,12 +63,12 @@ RecorderFlow::RecorderFlow(SelvaroAPI api, SessionStore &store, Platform platfor
 // ends at its next step.
 RecorderFlow::~RecorderFlow() = default;
 
-std::unique_ptr<RecorderFlow> RecorderFlow::preview(const State &state, double elapsed, Permission microphone,
-                                                    Permission systemAudio)
+std::unique_ptr<RecorderFlow> RecorderFlow::preview(
+    const State &state, double elapsed, Permission microphone, Permission systemAudio)
 {
     auto *network = new QNetworkAccessManager;
     auto *store = new SessionStore(SessionStore::Load::nothing);
-    auto flow = std::make_unique<RecorderFlow>(SelvaroAPI(network), *store, Platform{});
+    auto flow = std::make_unique<RecorderFlow>(SelvaroAPI(network), *store, Platform {});
     network->setParent(flow.get());
     store->setParent(flow.get());
     flow->setState(state);
@@ -90,10 +81,20 @@ std::unique_ptr<RecorderFlow> RecorderFlow::preview(const State &state, double e
 
 // --- the change filter -------------------------------------------------------
 
+// Not setIfChanged: the derived properties must be current before the source's
+// change is announced, so the announcement comes last.
+template <typename T> void RecorderFlow::setSource(T &field, T value, void (RecorderFlow::*changed)())
+{
+    if (field == value)
+        return;
+    field = std::move(value);
+    updateDerived();
+    Q_EMIT(this->*changed)();
+}
+
 void RecorderFlow::setState(State state)
 {
-    setIfChanged(m_state, std::move(state), this, &RecorderFlow::stateChanged);
-    updateCanRetrySend();
+    setSource(m_state, std::move(state), &RecorderFlow::stateChanged);
 }
 
 void RecorderFlow::setElapsed(double value)
@@ -108,12 +109,12 @@ void RecorderFlow::setDisplayedElapsed(double value)
 
 void RecorderFlow::setMicrophone(Permission value)
 {
-    setIfChanged(m_microphone, value, this, &RecorderFlow::microphoneChanged);
+    setSource(m_microphone, value, &RecorderFlow::microphoneChanged);
 }
 
 void RecorderFlow::setSystemAudio(Permission value)
 {
-    setIfChanged(m_systemAudio, value, this, &RecorderFlow::systemAudioChanged);
+    setSource(m_systemAudio, value, &RecorderFlow::systemAudioChanged);
 }
 
 // The capture and the start time are kept and dropped together.
@@ -121,13 +122,23 @@ void RecorderFlow::setRecording(std::shared_ptr<RecordingCapture> capture, std::
 {
     m_capture = std::move(capture);
     m_startedAt = std::move(startedAt);
-    updateCanRetrySend();
+    updateDerived();
 }
 
-void RecorderFlow::updateCanRetrySend()
+void RecorderFlow::updateDerived()
 {
-    const bool canRetry = m_state.is(State::Kind::failed) && m_capture && m_startedAt;
+    const Kind kind = m_state.kind();
+    const bool offersRecord = kind == Kind::idle || kind == Kind::sent || kind == Kind::failed;
+    const bool bothGranted = m_microphone == Permission::granted && m_systemAudio == Permission::granted;
+    const bool canRetry = kind == Kind::failed && m_capture && m_startedAt;
     setIfChanged(m_canRetrySend, canRetry, this, &RecorderFlow::canRetrySendChanged);
+    setIfChanged(
+        m_isLive, kind == Kind::recording || kind == Kind::paused, this, &RecorderFlow::isLiveChanged);
+    setIfChanged(
+        m_showsPermissions, offersRecord && !bothGranted, this, &RecorderFlow::showsPermissionsChanged);
+    setIfChanged(m_systemAudioStepEnabled,
+        m_microphone == Permission::granted || m_systemAudio == Permission::granted, this,
+        &RecorderFlow::systemAudioStepEnabledChanged);
 }
 
 // --- recording ---------------------------------------------------------------
@@ -164,7 +175,8 @@ void RecorderFlow::record()
         // Deliberately leaves the kept recording alone: after a failed send it can
         // still be sent again.
         qCCritical(lcRecorder, "start: %s", qUtf8Printable(*error));
-        setState(State::failed(tr("The recording could not start. Check the microphone and system audio permissions.")));
+        setState(State::failed(
+            tr("The recording could not start. Check the microphone and system audio permissions.")));
         return;
     }
 
@@ -231,8 +243,8 @@ void RecorderFlow::cancelTicker()
         this, [this] { setDisplayedElapsed(runningElapsed()); }, Qt::QueuedConnection);
 }
 
-QCoro::Task<> RecorderFlow::runTicker(QPointer<RecorderFlow> self, std::shared_ptr<Clock> clock,
-                                      std::shared_ptr<Ticker> ticker)
+QCoro::Task<> RecorderFlow::runTicker(
+    QPointer<RecorderFlow> self, std::shared_ptr<Clock> clock, std::shared_ptr<Ticker> ticker)
 {
     while (!ticker->cancelled) {
         co_await clock->sleep(tickInterval);
@@ -257,7 +269,7 @@ void RecorderFlow::probePermissions()
 {
     if (m_frozenForPreview)
         return;
-    for (CapturePermission *permission : {m_platform.microphone.get(), m_platform.systemAudio.get()}) {
+    for (CapturePermission *permission : { m_platform.microphone.get(), m_platform.systemAudio.get() }) {
         if (permission)
             permission->updateStatus();
     }
@@ -268,8 +280,8 @@ void RecorderFlow::requestMicrophone()
     if (m_frozenForPreview || !m_platform.microphone)
         return;
     // The answer itself is not used: the permissions are simply read again.
-    connect(m_platform.microphone.get(), &CapturePermission::requestFinished, this, &RecorderFlow::refreshPermissions,
-            Qt::SingleShotConnection);
+    connect(m_platform.microphone.get(), &CapturePermission::requestFinished, this,
+        &RecorderFlow::refreshPermissions, Qt::SingleShotConnection);
     m_platform.microphone->request();
 }
 
@@ -326,8 +338,8 @@ bool RecorderFlow::ownsOutcomeOf(const std::shared_ptr<RecordingCapture> &captur
     return !m_capture || m_capture == capture;
 }
 
-QCoro::Task<> RecorderFlow::finishAndSend(QPointer<RecorderFlow> self, std::shared_ptr<RecordingCapture> capture,
-                                          QDateTime startedAt, qint64 duration)
+QCoro::Task<> RecorderFlow::finishAndSend(QPointer<RecorderFlow> self,
+    std::shared_ptr<RecordingCapture> capture, QDateTime startedAt, qint64 duration)
 {
     // Tasks are built before they are awaited: GCC 12 mishandles temporaries in an
     // awaited full-expression.
@@ -340,86 +352,26 @@ QCoro::Task<> RecorderFlow::finishAndSend(QPointer<RecorderFlow> self, std::shar
 }
 
 QCoro::Task<> RecorderFlow::send(QPointer<RecorderFlow> self, std::shared_ptr<RecordingCapture> capture,
-                                 QDateTime startedAt, qint64 duration)
+    QDateTime startedAt, qint64 duration)
 {
+    if (!self)
+        co_return;
     // The outcome is written even after a discard (deliberately: a discard does not
     // cancel a send), but never over a newer recording started since.
     const auto report = [&self, &capture](const State &state) {
         if (self && self->ownsOutcomeOf(capture))
             self->setState(state);
     };
-    if (!self)
+    QCoro::Task<std::optional<SendPipeline::Outcome>> sending = self->m_sendPipeline.send(
+        capture->finalMixedPath(), std::move(startedAt), duration, self.data(), report);
+    const std::optional<SendPipeline::Outcome> outcome = co_await std::move(sending);
+    if (!outcome || !self || !self->ownsOutcomeOf(capture))
         co_return;
-    const SelvaroAPI api = self->m_api;
-    const QPointer<SessionStore> store = self->m_store;
-    const QString file = capture->finalMixedPath();
-
-    const std::optional<SessionPayload> session = store ? store->session() : std::nullopt;
-    const std::optional<QString> accountId = session ? JwtClaims::subject(session->token) : std::nullopt;
-    if (!accountId) {
-        // The recording stays, to be sent once the computer is linked again.
-        report(State::failed(tr("This Mac is not linked to a Selvaro account any more.")));
-        co_return;
+    if (outcome->spent)
+        self->setRecording(nullptr, std::nullopt);
+    if (outcome->state.is(State::Kind::sent)) {
+        self->setElapsed(0);
+        self->setDisplayedElapsed(0);
     }
-    if (isEmptyRecording(file)) {
-        // Nothing to send, now or later: not retryable. The file (if any) stays.
-        if (self->ownsOutcomeOf(capture))
-            self->setRecording(nullptr, std::nullopt);
-        report(State::failed(tr("The recording is empty. Was anything playing or said?")));
-        co_return;
-    }
-
-    std::optional<ApiError> apiError;
-    std::optional<QString> otherError;
-    try {
-        report(State::saving(tr("Uploading…")));
-        QCoro::Task<UploadTarget> asking = api.uploadTarget(session->token);
-        const UploadTarget target = co_await std::move(asking);
-        if (!self)
-            co_return;
-        QCoro::Task<> uploading = api.upload(file, target);
-        co_await std::move(uploading);
-        if (!self)
-            co_return;
-        report(State::saving(tr("Creating the note…")));
-        QCoro::Task<NoteRecord> creating =
-            api.createNote(session->token, *accountId, session->isAnonymous, startedAt, duration, target.key);
-        co_await std::move(creating);
-        if (!self)
-            co_return;
-    } catch (const ApiError &error) {
-        apiError = error;
-    } catch (const TransportError &error) {
-        otherError = error.description();
-    } catch (const std::exception &error) {
-        otherError = QString::fromUtf8(error.what());
-    }
-
-    // 401 and 403 alike, also from the upload address itself: the token is renewed
-    // (or the session forgotten when the service no longer knows this computer), and
-    // the recording stays for the user to send again. Not logged.
-    if (apiError && apiError->isHttp() && (apiError->status() == 401 || apiError->status() == 403)) {
-        if (store) {
-            QCoro::Task<> refreshing = store->refresh(api);
-            co_await std::move(refreshing);
-        }
-        report(State::failed(tr("The session had expired. Try sending again.")));
-        co_return;
-    }
-    if (apiError)
-        otherError = apiError->description();
-    if (otherError) {
-        qCCritical(lcRecorder, "send: %s", qUtf8Printable(*otherError));
-        report(State::failed(tr("Sending failed: %1").arg(*otherError)));
-        co_return;
-    }
-
-    // A file that cannot be removed is left for the temporary folder's cleaning.
-    QFile::remove(file);
-    if (!self->ownsOutcomeOf(capture))
-        co_return;
-    self->setRecording(nullptr, std::nullopt);
-    self->setElapsed(0);
-    self->setDisplayedElapsed(0);
-    self->setState(State::sent());
+    self->setState(outcome->state);
 }

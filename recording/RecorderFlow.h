@@ -2,6 +2,7 @@
 
 #include "recording/RecorderPlatform.h"
 #include "recording/RecorderState.h"
+#include "recording/SendPipeline.h"
 #include "service/SelvaroAPI.h"
 
 #include <QDateTime>
@@ -19,16 +20,19 @@ class SessionStore;
 // The recorder's model: one recording from the record button to the note at the
 // service. It keeps the state the recorder screen draws, the two permissions, the
 // recorded time across pauses and a half-second display clock; it drives the
-// recording's capture and, on save(), the send pipeline: stop and mix, check the
-// file, ask for an upload target, upload, create the note.
+// recording's capture and, on save(), stops it and hands the mixed file to its
+// SendPipeline, whose progress and outcome it turns into states.
 //
 //   idle/sent/failed --record()--> recording <--pause()/resume()--> paused
 //   recording/paused --save()--> saving(…) --> sent | failed(message)
 //   failed --retrySend()--> saving(…)        any --discard()--> idle
 //
-// Every observed field changes through the one change filter (setIfChanged): a
-// notification always carries news, so the ticker and repeated permission reads do
-// not redraw the screen when nothing changed.
+// Every observed field changes through the one change filter: a notification always
+// carries news, so the ticker and repeated permission reads do not redraw the screen
+// when nothing changed. The screen's choices are properties here too (isLive,
+// showsPermissions, systemAudioStepEnabled, canRetrySend), derived from the state and
+// the permissions; they are brought up to date before the change of their source is
+// announced, so whoever observes the source reads them current.
 //
 // Deliberate behaviours that look odd:
 // - discard() does not cancel a send under way: the state goes to idle at once and
@@ -51,13 +55,16 @@ class RecorderFlow : public QObject
     Q_PROPERTY(Permission microphone READ microphone NOTIFY microphoneChanged)
     Q_PROPERTY(Permission systemAudio READ systemAudio NOTIFY systemAudioChanged)
     Q_PROPERTY(bool canRetrySend READ canRetrySend NOTIFY canRetrySendChanged)
+    Q_PROPERTY(bool isLive READ isLive NOTIFY isLiveChanged)
+    Q_PROPERTY(bool showsPermissions READ showsPermissions NOTIFY showsPermissionsChanged)
+    Q_PROPERTY(bool systemAudioStepEnabled READ systemAudioStepEnabled NOTIFY systemAudioStepEnabledChanged)
 
 public:
     using State = RecorderState;
     using Platform = RecorderPlatform;
 
-    static constexpr std::chrono::milliseconds tickInterval{500};
-    static constexpr std::chrono::milliseconds permissionPollInterval{1000};
+    static constexpr std::chrono::milliseconds tickInterval { 500 };
+    static constexpr std::chrono::milliseconds permissionPollInterval { 1000 };
     static constexpr int permissionPollAttempts = 10;
 
     // `store` must outlive the flow; so must `api`'s network manager. Reads the
@@ -69,8 +76,8 @@ public:
     // and the two permissions, for snapshots. It owns a client on its own network
     // manager and a store that never reads the secret store; it touches no sound
     // server, starts no task, and ignores every action.
-    [[nodiscard]] static std::unique_ptr<RecorderFlow> preview(const State &state, double elapsed,
-                                                               Permission microphone, Permission systemAudio);
+    [[nodiscard]] static std::unique_ptr<RecorderFlow> preview(
+        const State &state, double elapsed, Permission microphone, Permission systemAudio);
 
     [[nodiscard]] const State &state() const { return m_state; }
     // Recorded seconds of all finished segments of the current recording.
@@ -81,6 +88,14 @@ public:
     [[nodiscard]] Permission systemAudio() const { return m_systemAudio; }
     // True exactly when failed and a recording (capture and start time) is kept.
     [[nodiscard]] bool canRetrySend() const { return m_canRetrySend; }
+    // Recording or paused: the clock is drawn in the primary colour, else dimmed.
+    [[nodiscard]] bool isLive() const { return m_isLive; }
+    // Idle, sent or failed with a permission not granted: the permissions box takes
+    // the place of the controls and the status line.
+    [[nodiscard]] bool showsPermissions() const { return m_showsPermissions; }
+    // The second step of the permissions opens once the first is granted (or when it
+    // is granted itself): "one after the other". The first is always open.
+    [[nodiscard]] bool systemAudioStepEnabled() const { return m_systemAudioStepEnabled; }
 
     // Starts a new recording; only in idle, sent or failed.
     void record();
@@ -113,6 +128,9 @@ Q_SIGNALS:
     void microphoneChanged();
     void systemAudioChanged();
     void canRetrySendChanged();
+    void isLiveChanged();
+    void showsPermissionsChanged();
+    void systemAudioStepEnabledChanged();
 
 private:
     struct Ticker;
@@ -123,7 +141,9 @@ private:
     void setMicrophone(Permission value);
     void setSystemAudio(Permission value);
     void setRecording(std::shared_ptr<RecordingCapture> capture, std::optional<QDateTime> startedAt);
-    void updateCanRetrySend();
+    // Stores a source of the derived properties, updates them, then announces it.
+    template <typename T> void setSource(T &field, T value, void (RecorderFlow::*changed)());
+    void updateDerived();
 
     // elapsed plus the running segment, if any.
     [[nodiscard]] double runningElapsed() const;
@@ -131,22 +151,21 @@ private:
     void closeSegment();
     void startTicker();
     void cancelTicker();
-    static QCoro::Task<> runTicker(QPointer<RecorderFlow> self, std::shared_ptr<Clock> clock,
-                                   std::shared_ptr<Ticker> ticker);
+    static QCoro::Task<> runTicker(
+        QPointer<RecorderFlow> self, std::shared_ptr<Clock> clock, std::shared_ptr<Ticker> ticker);
     static QCoro::Task<> pollSystemAudio(QPointer<RecorderFlow> self, std::shared_ptr<Clock> clock);
 
     // save(): stop the capture, then send.
     static QCoro::Task<> finishAndSend(QPointer<RecorderFlow> self, std::shared_ptr<RecordingCapture> capture,
-                                       QDateTime startedAt, qint64 duration);
-    // The pipeline after the capture is finished; never throws, reports through state.
+        QDateTime startedAt, qint64 duration);
+    // The pipeline after the capture is finished; its progress and outcome become states.
     static QCoro::Task<> send(QPointer<RecorderFlow> self, std::shared_ptr<RecordingCapture> capture,
-                              QDateTime startedAt, qint64 duration);
+        QDateTime startedAt, qint64 duration);
     // Whether a send of `capture` may still write the flow's state: not once a newer
     // recording has been started.
     [[nodiscard]] bool ownsOutcomeOf(const std::shared_ptr<RecordingCapture> &capture) const;
 
-    SelvaroAPI m_api;
-    QPointer<SessionStore> m_store;
+    SendPipeline m_sendPipeline;
     Platform m_platform;
     bool m_frozenForPreview = false;
 
@@ -156,6 +175,10 @@ private:
     Permission m_microphone = Permission::unknown;
     Permission m_systemAudio = Permission::unknown;
     bool m_canRetrySend = false;
+    // Derived: set from the rules in the constructor and on every change of a source.
+    bool m_isLive = false;
+    bool m_showsPermissions = false;
+    bool m_systemAudioStepEnabled = false;
 
     std::shared_ptr<RecordingCapture> m_capture;
     std::optional<QDateTime> m_startedAt;

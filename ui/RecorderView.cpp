@@ -17,6 +17,7 @@
 #include "ui/WaveformIndicator.h"
 
 #include <QHBoxLayout>
+#include <QHideEvent>
 #include <QMessageBox>
 #include <QPushButton>
 #include <QVBoxLayout>
@@ -101,9 +102,9 @@ RecorderView::RecorderView(RecorderFlow *flow, SoundSettings::Opener openSetting
     m_clockFade.setDuration(Motion::stateMs);
     m_clockFade.setEasingCurve(Motion::easeInOut());
     connect(&m_clockFade, &QVariantAnimation::valueChanged, this,
-            [this](const QVariant &value) { m_clock->setColor(value.value<QColor>()); });
+        [this](const QVariant &value) { m_clock->setColor(value.value<QColor>()); });
     connect(&m_clockFade, &QVariantAnimation::finished, this,
-            [this] { m_clock->setColor(m_clockFade.endValue().value<QColor>()); });
+        [this] { m_clock->setColor(m_clockFade.endValue().value<QColor>()); });
 
     // Below the clock: either the controls and the status, or the permissions box.
     m_body = new FadingStack(this);
@@ -126,7 +127,7 @@ RecorderView::RecorderView(RecorderFlow *flow, SoundSettings::Opener openSetting
 
     // Controls per state
     auto *record = new PillButton(tr("Record"), Symbol::recordCircle,
-                                  {PillButtonStyle::Kind::record, PillButtonStyle::Size::regular, false, true});
+        { PillButtonStyle::Kind::record, PillButtonStyle::Size::regular, false, true });
     record->setObjectName(QStringLiteral("recordButton"));
     m_recordPage = new QWidget;
     auto *recordLayout = new QHBoxLayout(m_recordPage);
@@ -134,22 +135,23 @@ RecorderView::RecorderView(RecorderFlow *flow, SoundSettings::Opener openSetting
     recordLayout->addWidget(record, 0, Qt::AlignCenter);
     m_controls->addPage(m_recordPage);
 
-    const PillButtonStyle filling{PillButtonStyle::Kind::secondary, PillButtonStyle::Size::regular, true, false};
+    const PillButtonStyle filling { PillButtonStyle::Kind::secondary, PillButtonStyle::Size::regular, true,
+        false };
     auto *pause = new PillButton(tr("Pause"), Symbol::pauseFill, filling);
     pause->setObjectName(QStringLiteral("pauseButton"));
     // Pause alone in the middle of three columns sits exactly where Resume sits.
-    m_recordingPage = row({nullptr, pause, nullptr});
+    m_recordingPage = row({ nullptr, pause, nullptr });
     m_controls->addPage(m_recordingPage);
 
     auto *discard = new PillButton(tr("Discard"), Symbol::trash,
-                                   {PillButtonStyle::Kind::destructive, PillButtonStyle::Size::regular, true, false});
+        { PillButtonStyle::Kind::destructive, PillButtonStyle::Size::regular, true, false });
     discard->setObjectName(QStringLiteral("discardButton"));
     auto *resume = new PillButton(tr("Resume"), Symbol::playFill, filling);
     resume->setObjectName(QStringLiteral("resumeButton"));
     auto *save = new PillButton(tr("Save"), Symbol::checkmark,
-                                {PillButtonStyle::Kind::primary, PillButtonStyle::Size::regular, true, false});
+        { PillButtonStyle::Kind::primary, PillButtonStyle::Size::regular, true, false });
     save->setObjectName(QStringLiteral("saveButton"));
-    m_pausedPage = row({discard, resume, save});
+    m_pausedPage = row({ discard, resume, save });
     m_controls->addPage(m_pausedPage);
 
     m_savingPage = new QWidget;
@@ -174,8 +176,8 @@ RecorderView::RecorderView(RecorderFlow *flow, SoundSettings::Opener openSetting
     m_waveform = new WaveformIndicator;
     m_waveform->setFont(footnote);
     m_waveform->setColor(Palette::secondaryText());
-    auto *recordingText = new TextLabel(tr("Recording the system audio and the microphone"), footnote,
-                                        Palette::secondaryText());
+    auto *recordingText = new TextLabel(
+        tr("Recording the system audio and the microphone"), footnote, Palette::secondaryText());
     recordingText->setObjectName(QStringLiteral("recordingStatus"));
     topAligned(m_recordingStatus)->addWidget(labelled(m_waveform, recordingText));
     m_status->addPage(m_recordingStatus);
@@ -193,11 +195,12 @@ RecorderView::RecorderView(RecorderFlow *flow, SoundSettings::Opener openSetting
     m_status->addPage(m_savingStatus);
 
     m_sentStatus = new QWidget;
-    auto *sentText = new TextLabel(tr("Sent. The note is being written on your phone."), footnote,
-                                   Palette::systemGreen());
+    auto *sentText = new TextLabel(
+        tr("Sent. The note is being written on your phone."), footnote, Palette::systemGreen());
     sentText->setObjectName(QStringLiteral("sentStatus"));
     topAligned(m_sentStatus)
-        ->addWidget(labelled(new SymbolView(Symbol::checkmarkCircleFill, 12, Palette::systemGreen()), sentText));
+        ->addWidget(
+            labelled(new SymbolView(Symbol::checkmarkCircleFill, 12, Palette::systemGreen()), sentText));
     m_status->addPage(m_sentStatus);
 
     m_failedStatus = new QWidget;
@@ -208,7 +211,8 @@ RecorderView::RecorderView(RecorderFlow *flow, SoundSettings::Opener openSetting
     m_failure->setFont(footnote);
     m_failure->setColor(Palette::systemRed());
     failed->addWidget(m_failure);
-    m_sendAgain = new PillButton(tr("Send again"), {PillButtonStyle::Kind::secondary, PillButtonStyle::Size::regular});
+    m_sendAgain = new PillButton(
+        tr("Send again"), { PillButtonStyle::Kind::secondary, PillButtonStyle::Size::regular });
     m_sendAgain->setObjectName(QStringLiteral("sendAgainButton"));
     failed->addWidget(m_sendAgain, 0, Qt::AlignHCenter);
     m_status->addPage(m_failedStatus);
@@ -221,8 +225,8 @@ RecorderView::RecorderView(RecorderFlow *flow, SoundSettings::Opener openSetting
     auto *boxLayout = new QVBoxLayout(box);
     boxLayout->setContentsMargins(0, 0, 0, 0);
     boxLayout->setSpacing(0);
-    auto *heading = new TextLabel(tr("Two permissions, one after the other"), Typography::system(10, QFont::Medium),
-                                  Palette::secondaryText(), box);
+    auto *heading = new TextLabel(tr("Two permissions, one after the other"),
+        Typography::system(10, QFont::Medium), Palette::secondaryText(), box);
     heading->setAlignment(Qt::AlignLeft | Qt::AlignVCenter);
     heading->setContentsMargins(16, 14, 16, 12);
     boxLayout->addWidget(heading);
@@ -235,14 +239,15 @@ RecorderView::RecorderView(RecorderFlow *flow, SoundSettings::Opener openSetting
     m_systemAudioRow->setObjectName(QStringLiteral("systemAudioRow"));
     boxLayout->addWidget(m_systemAudioRow);
     auto *permissions = topAligned(m_permissionsPage);
-    permissions->addWidget(box, 0, Qt::AlignHCenter);
+    // Without an alignment the box takes the width offered, up to its maximum, centred.
+    permissions->addWidget(box);
     permissions->addStretch(1);
     m_body->addPage(m_permissionsPage);
 
     // Footer
     layout->addSpacing(20);
-    auto *footer = new TextLabel(
-        tr("Record a call, a meeting or a video playing on this Mac.\nThe note appears in Selvaro on your phone."),
+    auto *footer = new TextLabel(tr("Record a call, a meeting or a video playing on this Mac.\nThe note "
+                                    "appears in Selvaro on your phone."),
         footnote, Palette::tertiaryText(), this);
     footer->setObjectName(QStringLiteral("footer"));
     layout->addWidget(footer);
@@ -267,14 +272,20 @@ RecorderView::RecorderView(RecorderFlow *flow, SoundSettings::Opener openSetting
         connect(m_systemAudioRow, &PermissionRow::allowClicked, m_flow, &RecorderFlow::requestSystemAudio);
 
         connect(m_flow, &RecorderFlow::stateChanged, this, &RecorderView::showState);
-        connect(m_flow, &RecorderFlow::microphoneChanged, this, &RecorderView::showState);
-        connect(m_flow, &RecorderFlow::systemAudioChanged, this, &RecorderView::showState);
+        connect(m_flow, &RecorderFlow::isLiveChanged, this, &RecorderView::showClockColour);
+        connect(m_flow, &RecorderFlow::showsPermissionsChanged, this, &RecorderView::showBody);
+        for (auto changed : { &RecorderFlow::microphoneChanged, &RecorderFlow::systemAudioChanged,
+                 &RecorderFlow::systemAudioStepEnabledChanged })
+            connect(m_flow, changed, this, &RecorderView::showPermissions);
         connect(m_flow, &RecorderFlow::canRetrySendChanged, this, &RecorderView::showRetry);
         connect(m_flow, &RecorderFlow::displayedElapsedChanged, this, &RecorderView::showClock);
     }
 
     setAnimated(true);
     showClock();
+    showClockColour();
+    showBody();
+    showPermissions();
     showState();
 }
 
@@ -283,27 +294,10 @@ QString RecorderView::format(double seconds)
     return ClockText::format(seconds);
 }
 
-bool RecorderView::isLive() const
-{
-    if (!m_flow)
-        return false;
-    const Kind kind = m_flow->state().kind();
-    return kind == Kind::recording || kind == Kind::paused;
-}
-
-bool RecorderView::showsPermissions() const
-{
-    if (!m_flow)
-        return false;
-    const Kind kind = m_flow->state().kind();
-    const bool offersRecord = kind == Kind::idle || kind == Kind::sent || kind == Kind::failed;
-    return offersRecord && (m_flow->microphone() != Permission::granted || m_flow->systemAudio() != Permission::granted);
-}
-
 void RecorderView::setAnimated(bool animated)
 {
     m_animated = animated;
-    for (FadingStack *stack : {m_body, m_controls, m_status})
+    for (FadingStack *stack : { m_body, m_controls, m_status })
         stack->setAnimated(animated);
     m_microphoneRow->setAnimated(animated);
     m_systemAudioRow->setAnimated(animated);
@@ -314,6 +308,15 @@ void RecorderView::showEvent(QShowEvent *event)
     QWidget::showEvent(event);
     if (m_flow)
         m_flow->refreshPermissions();
+}
+
+// Not a spontaneous hide (the window minimised): the screen itself went, and with
+// it whatever the confirmation was about.
+void RecorderView::hideEvent(QHideEvent *event)
+{
+    QWidget::hideEvent(event);
+    if (!event->spontaneous() && m_confirmation)
+        m_confirmation->close();
 }
 
 void RecorderView::confirmUnlink()
@@ -346,53 +349,76 @@ void RecorderView::showRetry()
     m_sendAgain->setVisible(m_flow && m_flow->canRetrySend());
 }
 
+void RecorderView::showClockColour()
+{
+    const QColor clockColour = m_flow && m_flow->isLive() ? Palette::primaryText() : Palette::secondaryText();
+    const bool fadingThere = m_clockFade.state() == QAbstractAnimation::Running
+        && m_clockFade.endValue().value<QColor>() == clockColour;
+    if (m_clock->color() == clockColour || fadingThere)
+        return;
+    m_clockFade.stop();
+    if (m_animated && isVisible()) {
+        m_clockFade.setStartValue(m_clock->color());
+        m_clockFade.setEndValue(clockColour);
+        m_clockFade.start();
+    } else {
+        m_clock->setColor(clockColour);
+    }
+}
+
+void RecorderView::showBody()
+{
+    m_body->setCurrentPage(m_flow && m_flow->showsPermissions() ? m_permissionsPage : m_sessionPage);
+}
+
+void RecorderView::showPermissions()
+{
+    if (!m_flow)
+        return;
+    m_microphoneRow->setStatus(m_flow->microphone(), true);
+    m_systemAudioRow->setStatus(m_flow->systemAudio(), m_flow->systemAudioStepEnabled());
+}
+
 void RecorderView::showState()
 {
     if (!m_flow)
         return;
     const RecorderState &state = m_flow->state();
-
-    const QColor clockColour = isLive() ? Palette::primaryText() : Palette::secondaryText();
-    const bool fadingThere = m_clockFade.state() == QAbstractAnimation::Running &&
-                             m_clockFade.endValue().value<QColor>() == clockColour;
-    if (m_clock->color() != clockColour && !fadingThere) {
-        m_clockFade.stop();
-        if (m_animated && isVisible()) {
-            m_clockFade.setStartValue(m_clock->color());
-            m_clockFade.setEndValue(clockColour);
-            m_clockFade.start();
-        } else {
-            m_clock->setColor(clockColour);
-        }
-    }
-
-    const Permission microphone = m_flow->microphone();
-    const Permission systemAudio = m_flow->systemAudio();
-    m_microphoneRow->setStatus(microphone, true);
-    // The second step opens once the first is done (or if it is already granted).
-    m_systemAudioRow->setStatus(systemAudio,
-                                microphone == Permission::granted || systemAudio == Permission::granted);
-    m_body->setCurrentPage(showsPermissions() ? m_permissionsPage : m_sessionPage);
-
     switch (state.kind()) {
     case Kind::idle:
     case Kind::sent:
-    case Kind::failed: m_controls->setCurrentPage(m_recordPage); break;
-    case Kind::recording: m_controls->setCurrentPage(m_recordingPage); break;
-    case Kind::paused: m_controls->setCurrentPage(m_pausedPage); break;
-    case Kind::saving: m_controls->setCurrentPage(m_savingPage); break;
+    case Kind::failed:
+        m_controls->setCurrentPage(m_recordPage);
+        break;
+    case Kind::recording:
+        m_controls->setCurrentPage(m_recordingPage);
+        break;
+    case Kind::paused:
+        m_controls->setCurrentPage(m_pausedPage);
+        break;
+    case Kind::saving:
+        m_controls->setCurrentPage(m_savingPage);
+        break;
     }
 
     m_waveform->setRunning(state.is(Kind::recording));
     switch (state.kind()) {
-    case Kind::idle: m_status->setCurrentPage(m_idleStatus); break;
-    case Kind::recording: m_status->setCurrentPage(m_recordingStatus); break;
-    case Kind::paused: m_status->setCurrentPage(m_pausedStatus); break;
+    case Kind::idle:
+        m_status->setCurrentPage(m_idleStatus);
+        break;
+    case Kind::recording:
+        m_status->setCurrentPage(m_recordingStatus);
+        break;
+    case Kind::paused:
+        m_status->setCurrentPage(m_pausedStatus);
+        break;
     case Kind::saving:
         m_savingText->setText(state.text());
         m_status->setCurrentPage(m_savingStatus);
         break;
-    case Kind::sent: m_status->setCurrentPage(m_sentStatus); break;
+    case Kind::sent:
+        m_status->setCurrentPage(m_sentStatus);
+        break;
     case Kind::failed:
         m_failure->setText(state.text());
         m_status->setCurrentPage(m_failedStatus);

@@ -25,8 +25,11 @@ class WaveformIndicator;
 //
 // Every control calls the flow, except "Unlink": after its confirmation the
 // screen emits unlinkRequested() and whoever embeds it unlinks (discarding the
-// recording and forgetting the session). The screen asks the flow to read the
-// permissions again whenever it is shown.
+// recording and forgetting the session). The confirmation closes when the screen
+// goes (the session forgotten meanwhile). The screen asks the flow to read the
+// permissions again whenever it is shown. What to show is the flow's to say
+// (isLive, showsPermissions, systemAudioStepEnabled, canRetrySend); the screen
+// only maps the state to its pages.
 //
 // The controls and the status area keep the height of their tallest content, so
 // the clock stays in one place whatever the state. Main thread only; the flow
@@ -38,18 +41,12 @@ class RecorderView : public QWidget
 public:
     // `openSettings` serves the permission rows' "Settings" buttons.
     explicit RecorderView(RecorderFlow *flow, SoundSettings::Opener openSettings = SoundSettings::desktop(),
-                          QWidget *parent = nullptr);
+        QWidget *parent = nullptr);
 
     [[nodiscard]] RecorderFlow *flow() const { return m_flow; }
 
     // The clock text for `seconds` (ClockText::format).
     [[nodiscard]] static QString format(double seconds);
-
-    // Recording or paused: the clock is drawn in the primary colour, else dimmed.
-    [[nodiscard]] bool isLive() const;
-    // Idle, sent or failed with a permission not granted: the permissions box
-    // replaces the controls and the status line.
-    [[nodiscard]] bool showsPermissions() const;
 
     // Off: every change shows at once (snapshots, tests). On by default.
     void setAnimated(bool animated);
@@ -63,12 +60,15 @@ Q_SIGNALS:
 
 protected:
     void showEvent(QShowEvent *event) override;
+    void hideEvent(QHideEvent *event) override;
 
 private:
     void confirmUnlink();
     void showState();
+    void showBody();
     void showPermissions();
     void showClock();
+    void showClockColour();
     void showRetry();
 
     QPointer<RecorderFlow> m_flow;

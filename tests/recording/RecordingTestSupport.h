@@ -1,75 +1,68 @@
 #pragma once
 
-// Stand-ins for the recorder flow's tests: a clock the test moves by hand, a capture
-// that leaves a prepared file instead of recording, and a sound server whose only
-// job is to answer the permission probes.
+// Stand-ins for the recorder flow's tests: a capture that leaves a prepared file
+// instead of recording, a sound server that only answers the permission probes, and
+// the bench that builds a flow on them with a hand-moved clock.
 
+#include "account/SessionStore.h"
 #include "audio/MicrophonePermission.h"
-#include "audio/SoundServer.h"
 #include "audio/SystemAudioPermission.h"
+#include "recording/RecorderFlow.h"
 #include "support/ManualClock.h"
-#include "recording/RecorderPlatform.h"
-#include "recording/RecordingCapture.h"
 
-#include <QDateTime>
 #include <QFile>
-#include <QList>
-#include <QObject>
-#include <QStringList>
-
-#include <coroutine>
+#include <QNetworkAccessManager>
+#include <QTemporaryDir>
 
 #include <atomic>
-#include <chrono>
+#include <coroutine>
 
 namespace RecordingTest {
 
-using ::ManualClock;
-
 using namespace std::chrono_literals;
+using namespace Qt::StringLiterals;
+using State = RecorderState;
 
-// A capture that records nothing: it logs the calls it gets, and stop() leaves
-// `mixedBytes` as the mixed file (no file at all when null). A held stop() waits
-// for release().
+// A port nobody listens on: a send there fails at once with a connection error.
+inline const QUrl nowhere(u"http://127.0.0.1:1"_s);
+// A token whose "id" claim is "acc1".
+inline const QString tokenOfAcc1 = u"hdr.eyJpZCI6ImFjYzEifQ.sig"_s;
+// The start of an M4A file: what a stand-in capture leaves as its mix.
+inline const QByteArray someMix = QByteArray::fromHex("00000018667479704d344120000000004d34412069736f6d");
+
+// Records nothing: notes the calls it gets; stop() leaves `mix` as the mixed file (no
+// file when null). A held stop() waits for release().
 class StandInCapture : public RecordingCapture
 {
 public:
-    explicit StandInCapture(QString mixedPath)
-        : m_mixedPath(std::move(mixedPath))
-    {
-    }
-
+    QString mixedPath;
     QStringList calls;
     std::optional<QString> startError;
-    QByteArray mixedBytes = QByteArray("\0\0\0\x18" "ftypM4A \0\0\0\0M4A isom", 24);
+    QByteArray mix = someMix;
     bool holdStop = false;
 
     std::optional<QString> start() override
     {
-        calls << QStringLiteral("start");
+        calls << u"start"_s;
         return startError;
     }
-    void pause() override { calls << QStringLiteral("pause"); }
-    void resume() override { calls << QStringLiteral("resume"); }
-    void cancel() override { calls << QStringLiteral("cancel"); }
+    void pause() override { calls << u"pause"_s; }
+    void resume() override { calls << u"resume"_s; }
+    void cancel() override { calls << u"cancel"_s; }
     QCoro::Task<> stop() override
     {
-        calls << QStringLiteral("stop");
+        calls << u"stop"_s;
         if (holdStop)
-            co_await Held{this};
-        if (!mixedBytes.isNull()) {
-            QFile file(m_mixedPath);
-            if (file.open(QIODevice::WriteOnly))
-                file.write(mixedBytes);
-        }
+            co_await Held { this };
+        QFile file(mixedPath);
+        if (!mix.isNull() && file.open(QIODevice::WriteOnly))
+            file.write(mix);
     }
-    [[nodiscard]] QString finalMixedPath() const override { return m_mixedPath; }
-
-    // Ends a held stop() inside this call.
+    [[nodiscard]] QString finalMixedPath() const override { return mixedPath; }
     void release()
     {
-        if (const auto handle = std::exchange(m_held, {}))
-            handle.resume();
+        if (const auto held = std::exchange(m_held, {}))
+            held.resume();
     }
 
 private:
@@ -78,73 +71,77 @@ private:
         StandInCapture *capture;
         bool await_ready() const noexcept { return false; }
         void await_suspend(std::coroutine_handle<> handle) { capture->m_held = handle; }
-        void await_resume() const noexcept {}
+        void await_resume() const noexcept { }
     };
-
-    QString m_mixedPath;
     std::coroutine_handle<> m_held;
 };
 
-// Hands out StandInCaptures and keeps them, so the test can look at the one the flow
-// is using. `configure` runs on each before the flow sees it.
-struct StandInFactory
-{
-    QList<std::shared_ptr<StandInCapture>> made;
-    std::optional<QString> nextStartError;
-    std::function<void(StandInCapture &)> configure;
-
-    CaptureFactory factory()
-    {
-        return [this](const QString &folder) -> std::shared_ptr<RecordingCapture> {
-            auto capture = std::make_shared<StandInCapture>(
-                QStringLiteral("%1/%2_mixed.m4a").arg(folder).arg(made.size() + 1));
-            capture->startError = nextStartError;
-            if (configure)
-                configure(*capture);
-            made.append(capture);
-            return capture;
-        };
-    }
-    [[nodiscard]] StandInCapture &last() { return *made.last(); }
-};
-
-// Answers probes with `access` and nothing else.
-class ProbeOnlyServer final : public SoundServer
+// Answers the probes of each source with its own value, and nothing else.
+class StandInServer final : public SoundServer
 {
 public:
-    std::atomic<Permission> access{Permission::unknown};
-    std::atomic<int> probes{0};
+    std::atomic<Permission> microphone { Permission::unknown };
+    std::atomic<Permission> systemAudio { Permission::unknown };
+    std::atomic<int> probes { 0 };
 
     std::variant<OutputDevice, AudioObjectError> defaultOutput() override
     {
-        return AudioObjectError{QStringLiteral("no output in this test")};
+        return AudioObjectError { u"none"_s };
     }
-    std::variant<std::unique_ptr<Capture>, QString> startCapture(CaptureSource, const SampleSpec &,
-                                                                 BlockHandler) override
+    std::variant<std::unique_ptr<Capture>, QString> startCapture(
+        CaptureSource, const SampleSpec &, BlockHandler) override
     {
-        return QStringLiteral("no capture in this test");
+        return u"none"_s;
     }
-    Permission probe(CaptureSource) override
+    Permission probe(CaptureSource source) override
     {
         ++probes;
-        return access.load();
+        return source == CaptureSource::defaultInput ? microphone.load() : systemAudio.load();
     }
 };
 
-// What the state-machine and screen tests give a flow: stand-in captures from
-// `captures`, both permissions probed on `server`, the hand-moved clock, and a
-// recordings folder of the test's own.
-inline RecorderPlatform standInPlatform(const std::shared_ptr<SoundServer> &server, StandInFactory &captures,
-                                        std::shared_ptr<ManualClock> clock, QString recordingsFolder)
+// What a flow under test stands on. The captures it made are in `made`; `startError`,
+// `holdStop` and `mix` go to the next ones. Build the flow after the bench.
+struct StandIns
 {
-    RecorderPlatform platform;
-    platform.soundServer = server;
-    platform.makeCapture = captures.factory();
-    platform.microphone = std::make_unique<MicrophonePermission>(*server);
-    platform.systemAudio = std::make_unique<SystemAudioPermission>(*server);
-    platform.clock = std::move(clock);
-    platform.recordingsFolder = std::move(recordingsFolder);
-    return platform;
-}
+    explicit StandIns(SessionStore::Load load = SessionStore::Load::nothing)
+        : store(std::make_unique<SessionStore>(load))
+    { }
+
+    QTemporaryDir dir;
+    std::shared_ptr<ManualClock> clock = std::make_shared<ManualClock>();
+    std::shared_ptr<StandInServer> server = std::make_shared<StandInServer>();
+    QNetworkAccessManager network;
+    std::unique_ptr<SessionStore> store;
+    QList<std::shared_ptr<StandInCapture>> made;
+    std::optional<QString> startError;
+    bool holdStop = false;
+    QByteArray mix = someMix;
+
+    [[nodiscard]] StandInCapture &last() { return *made.last(); }
+    [[nodiscard]] QString folder() const { return dir.filePath(u"Recordings"_s); }
+    void link(const QString &token = tokenOfAcc1)
+    {
+        store->setSession(SessionPayload { u"s"_s, u"p"_s, token, false });
+    }
+
+    std::unique_ptr<RecorderFlow> makeFlow(const QUrl &service = nowhere)
+    {
+        RecorderPlatform platform;
+        platform.soundServer = server;
+        platform.makeCapture = [this](const QString &in) -> std::shared_ptr<RecordingCapture> {
+            auto capture = std::make_shared<StandInCapture>();
+            capture->mixedPath = u"%1/%2.m4a"_s.arg(in).arg(made.size());
+            std::tie(capture->startError, capture->holdStop, capture->mix)
+                = std::tie(startError, holdStop, mix);
+            return made.emplace_back(capture);
+        };
+        platform.microphone = std::make_unique<MicrophonePermission>(*server);
+        platform.systemAudio = std::make_unique<SystemAudioPermission>(*server);
+        platform.clock = clock;
+        platform.recordingsFolder = folder();
+        return std::make_unique<RecorderFlow>(SelvaroAPI(&network, service), *store, std::move(platform));
+    }
+};
 
 } // namespace RecordingTest

@@ -2,7 +2,7 @@
 
 // What the screen tests share: the window's content area to put a screen in, the
 // renders kept for review, and the questions every state of a screen must answer
-// well (which controls are there, can each be named and reached).
+// well (which controls are there, can each be named and reached, does it fit).
 
 #include "ui/Palette.h"
 #include "ui/Rendering.h"
@@ -23,16 +23,12 @@ namespace ScreenTest {
 class Frame : public QWidget
 {
 public:
-    static constexpr int width = 380;
-    static constexpr int height = 430;
-    static constexpr int padding = 24;
-
     explicit Frame(QWidget *screen)
     {
         auto *layout = new QVBoxLayout(this);
-        layout->setContentsMargins(padding, padding, padding, padding);
+        layout->setContentsMargins(24, 24, 24, 24);
         layout->addWidget(screen);
-        setFixedSize(width, height);
+        setFixedSize(380, 430);
         QPalette palette = this->palette();
         palette.setColor(QPalette::Window, Palette::selvaroBackground());
         setPalette(palette);
@@ -40,27 +36,21 @@ public:
     }
 };
 
-// Where renders are kept: $SELVARO_SCREENS_RENDER_DIR, else a folder removed after the test.
-inline QString renderDir()
-{
-    static QTemporaryDir temporary;
-    const QString dir = qEnvironmentVariable("SELVARO_SCREENS_RENDER_DIR", temporary.path());
-    QDir().mkpath(dir);
-    return dir;
-}
-
-// `frame` rendered at `ratio` and saved as <name>.png (2x) or <name>@1x.png.
+// `frame` rendered at `ratio` and saved as <name>.png (2x) or <name>@1x.png in
+// $SELVARO_SCREENS_RENDER_DIR, else in a folder removed after the test.
 inline QImage render(QWidget &frame, const QString &name, qreal ratio = 2)
 {
+    static QTemporaryDir temporary;
+    const QDir dir(qEnvironmentVariable("SELVARO_SCREENS_RENDER_DIR", temporary.path()));
+    dir.mkpath(QStringLiteral("."));
     QImage image = Rendering::toImage(frame, ratio, Palette::selvaroBackground());
-    const QString suffix = ratio == 2 ? QString() : QStringLiteral("@%1x").arg(ratio);
-    image.save(QDir(renderDir()).filePath(name + suffix + QStringLiteral(".png")));
+    image.save(dir.filePath(
+        name + (ratio == 2 ? QString() : QStringLiteral("@%1x").arg(ratio)) + QStringLiteral(".png")));
     return image;
 }
 
 // The widget named `name` inside `screen` (a warning when there is none).
-template <typename T = QWidget>
-T *child(QWidget *screen, const char *name)
+template <typename T = QWidget> T *child(QWidget *screen, const char *name)
 {
     T *found = screen->findChild<T *>(QLatin1String(name));
     if (!found)
@@ -86,10 +76,9 @@ inline QString accessibleName(QWidget *widget)
 inline QStringList shownButtons(QWidget *root)
 {
     QStringList names;
-    for (QAbstractButton *button : root->findChildren<QAbstractButton *>()) {
-        if (button->isVisibleTo(root))
-            names << accessibleName(button);
-    }
+    for (QAbstractButton *button : root->findChildren<QAbstractButton *>())
+        names << (button->isVisibleTo(root) ? accessibleName(button) : QString());
+    names.removeAll(QString());
     return names;
 }
 
@@ -98,12 +87,9 @@ inline QStringList unreachableButtons(QWidget *root)
 {
     QStringList problems;
     for (QAbstractButton *button : root->findChildren<QAbstractButton *>()) {
-        if (!button->isVisibleTo(root))
-            continue;
-        if (accessibleName(button).isEmpty())
-            problems << QStringLiteral("unnamed ") + QString::fromLatin1(button->metaObject()->className());
-        if (!(button->focusPolicy() & Qt::TabFocus))
-            problems << accessibleName(button) + QStringLiteral(" not reachable with Tab");
+        const QString name = accessibleName(button);
+        if (button->isVisibleTo(root) && (name.isEmpty() || !(button->focusPolicy() & Qt::TabFocus)))
+            problems << name + QLatin1Char(' ') + QString::fromLatin1(button->metaObject()->className());
     }
     return problems;
 }
@@ -114,11 +100,10 @@ inline QStringList outside(QWidget *screen)
 {
     QStringList problems;
     for (QWidget *child : screen->findChildren<QWidget *>()) {
-        if (!child->isVisibleTo(screen))
-            continue;
-        const QRect inScreen(child->mapTo(screen, QPoint(0, 0)), child->size());
-        if (!screen->rect().contains(inScreen))
-            problems << child->objectName() + QLatin1Char(' ') + QString::fromLatin1(child->metaObject()->className());
+        if (child->isVisibleTo(screen)
+            && !screen->rect().contains(QRect(child->mapTo(screen, QPoint()), child->size())))
+            problems << child->objectName() + QLatin1Char(' ')
+                    + QString::fromLatin1(child->metaObject()->className());
     }
     return problems;
 }

@@ -1,0 +1,214 @@
+// The recorder flow's state machine, display clock, permissions and the choices it
+// makes for the screen, on stand-ins with a hand-moved clock. Sends here end without
+// a session; recording_send sends to the service.
+#include "RecordingTestSupport.h"
+
+#include "support/LogCapture.h"
+
+#include <QSignalSpy>
+#include <QTest>
+
+using namespace RecordingTest;
+
+Q_DECLARE_METATYPE(Permission)
+
+namespace {
+const QString notLinked = u"This Mac is not linked to a Selvaro account any more."_s;
+const QString couldNotStart
+    = u"The recording could not start. Check the microphone and system audio permissions."_s;
+const QString empty = u"The recording is empty. Was anything playing or said?"_s;
+const State finishing = State::saving(u"Finishing the recording…"_s);
+
+// Calls the actions `events` names, in order: "record failing" starts with an error,
+// "tick" moves the clock a second, "release" ends the first capture's held stop(),
+// "link [token]" stores a session, "mix none" and "mix empty" set what stop() leaves.
+void act(StandIns &bench, RecorderFlow &flow, const QString &events)
+{
+    static const QHash<QString, void (RecorderFlow::*)()> actions { { u"record"_s, &RecorderFlow::record },
+        { u"pause"_s, &RecorderFlow::pause }, { u"resume"_s, &RecorderFlow::resume },
+        { u"save"_s, &RecorderFlow::save }, { u"discard"_s, &RecorderFlow::discard },
+        { u"retrySend"_s, &RecorderFlow::retrySend } };
+    for (const QString &event : events.split(u", "_s, Qt::SkipEmptyParts)) {
+        bench.startError = event == u"record failing"_s ? std::optional(u"no microphone"_s) : std::nullopt;
+        if (event == u"tick"_s)
+            bench.clock->advanceInTicks(1s);
+        else if (event.startsWith(u"link"_s))
+            bench.link(event.size() > 4 ? event.mid(5) : tokenOfAcc1);
+        else if (event.startsWith(u"mix"_s))
+            bench.made.first()->mix = event.endsWith(u"none"_s) ? QByteArray() : QByteArray("");
+        else if (event == u"release"_s)
+            bench.made.first()->release();
+        else
+            (flow.*actions.value(event.section(u' ', 0, 0)))();
+    }
+}
+
+// Brings a fresh flow into `from`; every capture holds its stop() until released.
+void reach(StandIns &bench, RecorderFlow &flow, const QString &from)
+{
+    static const QHash<QString, QString> ways { { u"idle"_s, QString() }, { u"recording"_s, u"record"_s },
+        { u"paused"_s, u"record, tick, pause"_s }, { u"saving"_s, u"record, tick, pause, save"_s },
+        { u"failed send"_s, u"record, tick, pause, save, release"_s },
+        { u"failed start"_s, u"record failing"_s } };
+    bench.holdStop = true;
+    act(bench, flow, ways.value(from));
+}
+} // namespace
+
+class TestRecordingFlow : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void transitions_data()
+    {
+        QTest::addColumn<QString>("from");
+        QTest::addColumn<QString>("event");
+        QTest::addColumn<State>("to");
+        QTest::addColumn<bool>("canRetrySend");
+        QTest::addColumn<double>("elapsed");
+        QTest::addColumn<QString>("calls"); // of every capture made, in order
+        const auto row = [](const char *from, const char *event, const State &to, bool retry, double elapsed,
+                             const char *calls) {
+            QTest::addRow("%s, %s", from, event) << QString::fromLatin1(from) << QString::fromLatin1(event)
+                                                 << to << retry << elapsed << QString::fromLatin1(calls);
+        };
+        const State recording = State::recording(), paused = State::paused(), idle = State::idle();
+        const State failedStart = State::failed(couldNotStart), failedSend = State::failed(notLinked);
+        row("idle", "record", recording, false, 0, "start");
+        row("idle", "record failing", failedStart, false, 0, "start");
+        row("recording", "record", recording, false, 0, "start");
+        row("recording", "resume", recording, false, 0, "start");
+        row("recording", "pause", paused, false, 0, "start pause");
+        row("recording", "save", finishing, false, 0, "start stop");
+        // Cancelled as it runs, not paused first: the capture then keeps its files.
+        row("recording", "discard", idle, false, 0, "start cancel");
+        row("paused", "pause", paused, false, 1, "start pause");
+        row("paused", "record", paused, false, 1, "start pause");
+        row("paused", "resume", recording, false, 1, "start pause resume");
+        row("paused", "save", finishing, false, 1, "start pause stop");
+        row("paused", "discard", idle, false, 0, "start pause cancel");
+        row("saving", "record", finishing, false, 1, "start pause stop");
+        row("saving", "save", finishing, false, 1, "start pause stop");
+        row("saving", "discard", idle, false, 0, "start pause stop cancel");
+        // Deliberately not cancelled: the send overwrites idle with its own outcome…
+        row("saving", "discard, release", failedSend, false, 0, "start pause stop cancel");
+        // …but never the state of a newer recording.
+        row("saving", "discard, record, release", recording, false, 0, "start pause stop cancel start");
+        row("failed send", "record", recording, false, 0, "start pause stop start");
+        // The mixed file is sent again as it is: not stopped or mixed again.
+        row("failed send", "retrySend", failedSend, true, 1, "start pause stop");
+        row("failed send", "discard", idle, false, 0, "start pause stop cancel");
+        // A start that fails keeps the earlier recording: "Send again" still sends it.
+        row("failed send", "record failing", failedStart, true, 1, "start pause stop start");
+        // Without an account id in the token, as without a session: kept for when it is linked again.
+        row("paused", "link a.b.c, save, release", failedSend, true, 1, "start pause stop");
+        // Nothing to send, now or later. Sent nowhere: a request would end in "Sending failed: …".
+        row("paused", "link, mix none, save, release", State::failed(empty), false, 1, "start pause stop");
+        row("paused", "link, mix empty, save, release", State::failed(empty), false, 1, "start pause stop");
+        row("failed start", "record", recording, false, 0, "start start");
+        row("failed start", "retrySend", failedStart, false, 0, "start");
+    }
+    void transitions()
+    {
+        QFETCH(QString, from);
+        QFETCH(QString, event);
+        StandIns bench;
+        auto flow = bench.makeFlow();
+        reach(bench, *flow, from);
+        LogCapture log;
+        act(bench, *flow, event);
+        QTEST(flow->state(), "to");
+        const bool failing = event.endsWith(u"failing"_s);
+        QCOMPARE(
+            log.lines(u"recorder"_s), failing ? QStringList { u"start: no microphone"_s } : QStringList());
+        QTEST(flow->canRetrySend(), "canRetrySend");
+        QTEST(flow->elapsed(), "elapsed");
+        QStringList calls;
+        for (const auto &capture : bench.made)
+            calls << capture->calls;
+        QTEST(calls.join(u' '), "calls");
+    }
+
+    void screenChoices_data()
+    {
+        QTest::addColumn<State>("state");
+        QTest::addColumn<Permission>("microphone");
+        QTest::addColumn<Permission>("systemAudio");
+        QTest::addColumn<QString>("choices"); // isLive, showsPermissions, systemAudioStepEnabled
+        const Permission unknown = Permission::unknown, denied = Permission::denied,
+                         granted = Permission::granted;
+        QTest::newRow("idle, none yet") << State::idle() << unknown << unknown << u"-, permissions, -"_s;
+        QTest::newRow("sent, system audio first")
+            << State::sent() << unknown << granted << u"-, permissions, step 2"_s;
+        QTest::newRow("recording, one revoked")
+            << State::recording() << denied << granted << u"live, -, step 2"_s;
+        QTest::newRow("failed, one missing")
+            << State::failed(notLinked) << granted << denied << u"-, permissions, step 2"_s;
+    }
+    void screenChoices()
+    {
+        QFETCH(State, state);
+        QFETCH(Permission, microphone);
+        QFETCH(Permission, systemAudio);
+        const auto flow = RecorderFlow::preview(state, 0, microphone, systemAudio);
+        const auto yes = [](bool value, const QString &name) { return value ? name : u"-"_s; };
+        QTEST(QStringList({ yes(flow->isLive(), u"live"_s), yes(flow->showsPermissions(), u"permissions"_s),
+                              yes(flow->systemAudioStepEnabled(), u"step 2"_s) })
+                  .join(u", "_s),
+            "choices");
+    }
+
+    void tickerShowsRecordedTimeAndMakesALastUpdate()
+    {
+        StandIns bench;
+        auto flow = bench.makeFlow();
+        QSignalSpy shown(flow.get(), &RecorderFlow::displayedElapsedChanged);
+        flow->record();
+        bench.clock->advance(500ms);
+        QCOMPARE(flow->displayedElapsed(), 0.5);
+        bench.clock->advanceInTicks(1s);
+        bench.clock->advance(200ms); // between two ticks: the screen keeps its value
+        QCOMPARE(flow->displayedElapsed(), 1.5);
+        flow->pause();
+        bench.clock->advanceInTicks(3s); // paused: the ticker runs, with one piece of news
+        QCOMPARE(flow->displayedElapsed(), 1.7);
+        QCOMPARE(shown.count(), 4);
+        flow->resume();
+        bench.clock->advance(300ms);
+        flow->save();
+        QCOMPARE(flow->elapsed(), 2.0); // the paused 3 s are not in it
+        QTRY_COMPARE(flow->displayedElapsed(), 2.0); // the cancelled ticker's last update
+
+        flow->record();
+        bench.clock->advanceInTicks(1s);
+        flow->discard();
+        QCOMPARE(flow->displayedElapsed(), 1.0); // discard itself does not touch it…
+        QTRY_COMPARE(flow->displayedElapsed(), 0.0); // …the last update does
+    }
+
+    void systemAudioPollIsBounded()
+    {
+        StandIns bench;
+        auto flow = bench.makeFlow();
+        QSignalSpy news(flow.get(), &RecorderFlow::systemAudioChanged);
+        const auto requestAndWait = [&](Permission answer, int probes) {
+            bench.server->systemAudio = answer;
+            flow->requestSystemAudio();
+            QTRY_COMPARE(bench.server->probes, probes); // the request's own probe…
+            QTRY_COMPARE(flow->systemAudio(), answer); // …and its answer are in
+            for (int second = 0; second < 15; ++second) {
+                bench.clock->advance(1s);
+                QCoreApplication::processEvents();
+            }
+        };
+        requestAndWait(Permission::unknown, 3);
+        QCOMPARE(bench.clock->sleepsOf(RecorderFlow::permissionPollInterval), 10); // unknown: ten reads
+        QCOMPARE(news.count(), 0); // the same answer read again is no news
+        requestAndWait(Permission::granted, 4);
+        QCOMPARE(bench.clock->sleepsOf(RecorderFlow::permissionPollInterval), 11); // known: one read
+    }
+};
+
+QTEST_GUILESS_MAIN(TestRecordingFlow)
+#include "tst_recording_flow.moc"

@@ -1,0 +1,191 @@
+// The recorder screen, offscreen: what it shows for each state of a preview flow, and
+// a real RecorderFlow on stand-ins driven through its controls.
+#include "ScreenTestSupport.h"
+
+#include "recording/RecordingTestSupport.h"
+#include "ui/PermissionRow.h"
+#include "ui/PillButton.h"
+#include "ui/PlatformWording.h"
+#include "ui/RecorderView.h"
+#include "ui/StepBadge.h"
+#include "ui/TextLabel.h"
+#include "ui/WaveformIndicator.h"
+
+#include <QMessageBox>
+#include <QSignalSpy>
+#include <QTest>
+
+using namespace ScreenTest;
+using namespace RecordingTest;
+using Pane = SoundSettings::Pane;
+
+Q_DECLARE_METATYPE(Permission)
+
+namespace {
+const QString couldNotStart
+    = u"The recording could not start. Check the microphone and system audio permissions."_s;
+
+// A recorder screen, shown in the window's content area, changing at once; a
+// "Settings" press is noted instead of starting a program.
+struct Screen
+{
+    explicit Screen(std::unique_ptr<RecorderFlow> shown)
+        : flow(std::move(shown))
+        , view(new RecorderView(flow.get(), [this](Pane pane) { panes << pane; }))
+        , frame(view)
+    {
+        view->setAnimated(false);
+        frame.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&frame));
+    }
+    bool shows(const char *name) const { return ScreenTest::shows(view, name); }
+    void click(const char *name) const { QTest::mouseClick(child(view, name), Qt::LeftButton); }
+    PermissionRow *row(int number) const
+    {
+        return child<PermissionRow>(view, number == 1 ? "microphoneRow" : "systemAudioRow");
+    }
+    // "Allow", "Settings", "none" or "done" (a checked badge); " dimmed" while the step is closed.
+    QString step(int number) const
+    {
+        const PermissionRow *shown = row(number);
+        QString action = shown->badge()->isDone() ? u"done"_s : u"none"_s;
+        for (PillButton *button : { shown->allowButton(), shown->settingsButton() })
+            action = button->isVisibleTo(shown) ? button->text() : action;
+        return action + (shown->opacity() < 1 ? u" dimmed"_s : QString());
+    }
+
+    std::unique_ptr<RecorderFlow> flow;
+    RecorderView *view;
+    Frame frame;
+    QList<Pane> panes;
+};
+} // namespace
+
+class TestScreensRecorder : public QObject
+{
+    Q_OBJECT
+    PlatformWording m_wording;
+
+private Q_SLOTS:
+    void initTestCase() { QCoreApplication::installTranslator(&m_wording); }
+
+    void whatEachStateShows_data()
+    {
+        QTest::addColumn<State>("state");
+        QTest::addColumn<Permission>("microphone");
+        QTest::addColumn<QStringList>("buttons");
+        QTest::addColumn<QString>("status"); // the status line, "" while the permissions box shows
+        const Permission unknown = Permission::unknown, denied = Permission::denied,
+                         granted = Permission::granted;
+        const QString unlink = u"Unlink"_s, record = u"Record"_s;
+        QTest::newRow("idle") << State::idle() << granted << QStringList { unlink, record } << u" "_s;
+        QTest::newRow("recording, one revoked")
+            << State::recording() << denied << QStringList { unlink, u"Pause"_s }
+            << u"Recording the system audio and the microphone"_s;
+        QTest::newRow("paused") << State::paused() << granted
+                                << QStringList { unlink, u"Discard"_s, u"Resume"_s, u"Save"_s }
+                                << u"Paused"_s;
+        QTest::newRow("saving") << State::saving(u"Uploading…"_s) << unknown << QStringList { unlink }
+                                << u"Uploading…"_s;
+        QTest::newRow("sent") << State::sent() << granted << QStringList { unlink, record }
+                              << u"Sent. The note is being written on your phone."_s;
+        // A preview keeps no recording: the message alone, no "Send again".
+        QTest::newRow("failed") << State::failed(couldNotStart) << granted << QStringList { unlink, record }
+                                << couldNotStart;
+    }
+    void whatEachStateShows()
+    {
+        QFETCH(State, state);
+        QFETCH(Permission, microphone);
+        Screen screen(RecorderFlow::preview(state, 83, microphone, Permission::granted));
+        QTEST(shownButtons(screen.view), "buttons");
+        QCOMPARE(unreachableButtons(screen.view), QStringList());
+        QStringList status;
+        for (const char *line : { "idleStatus", "recordingStatus", "pausedStatus", "savingStatus",
+                 "sentStatus", "failureMessage" })
+            status << (screen.shows(line) ? child<QLabel>(screen.view, line)->text() : QString());
+        QTEST(status.join(QString()), "status");
+        QCOMPARE(screen.shows("spinner"), state.is(State::Kind::saving));
+        QCOMPARE(
+            screen.view->findChild<WaveformIndicator *>()->isRunning(), state.is(State::Kind::recording));
+        QCOMPARE(child<TextLabel>(screen.view, "clock")->color(),
+            screen.flow->isLive() ? Palette::primaryText() : Palette::secondaryText());
+        QCOMPARE(outside(screen.view), QStringList());
+    }
+
+    void controlsDriveTheFlow()
+    {
+        StandIns bench;
+        bench.server->microphone = bench.server->systemAudio = Permission::granted;
+        bench.link(); // sends go nowhere and fail, keeping the recording
+        Screen screen(bench.makeFlow());
+        QTRY_VERIFY(screen.shows("recordButton"));
+        // Whoever follows the state sees "Send again" as the state has it.
+        QList<bool> sendAgainOnFailure;
+        connect(screen.flow.get(), &RecorderFlow::stateChanged, this, [&] {
+            if (screen.flow->state().is(State::Kind::failed))
+                sendAgainOnFailure << screen.shows("sendAgainButton");
+        });
+        screen.click("recordButton");
+        bench.clock->advanceInTicks(3s);
+        QCOMPARE(child<QLabel>(screen.view, "clock")->text(), u"00:03"_s);
+        for (const char *button : { "pauseButton", "resumeButton", "pauseButton", "discardButton" })
+            screen.click(button);
+        QCOMPARE(bench.last().calls.join(u' '), u"start pause resume pause cancel"_s);
+
+        for (const char *button : { "recordButton", "pauseButton", "saveButton" })
+            screen.click(button);
+        QVERIFY(screen.shows("spinner"));
+        QTRY_VERIFY(screen.flow->state().is(State::Kind::failed));
+        screen.click("sendAgainButton");
+        QCOMPARE(screen.flow->state(), State::saving(u"Uploading…"_s));
+        QTRY_VERIFY(screen.flow->state().is(State::Kind::failed));
+        QCOMPARE(sendAgainOnFailure, (QList<bool> { true, true }));
+    }
+
+    void permissionStepsCallTheFlow()
+    {
+        StandIns bench;
+        Screen screen(bench.makeFlow());
+        QTRY_COMPARE(bench.server->probes, 2);
+        QCOMPARE(screen.step(1) + u" | "_s + screen.step(2), u"Allow | none dimmed"_s);
+        QCOMPARE(child(screen.view, "permissionsBox")->width(), 320); // as much as it may take
+        bench.server->microphone = Permission::granted;
+        QTest::mouseClick(screen.row(1)->allowButton(), Qt::LeftButton);
+        QTRY_COMPARE(screen.step(1) + u" | "_s + screen.step(2), u"done | Allow"_s);
+        bench.server->systemAudio = Permission::granted;
+        QTest::mouseClick(screen.row(2)->allowButton(), Qt::LeftButton);
+        QTRY_VERIFY(screen.shows("recordButton"));
+
+        bench.server->microphone = bench.server->systemAudio = Permission::denied;
+        screen.flow->probePermissions();
+        QTRY_COMPARE(screen.step(1) + u" | "_s + screen.step(2), u"Settings | Settings dimmed"_s);
+        // A closed step can still be mended.
+        QTest::mouseClick(screen.row(1)->settingsButton(), Qt::LeftButton);
+        QTest::mouseClick(screen.row(2)->settingsButton(), Qt::LeftButton);
+        QCOMPARE(screen.panes, (QList<Pane> { Pane::microphone, Pane::systemAudio }));
+    }
+
+    void unlinkAsksFirstAndClosesWithTheScreen()
+    {
+        Screen screen(RecorderFlow::preview(State::paused(), 83, Permission::granted, Permission::granted));
+        QSignalSpy unlinks(screen.view, &RecorderView::unlinkRequested);
+        screen.click("unlinkButton");
+        QPointer<QMessageBox> confirmation = screen.view->unlinkConfirmation();
+        QCOMPARE(confirmation->text(), u"Unlink this computer?"_s);
+        // Cancel is the default: Return alone never unlinks.
+        QTest::keyClick(confirmation, Qt::Key_Return);
+        QTRY_VERIFY(!confirmation);
+        QCOMPARE(unlinks.count(), 0);
+
+        // The session forgotten while it is open: the screen goes, and the question with it.
+        screen.click("unlinkButton");
+        confirmation = screen.view->unlinkConfirmation();
+        QVERIFY(confirmation->isVisible());
+        screen.view->hide();
+        QTRY_VERIFY(!confirmation);
+    }
+};
+
+QTEST_MAIN(TestScreensRecorder)
+#include "tst_screens_recorder.moc"
