@@ -5,7 +5,6 @@
 #include "account/PairingFlow.h"
 #include "app/Appearance.h"
 #include "app/ContentView.h"
-#include "app/MainWindow.h"
 #include "app/SelvaroRecorderApp.h"
 #include "recording/RecorderFlow.h"
 #include "support/DevService.h"
@@ -16,7 +15,7 @@
 #include "ui/RecorderView.h"
 
 #include <QAbstractButton>
-#include <QTemporaryDir>
+#include <QTemporaryFile>
 #include <QTest>
 
 #include <qcoro/qcorotask.h>
@@ -40,15 +39,11 @@ bool click(QWidget *root, const QString &text)
     return target;
 }
 
-bool hasKeychainItem()
-{
-    return QCoro::waitFor(Keychain::read(QLatin1String(Keychain::sessionAccount))).has_value();
-}
-
 // The dominant frequency of one channel, without its first 0.3 s and last 0.1 s.
 double toneOf(const std::vector<float> &channel)
 {
-    return ToneAnalysis::dominantFrequency(std::span<const float>(channel).subspan(14400, channel.size() - 19200), 48000);
+    return ToneAnalysis::dominantFrequency(
+        std::span<const float>(channel).subspan(14400, channel.size() - 19200), 48000);
 }
 
 } // namespace
@@ -66,7 +61,7 @@ private Q_SLOTS:
         TonePlayer microphone(1000, "micfeed");
         QVERIFY(speakers.isPlaying() && microphone.isPlaying());
         Appearance::apply(*qApp);
-        dev.setConfig({{QStringLiteral("interval"), 2}}); // the shortest poll the app accepts
+        dev.setConfig({ { QStringLiteral("interval"), 2 } }); // the shortest poll the app accepts
         SelvaroRecorderApp app(dev.baseUrl());
         app.show();
         ContentView &content = app.content();
@@ -76,41 +71,34 @@ private Q_SLOTS:
         PairingFlow &pairing = app.model().pairing();
         QTRY_COMPARE(pairing.state().kind(), PairingState::Kind::waiting);
         dev.confirm(pairing.state().userCode(), false);
-        QTRY_COMPARE_WITH_TIMEOUT(content.currentScreen(), static_cast<QWidget *>(content.recorderView()), 10000);
-        QVERIFY(hasKeychainItem());
+        QTRY_COMPARE_WITH_TIMEOUT(
+            content.currentScreen(), static_cast<QWidget *>(content.recorderView()), 10000);
 
         RecorderView *screen = content.recorderView();
-        RecorderFlow &recorder = app.model().recorder();
         QTRY_VERIFY(button(screen, QStringLiteral("Record")));
         QVERIFY(click(screen, QStringLiteral("Record")));
         QTest::qWait(2200); // the fixture's monitors take about a second to deliver
         QVERIFY(click(screen, QStringLiteral("Pause")));
         QVERIFY(click(screen, QStringLiteral("Save")));
-        QTRY_VERIFY_WITH_TIMEOUT(recorder.state() == RecorderFlow::State::sent() || recorder.state().is(RecorderFlow::State::Kind::failed), 30000);
-        QCOMPARE(recorder.state(), RecorderFlow::State::sent());
+        QTRY_COMPARE_WITH_TIMEOUT(app.model().recorder().state(), RecorderFlow::State::sent(), 30000);
 
         // The note holds the system audio on the left and the microphone on the right.
         const QJsonArray notes = dev.notes();
         QCOMPARE(notes.size(), 1);
-        QTemporaryDir dir;
-        QFile file(dir.filePath(QStringLiteral("note.m4a")));
-        QVERIFY(file.open(QIODevice::WriteOnly));
-        file.write(dev.download(notes.first().toObject().value(QStringLiteral("recordingKey")).toString()));
+        QTemporaryFile file;
+        QVERIFY(file.open()
+            && file.write(dev.download(notes.first()[QStringLiteral("recordingKey")].toString())) > 0);
         file.close();
         const MixerAnalysis::Decoded note = MixerAnalysis::decode(file.fileName());
         QCOMPARE(note.error, QString());
         QVERIFY(std::abs(toneOf(note.left) - 440) <= 2 && std::abs(toneOf(note.right) - 1000) <= 2);
 
-        // Unlink, confirmed: back to pairing, the item gone, nothing sent to the service.
-        const qsizetype requestsBefore = dev.requests().size();
+        // Unlink, confirmed: back to pairing, the item gone.
         QVERIFY(click(screen, QStringLiteral("Unlink")));
         QTRY_VERIFY(screen->unlinkConfirmation());
         QVERIFY(click(screen->unlinkConfirmation(), QStringLiteral("Unlink this computer")));
         QTRY_COMPARE(content.currentScreen(), static_cast<QWidget *>(content.pairingView()));
-        QVERIFY(!hasKeychainItem());
-        const QJsonArray requests = dev.requests();
-        for (qsizetype i = requestsBefore; i < requests.size(); ++i)
-            QVERIFY(!requests[i].toObject().value(QStringLiteral("path")).toString().startsWith(QLatin1String("/sessions/")));
+        QVERIFY(!QCoro::waitFor(Keychain::read(QLatin1String(Keychain::sessionAccount))));
     }
 };
 

@@ -8,6 +8,7 @@
 #include "app/ScreenFrame.h"
 #include "app/Snapshot.h"
 #include "app/Updater.h"
+#include "support/LogCapture.h"
 #include "ui/PairingView.h"
 
 #include <QAbstractButton>
@@ -20,6 +21,7 @@
 #include <QNetworkAccessManager>
 #include <QProcess>
 #include <QTemporaryDir>
+#include <QTemporaryFile>
 #include <QTest>
 
 #include <qcoro/qcorotask.h>
@@ -31,16 +33,14 @@ Q_DECLARE_METATYPE(Outcome)
 
 namespace {
 
-// The Secret Service's name on a private bus, held by this process: every call is
-// kept unanswered until answer(); from then on each is refused, as a locked keyring would.
+// Holds the Secret Service's name on a private bus and keeps every call unanswered
+// until answer(); from then on it refuses each, as a locked keyring would.
 class SilentSecretService : public QDBusVirtualObject
 {
 public:
-    int received = 0;
     QString introspect(const QString &) const override { return {}; }
     bool handleMessage(const QDBusMessage &call, const QDBusConnection &) override
     {
-        ++received;
         m_held.append(call);
         if (m_answering)
             answer();
@@ -50,10 +50,10 @@ public:
     {
         m_answering = true;
         for (const QDBusMessage &call : std::exchange(m_held, {}))
-            QDBusConnection(QStringLiteral("keyring")).send(call.createErrorReply(QDBusError::AccessDenied, QStringLiteral("locked")));
+            QDBusConnection(QStringLiteral("keyring"))
+                .send(call.createErrorReply(QDBusError::AccessDenied, QStringLiteral("locked")));
     }
 
-private:
     bool m_answering = false;
     QList<QDBusMessage> m_held;
 };
@@ -74,8 +74,8 @@ private Q_SLOTS:
         const QByteArray feed("{\"version\":\"0.3.0\",\"build\":8,\"url\":\"https://example.org/get\"}");
         QTest::newRow("newer build") << feed << qint64(7) << Outcome::available;
         QTest::newRow("same build") << feed << qint64(8) << Outcome::upToDate;
-        QTest::newRow("build as text") << QByteArray("{\"version\":\"1\",\"build\":\"9\",\"url\":\"https://e.org\"}") << qint64(1) << Outcome::failed;
-        QTest::newRow("not a web page") << QByteArray("{\"version\":\"1\",\"build\":9,\"url\":\"file:///etc/passwd\"}") << qint64(1) << Outcome::failed;
+        QTest::newRow("not a web page") << QByteArray("{\"version\":\"1\",\"build\":9,\"url\":\"file:///x\"}")
+                                        << qint64(1) << Outcome::failed;
         QTest::newRow("no feed") << QByteArray() << qint64(1) << Outcome::failed;
     }
     void updateCheck()
@@ -83,12 +83,11 @@ private Q_SLOTS:
         QFETCH(QByteArray, feed);
         QFETCH(qint64, ownBuild);
         QFETCH(Outcome, outcome);
-        QTemporaryDir dir;
-        QFile file(dir.filePath(QStringLiteral("feed.json")));
-        QVERIFY(file.open(QIODevice::WriteOnly) && file.write(feed) == feed.size());
-        file.close();
+        QTemporaryFile file;
+        QVERIFY(file.open() && file.write(feed) == feed.size() && file.flush());
         QNetworkAccessManager network;
-        const Updater updater(&network, feed.isEmpty() ? QUrl() : QUrl::fromLocalFile(file.fileName()), ownBuild);
+        const Updater updater(
+            &network, feed.isEmpty() ? QUrl() : QUrl::fromLocalFile(file.fileName()), ownBuild);
         QCOMPARE(QCoro::waitFor(updater.check()).outcome, outcome);
     }
 
@@ -110,46 +109,39 @@ private Q_SLOTS:
         window.resize(800, 900);
         QCoreApplication::processEvents();
         QCOMPARE(frame->size(), QSize(380, 430));
-        QCOMPARE(window.size(), window.minimumSize());
-        QCOMPARE(window.minimumSize(), window.maximumSize());
     }
 
     // As documentation builds run it: no display, and nobody said "offscreen".
     void snapshotModeWritesTwelveScreens()
     {
         QTemporaryDir dir;
-        const QDir output(dir.filePath(QStringLiteral("nested/shots")));
+        const QDir out(dir.filePath(QStringLiteral("nested/shots")));
         QProcess app;
         QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        for (const char *name : {"QT_QPA_PLATFORM", "DISPLAY", "WAYLAND_DISPLAY"})
+        for (const char *name : { "QT_QPA_PLATFORM", "DISPLAY", "WAYLAND_DISPLAY" })
             environment.remove(QString::fromLatin1(name));
         app.setProcessEnvironment(environment);
-        app.start(QStringLiteral(SELVARO_RECORDER_EXECUTABLE), {QStringLiteral("--snapshot"), output.path()});
-        QVERIFY(app.waitForFinished(60000));
-        QCOMPARE(app.exitStatus(), QProcess::NormalExit);
-        QCOMPARE(app.exitCode(), 0);
-        QStringList expected = Snapshot::names();
-        QCOMPARE(expected.size(), 12);
-        for (QString &name : expected)
-            name += QLatin1String(".png");
-        expected.sort();
-        QCOMPARE(output.entryList(QDir::Files, QDir::Name), expected);
-        for (const QString &file : expected)
-            QCOMPARE(QImage(output.filePath(file)).size(), QSize(760, 860));
+        app.start(QStringLiteral(SELVARO_RECORDER_EXECUTABLE), { QStringLiteral("--snapshot"), out.path() });
+        QVERIFY(app.waitForFinished(60000) && app.exitCode() == 0);
+        QCOMPARE(out.entryList(QDir::Files).size(), 12);
+        for (const QString &name : Snapshot::names())
+            QCOMPARE(QImage(out.filePath(name + QLatin1String(".png"))).size(), QSize(760, 860));
     }
 
     void silentKeyringIsSaidAndReadAgain()
     {
         QProcess daemon;
-        daemon.start(QStringLiteral("dbus-daemon"), {QStringLiteral("--session"), QStringLiteral("--nofork"), QStringLiteral("--print-address=1")});
+        daemon.start(QStringLiteral("dbus-daemon"),
+            { QStringLiteral("--session"), QStringLiteral("--nofork"), QStringLiteral("--print-address=1") });
         QVERIFY(daemon.waitForReadyRead(5000));
         const QByteArray address = daemon.readLine().trimmed();
         qputenv("DBUS_SESSION_BUS_ADDRESS", address);
-        QDBusConnection bus = QDBusConnection::connectToBus(QString::fromUtf8(address), QStringLiteral("keyring"));
         SilentSecretService service;
+        auto bus = QDBusConnection::connectToBus(QString::fromUtf8(address), QStringLiteral("keyring"));
         QVERIFY(bus.registerVirtualObject(QStringLiteral("/"), &service, QDBusConnection::SubPath));
         QVERIFY(bus.registerService(QStringLiteral("org.freedesktop.secrets")));
 
+        LogCapture log;
         AppModel model(QUrl(QStringLiteral("http://127.0.0.1:9")), std::chrono::milliseconds(300));
         ContentView content(model);
         content.show();
@@ -157,24 +149,18 @@ private Q_SLOTS:
         QCOMPARE(content.currentScreen(), nullptr); // blank at first, as on every start
         QTRY_COMPARE(content.currentScreen(), content.storeSilentView());
         QCOMPARE(content.storeSilentView()->findChild<QLabel *>()->text(),
-                 QStringLiteral("The keyring did not answer. It may be locked: unlock it, then try again."));
+            QStringLiteral("The keyring did not answer. It may be locked: unlock it, then try again."));
         // No pairing starts before the store has said whether this computer is linked.
         QCOMPARE(model.pairing().state().kind(), PairingState::Kind::idle);
         auto *tryAgain = content.storeSilentView()->findChild<QAbstractButton *>();
         QCOMPARE(tryAgain->text(), QStringLiteral("Try again"));
         QTest::mouseClick(tryAgain, Qt::LeftButton);
-        // The store answers the first read at last. QtKeychain runs one job at a time,
-        // so the second read reaches the store only now: every call from here on is its.
-        int receivedWhenAnswered = -1;
-        connect(&model.store(), &SessionStore::loadedChanged, this, [&] { receivedWhenAnswered = service.received; });
+        // The keyring answers at last, refusing; QtKeychain runs one job at a time, so
+        // the second read reaches it only after the first has its answer.
         service.answer();
         QTRY_COMPARE(content.currentScreen(), static_cast<QWidget *>(content.pairingView()));
-        QVERIFY(receivedWhenAnswered > 0);
-        QTRY_VERIFY(service.received > receivedWhenAnswered);
-        bus.unregisterObject(QStringLiteral("/"));
-        QDBusConnection::disconnectFromBus(QStringLiteral("keyring"));
-        daemon.kill();
-        daemon.waitForFinished();
+        QTRY_COMPARE(
+            log.lines(QStringLiteral("session")).filter(QStringLiteral("keychain read failed")).size(), 2);
     }
 };
 
