@@ -151,8 +151,8 @@ private slots:
     }
 
     // As drawn at 2x: every pixel inside the card pure black or white (no blurred
-    // module edge), and level M in the format bits beside the top-left finder
-    // (ISO 18004, 7.9: the top two bits under the mask 101010000010010, M = 00).
+    // module edge), and the format bits (ISO 18004, 7.9) the same in both copies
+    // and at level M: the top two bits under the mask 101010000010010, M = 00.
     void crispAtLevelM()
     {
         const QImage image = renderCard(pairingLink, 2);
@@ -164,12 +164,15 @@ private slots:
         // 25 modules and a quiet zone of 2 on each side over the 400-pixel card.
         auto at = [](int module) { return static_cast<int>(40 + (module + 2.5) * 400 / 29); };
         auto dark = [&](int x, int y) { return qRed(image.pixel(at(x), at(y))) < 128 ? 1 : 0; };
-        int format = 0;
-        for (int x : { 0, 1, 2, 3, 4, 5, 7, 8 })
-            format = (format << 1) | dark(x, 8);
-        for (int y : { 7, 5, 4, 3, 2, 1, 0 })
-            format = (format << 1) | dark(8, y);
-        QCOMPARE((format ^ 0b101010000010010) >> 13, 0b00);
+        // Bit b of the first copy runs along row 8 and up column 8 beside the top-left finder;
+        // of the second, up column 8 by the bottom-left finder and along row 8 by the top-right one.
+        int first = 0, second = 0;
+        for (int b = 14, k = 0; b >= 0; --b, ++k) {
+            first = (first << 1) | (k < 8 ? dark(k < 6 ? k : k + 1, 8) : dark(8, k == 8 ? 7 : 14 - k));
+            second = (second << 1) | (b >= 8 ? dark(8, 10 + b) : dark(24 - b, 8));
+        }
+        QCOMPARE(first, second); // not mirrored
+        QCOMPARE((first ^ 0b101010000010010) >> 13, 0b00);
     }
 };
 
