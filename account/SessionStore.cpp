@@ -49,13 +49,19 @@ QCoro::Task<> SessionStore::load()
 {
     QPointer<SessionStore> self(this);
     const std::optional<QByteArray> data = co_await Keychain::read(sessionAccount);
-    if (!self)
+    if (!self || m_loaded)
         co_return;
     // Undecodable data reads as "not linked" and is left in place: the next pairing
     // overwrites it, and nothing else should delete what it cannot read.
     if (data && !m_sessionWritten)
         setIfChanged(m_session, SessionPayload::fromJsonText(*data), this, &SessionStore::sessionChanged);
     setIfChanged(m_loaded, true, this, &SessionStore::loadedChanged);
+}
+
+void SessionStore::readAgain()
+{
+    if (!m_loaded)
+        load();
 }
 
 QCoro::Task<> SessionStore::waitUntilLoaded()

@@ -53,6 +53,10 @@ public:
     // Resumes once the initial read has answered (at once if it already has).
     QCoro::Task<> waitUntilLoaded();
 
+    // While the initial read has not answered: starts another one (the secret store
+    // may have been unlocked meanwhile). The first answer of any of them counts.
+    void readAgain();
+
     // Writes the item, then sets `session`. On failure `session` is unchanged and the
     // error is returned.
     [[nodiscard]] QCoro::Task<std::optional<KeychainError>> save(const SessionPayload &payload);

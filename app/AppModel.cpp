@@ -1,10 +1,11 @@
 #include "app/AppModel.h"
 
 #include "audio/pulse/PulseAlertSound.h"
+#include "common/Observable.h"
 #include "audio/pulse/PulseSoundServer.h"
 #include "recording/RecorderFlow.h"
 
-AppModel::AppModel(QUrl baseUrl, QObject *parent)
+AppModel::AppModel(QUrl baseUrl, std::chrono::milliseconds storeWait, QObject *parent)
     : QObject(parent)
     , m_api(&m_network, std::move(baseUrl))
     , m_store(SessionStore::Load::fromKeychain)
@@ -14,6 +15,12 @@ AppModel::AppModel(QUrl baseUrl, QObject *parent)
           RecorderFlow::Platform::onSoundServer(std::make_shared<PulseSoundServer>(),
                                                 std::make_shared<PulseAlertSound>())))
 {
+    m_storeWait.setSingleShot(true);
+    connect(&m_storeWait, &QTimer::timeout, this,
+            [this] { setIfChanged(m_storeSilent, true, this, &AppModel::storeSilentChanged); });
+    connect(&m_store, &SessionStore::loadedChanged, this, &AppModel::storeAnswered);
+    if (!m_store.isLoaded())
+        m_storeWait.start(storeWait);
 }
 
 AppModel::~AppModel() = default;
@@ -22,6 +29,17 @@ QCoro::Task<> AppModel::refreshAtStart()
 {
     co_await m_store.waitUntilLoaded();
     co_await m_store.refresh(m_api);
+}
+
+void AppModel::readStoreAgain()
+{
+    m_store.readAgain();
+}
+
+void AppModel::storeAnswered()
+{
+    m_storeWait.stop();
+    setIfChanged(m_storeSilent, false, this, &AppModel::storeSilentChanged);
 }
 
 QCoro::Task<> AppModel::unlink()

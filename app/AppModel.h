@@ -6,10 +6,12 @@
 
 #include <QNetworkAccessManager>
 #include <QObject>
+#include <QTimer>
 #include <QUrl>
 
 #include <qcoro/qcorotask.h>
 
+#include <chrono>
 #include <memory>
 
 class RecorderFlow;
@@ -20,13 +22,21 @@ class RecorderFlow;
 // switch the screen and lets the send pipeline read the current token.
 //
 // Thread contract: main thread only.
+//
+// The secret store may never answer its first read (a locked keyring whose unlock
+// prompt cannot appear, a keyring daemon that hangs). After `storeWait` without an
+// answer `storeSilent` turns true, so the window can say so instead of staying blank.
 class AppModel : public QObject
 {
     Q_OBJECT
+    Q_PROPERTY(bool storeSilent READ isStoreSilent NOTIFY storeSilentChanged)
 
 public:
+    static constexpr std::chrono::milliseconds defaultStoreWait{10000};
+
     // `baseUrl` is the compiled-in service unless a test points it elsewhere.
-    explicit AppModel(QUrl baseUrl = SelvaroAPI::compiledBaseUrl(), QObject *parent = nullptr);
+    explicit AppModel(QUrl baseUrl = SelvaroAPI::compiledBaseUrl(),
+                      std::chrono::milliseconds storeWait = defaultStoreWait, QObject *parent = nullptr);
     ~AppModel() override;
 
     [[nodiscard]] const SelvaroAPI &api() const { return m_api; }
@@ -41,10 +51,22 @@ public:
     // the session cleared, which brings back the pairing screen.
     QCoro::Task<> unlink();
 
+    // True from `storeWait` after the start until the secret store's first read answers.
+    [[nodiscard]] bool isStoreSilent() const { return m_storeSilent; }
+    // Reads the secret store again while it has not answered ("Try again").
+    void readStoreAgain();
+
+Q_SIGNALS:
+    void storeSilentChanged();
+
 private:
+    void storeAnswered();
+
     QNetworkAccessManager m_network;
     SelvaroAPI m_api;
     SessionStore m_store;
     PairingFlow m_pairing;
     std::unique_ptr<RecorderFlow> m_recorder;
+    QTimer m_storeWait;
+    bool m_storeSilent = false;
 };

@@ -11,7 +11,8 @@ class RecorderView;
 // recorder screen once one is, cross-faded over 0.3 s whenever that changes.
 // The session alone decides; nothing else switches screens. Until the secret
 // store has answered the first read neither screen shows, so a linked computer
-// never flashes the pairing screen at start.
+// never flashes the pairing screen at start (and no pairing starts); when the store
+// stays silent (AppModel::storeSilent) the content says so, with "Try again".
 //
 // The first time it is shown it starts the session refresh of every start.
 class ContentView : public QWidget
@@ -24,7 +25,9 @@ public:
 
     [[nodiscard]] PairingView *pairingView() const { return m_pairing; }
     [[nodiscard]] RecorderView *recorderView() const { return m_recorder; }
-    // The screen showing (or fading in); nullptr while the store loads.
+    [[nodiscard]] QWidget *storeSilentView() const { return m_storeSilent; }
+    // The screen showing (or fading in); nullptr while the store loads and has
+    // not yet been silent for long.
     [[nodiscard]] QWidget *currentScreen() const;
 
 protected:
@@ -36,6 +39,7 @@ private:
     AppModel &m_model;
     FadingStack *m_stack = nullptr;
     QWidget *m_loading = nullptr;
+    QWidget *m_storeSilent = nullptr;
     PairingView *m_pairing = nullptr;
     RecorderView *m_recorder = nullptr;
     bool m_refreshStarted = false;

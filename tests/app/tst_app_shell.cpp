@@ -1,0 +1,168 @@
+// The application around the screens, without the real sound server or keyring:
+// the update check against its feed, the window's one menu and fixed size, the
+// snapshot mode as a process, and a secret store that never answers.
+#include "account/PairingFlow.h"
+#include "app/AppModel.h"
+#include "app/ContentView.h"
+#include "app/MainWindow.h"
+#include "app/ScreenFrame.h"
+#include "app/Snapshot.h"
+#include "app/Updater.h"
+#include "support/LogCapture.h"
+#include "ui/PairingView.h"
+
+#include <QAbstractButton>
+#include <QDBusConnection>
+#include <QDBusMessage>
+#include <QDBusVirtualObject>
+#include <QDir>
+#include <QLabel>
+#include <QMenuBar>
+#include <QNetworkAccessManager>
+#include <QProcess>
+#include <QTemporaryDir>
+#include <QTemporaryFile>
+#include <QTest>
+
+#include <qcoro/qcorotask.h>
+
+#include <utility>
+
+using Outcome = Updater::Check::Outcome;
+Q_DECLARE_METATYPE(Outcome)
+
+namespace {
+
+// Holds the Secret Service's name on a private bus and keeps every call unanswered
+// until answer(); from then on it refuses each, as a locked keyring would.
+class SilentSecretService : public QDBusVirtualObject
+{
+public:
+    QString introspect(const QString &) const override { return {}; }
+    bool handleMessage(const QDBusMessage &call, const QDBusConnection &) override
+    {
+        m_held.append(call);
+        if (m_answering)
+            answer();
+        return true;
+    }
+    void answer()
+    {
+        m_answering = true;
+        for (const QDBusMessage &call : std::exchange(m_held, {}))
+            QDBusConnection(QStringLiteral("keyring"))
+                .send(call.createErrorReply(QDBusError::AccessDenied, QStringLiteral("locked")));
+    }
+
+    bool m_answering = false;
+    QList<QDBusMessage> m_held;
+};
+
+} // namespace
+
+class AppShellTest : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    // The feed is read from a file URL through the same network path as an https one.
+    void updateCheck_data()
+    {
+        QTest::addColumn<QByteArray>("feed"); // empty: the build has no feed
+        QTest::addColumn<qint64>("ownBuild");
+        QTest::addColumn<Outcome>("outcome");
+        const QByteArray feed("{\"version\":\"0.3.0\",\"build\":8,\"url\":\"https://example.org/get\"}");
+        QTest::newRow("newer build") << feed << qint64(7) << Outcome::available;
+        QTest::newRow("same build") << feed << qint64(8) << Outcome::upToDate;
+        QTest::newRow("not a web page") << QByteArray("{\"version\":\"1\",\"build\":9,\"url\":\"file:///x\"}")
+                                        << qint64(1) << Outcome::failed;
+        QTest::newRow("no feed") << QByteArray() << qint64(1) << Outcome::failed;
+    }
+    void updateCheck()
+    {
+        QFETCH(QByteArray, feed);
+        QFETCH(qint64, ownBuild);
+        QFETCH(Outcome, outcome);
+        QTemporaryFile file;
+        QVERIFY(file.open() && file.write(feed) == feed.size() && file.flush());
+        QNetworkAccessManager network;
+        const Updater updater(
+            &network, feed.isEmpty() ? QUrl() : QUrl::fromLocalFile(file.fileName()), ownBuild);
+        QCOMPARE(QCoro::waitFor(updater.check()).outcome, outcome);
+    }
+
+    void menuAndFixedSize()
+    {
+        QNetworkAccessManager network;
+        Updater inert(&network, QUrl(), 1);
+        auto *frame = new ScreenFrame(new QLabel(QStringLiteral("content")));
+        MainWindow window(frame, inert);
+        // One menu: About, directly followed by "Check for Updates…", inert without a feed.
+        const QList<QAction *> menus = window.menuBar()->actions();
+        QCOMPARE(menus.size(), 1);
+        const QList<QAction *> items = menus.first()->menu()->actions();
+        QCOMPARE(items.value(items.indexOf(window.aboutAction()) + 1), window.checkForUpdatesAction());
+        QCOMPARE(window.checkForUpdatesAction()->text(), QStringLiteral("Check for Updates…"));
+        QVERIFY(!window.checkForUpdatesAction()->isEnabled());
+        window.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&window));
+        window.resize(800, 900);
+        QCoreApplication::processEvents();
+        QCOMPARE(frame->size(), QSize(380, 430));
+    }
+
+    // As documentation builds run it: no display, and nobody said "offscreen".
+    void snapshotModeWritesTwelveScreens()
+    {
+        QTemporaryDir dir;
+        const QDir out(dir.filePath(QStringLiteral("nested/shots")));
+        QProcess app;
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        for (const char *name : { "QT_QPA_PLATFORM", "DISPLAY", "WAYLAND_DISPLAY" })
+            environment.remove(QString::fromLatin1(name));
+        app.setProcessEnvironment(environment);
+        app.start(QStringLiteral(SELVARO_RECORDER_EXECUTABLE), { QStringLiteral("--snapshot"), out.path() });
+        QVERIFY(app.waitForFinished(60000) && app.exitCode() == 0);
+        QCOMPARE(out.entryList(QDir::Files).size(), 12);
+        for (const QString &name : Snapshot::names())
+            QCOMPARE(QImage(out.filePath(name + QLatin1String(".png"))).size(), QSize(760, 860));
+    }
+
+    void silentKeyringIsSaidAndReadAgain()
+    {
+        QProcess daemon;
+        daemon.start(QStringLiteral("dbus-daemon"),
+            { QStringLiteral("--session"), QStringLiteral("--nofork"), QStringLiteral("--print-address=1") });
+        QVERIFY(daemon.waitForReadyRead(5000));
+        const QByteArray address = daemon.readLine().trimmed();
+        qputenv("DBUS_SESSION_BUS_ADDRESS", address);
+        SilentSecretService service;
+        auto bus = QDBusConnection::connectToBus(QString::fromUtf8(address), QStringLiteral("keyring"));
+        QVERIFY(bus.registerVirtualObject(QStringLiteral("/"), &service, QDBusConnection::SubPath));
+        QVERIFY(bus.registerService(QStringLiteral("org.freedesktop.secrets")));
+
+        LogCapture log;
+        AppModel model(QUrl(QStringLiteral("http://127.0.0.1:9")), std::chrono::milliseconds(300));
+        ContentView content(model);
+        content.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&content));
+        QCOMPARE(content.currentScreen(), nullptr); // blank at first, as on every start
+        QTRY_COMPARE(content.currentScreen(), content.storeSilentView());
+        QCOMPARE(content.storeSilentView()->findChild<QLabel *>()->text(),
+            QStringLiteral("The keyring did not answer. It may be locked: unlock it, then try again."));
+        // No pairing starts before the store has said whether this computer is linked.
+        QCOMPARE(model.pairing().state().kind(), PairingState::Kind::idle);
+        auto *tryAgain = content.storeSilentView()->findChild<QAbstractButton *>();
+        QCOMPARE(tryAgain->text(), QStringLiteral("Try again"));
+        QTest::mouseClick(tryAgain, Qt::LeftButton);
+        // The keyring answers at last, refusing; QtKeychain runs one job at a time, so
+        // the second read reaches it only after the first has its answer.
+        service.answer();
+        QTRY_COMPARE(content.currentScreen(), static_cast<QWidget *>(content.pairingView()));
+        QTRY_COMPARE(
+            log.lines(QStringLiteral("session")).filter(QStringLiteral("keychain read failed")).size(), 2);
+    }
+};
+
+QTEST_MAIN(AppShellTest)
+#include "tst_app_shell.moc"
