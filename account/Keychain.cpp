@@ -16,11 +16,9 @@ struct DeleteLater
     void operator()(QObject *object) const { object->deleteLater(); }
 };
 
-template <typename Job>
-using JobPtr = std::unique_ptr<Job, DeleteLater>;
+template <typename Job> using JobPtr = std::unique_ptr<Job, DeleteLater>;
 
-template <typename Job>
-JobPtr<Job> makeJob(const QString &account)
+template <typename Job> JobPtr<Job> makeJob(const QString &account)
 {
     JobPtr<Job> job(new Job(QLatin1String(Keychain::service)));
     job->setKey(account);
@@ -47,7 +45,7 @@ QCoro::Task<std::optional<QByteArray>> Keychain::read(const QString &account)
     if (job->error() == QKeychain::NoError)
         co_return job->binaryData();
     if (job->error() != QKeychain::EntryNotFound) {
-        const KeychainError error{job->error(), job->errorString()};
+        const KeychainError error { job->error(), job->errorString() };
         qCWarning(lcSession, "keychain read failed: %s", qUtf8Printable(error.description()));
     }
     co_return std::nullopt;
@@ -67,7 +65,7 @@ QCoro::Task<std::optional<KeychainError>> Keychain::write(const QString &account
     co_await finished(*job);
     if (job->error() == QKeychain::NoError)
         co_return std::nullopt;
-    co_return KeychainError{job->error(), job->errorString()};
+    co_return KeychainError { job->error(), job->errorString() };
 }
 
 QCoro::Task<> Keychain::remove(const QString &account)

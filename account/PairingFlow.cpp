@@ -1,9 +1,9 @@
 #include "account/PairingFlow.h"
 
 #include "account/SessionStore.h"
-#include "common/SystemClock.h"
 #include "common/Logging.h"
 #include "common/Observable.h"
+#include "common/SystemClock.h"
 #include "service/ApiError.h"
 #include "service/DeviceInfo.h"
 
@@ -29,14 +29,12 @@ std::optional<PairingState> terminalState(const ApiError &error)
 
 } // namespace
 
-PairingFlow::PairingFlow(SelvaroAPI api, SessionStore *store, std::shared_ptr<Clock> clock,
-                         QObject *parent)
+PairingFlow::PairingFlow(SelvaroAPI api, SessionStore *store, std::shared_ptr<Clock> clock, QObject *parent)
     : QObject(parent)
     , m_api(std::move(api))
     , m_store(store)
     , m_clock(clock ? std::move(clock) : std::make_shared<SystemClock>())
-{
-}
+{ }
 
 // Deliberately does not stop a running attempt: it notices at its next step.
 PairingFlow::~PairingFlow() = default;
@@ -68,8 +66,8 @@ QString PairingFlow::failureText() const
 
 std::chrono::milliseconds PairingFlow::pollDelay(int interval, std::chrono::milliseconds timeLeft)
 {
-    const std::chrono::milliseconds suggested =
-        std::clamp<std::chrono::milliseconds>(std::chrono::seconds(interval), minimumInterval, maximumInterval);
+    const std::chrono::milliseconds suggested = std::clamp<std::chrono::milliseconds>(
+        std::chrono::seconds(interval), minimumInterval, maximumInterval);
     return std::max<std::chrono::milliseconds>(std::min(suggested, timeLeft), minimumInterval);
 }
 
@@ -108,7 +106,8 @@ QCoro::Task<> PairingFlow::run(quint64 attempt)
 
     // The first redeem comes one interval after the codes are shown, not at once.
     for (;;) {
-        co_await clock->sleep(pollDelay(start.interval, std::chrono::milliseconds(clock->now().msecsTo(expiresAt))));
+        co_await clock->sleep(
+            pollDelay(start.interval, std::chrono::milliseconds(clock->now().msecsTo(expiresAt))));
         if (!self || !self->isCurrent(attempt))
             co_return;
 

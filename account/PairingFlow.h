@@ -1,7 +1,7 @@
 #pragma once
 
-#include "common/Clock.h"
 #include "account/PairingState.h"
+#include "common/Clock.h"
 #include "service/SelvaroAPI.h"
 
 #include <QObject>
@@ -40,17 +40,18 @@ public:
     // Polls are at least this far apart, whatever interval the service suggests, so
     // that a zero or missing interval cannot hammer it; and at most this far, so that
     // an absurd interval cannot leave the screen waiting past the code's lifetime.
-    static constexpr std::chrono::seconds minimumInterval{2};
-    static constexpr std::chrono::hours maximumInterval{1};
+    static constexpr std::chrono::seconds minimumInterval { 2 };
+    static constexpr std::chrono::hours maximumInterval { 1 };
 
     // How long to sleep before the next redeem: the service's interval within
     // [minimumInterval, maximumInterval], cut to the time the code has left (but never
     // below the floor).
-    [[nodiscard]] static std::chrono::milliseconds pollDelay(int interval, std::chrono::milliseconds timeLeft);
+    [[nodiscard]] static std::chrono::milliseconds pollDelay(
+        int interval, std::chrono::milliseconds timeLeft);
 
     // `clock` defaults to real time.
-    PairingFlow(SelvaroAPI api, SessionStore *store, std::shared_ptr<Clock> clock = {},
-                QObject *parent = nullptr);
+    PairingFlow(
+        SelvaroAPI api, SessionStore *store, std::shared_ptr<Clock> clock = {}, QObject *parent = nullptr);
     ~PairingFlow() override;
 
     [[nodiscard]] const State &state() const { return m_state; }

@@ -19,10 +19,12 @@ PairingState PairingState::failed(QString message)
 
 QString PairingState::toString() const
 {
-    const QString kind = QString::fromLatin1(QMetaEnum::fromType<Kind>().valueToKey(static_cast<int>(m_kind)));
+    const QString kind
+        = QString::fromLatin1(QMetaEnum::fromType<Kind>().valueToKey(static_cast<int>(m_kind)));
     switch (m_kind) {
     case Kind::waiting:
-        return QStringLiteral("%1(%2 until %3)").arg(kind, m_start.userCode, m_expiresAt.toString(Qt::ISODateWithMs));
+        return QStringLiteral("%1(%2 until %3)")
+            .arg(kind, m_start.userCode, m_expiresAt.toString(Qt::ISODateWithMs));
     case Kind::failed:
         return QStringLiteral("%1(%2)").arg(kind, m_message);
     default:

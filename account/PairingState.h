@@ -51,8 +51,7 @@ public:
 private:
     explicit PairingState(Kind kind)
         : m_kind(kind)
-    {
-    }
+    { }
 
     Kind m_kind = Kind::idle;
     PairingStart m_start;

@@ -25,8 +25,7 @@ const QString settingsApplication = QStringLiteral("Selvaro Recorder");
 
 SessionStore::SessionStore(QObject *parent)
     : SessionStore(Load::fromKeychain, parent)
-{
-}
+{ }
 
 SessionStore::SessionStore(Load load, QObject *parent)
     : QObject(parent)
@@ -138,7 +137,8 @@ QString SessionStore::vendorUuid()
     static const QString key = QStringLiteral("vendorUuid");
     // The identifier made in this run when the settings would not keep it.
     static QString unsaved;
-    QSettings settings(QSettings::NativeFormat, QSettings::UserScope, settingsOrganization, settingsApplication);
+    QSettings settings(
+        QSettings::NativeFormat, QSettings::UserScope, settingsOrganization, settingsApplication);
     const QString stored = settings.value(key).toString();
     if (!stored.isEmpty())
         return stored;
@@ -150,7 +150,8 @@ QString SessionStore::vendorUuid()
     // computer to the account as a new device.
     settings.sync();
     if (settings.status() != QSettings::NoError) {
-        qCWarning(lcSession, "vendorUuid not saved in %s; kept for this run only", qUtf8Printable(settings.fileName()));
+        qCWarning(lcSession, "vendorUuid not saved in %s; kept for this run only",
+            qUtf8Printable(settings.fileName()));
         unsaved = made;
     }
     return made;

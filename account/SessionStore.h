@@ -35,7 +35,7 @@ class SessionStore : public QObject
 public:
     enum class Load {
         fromKeychain, // the application's store
-        nothing,      // previews and snapshots: never touch the secret store
+        nothing, // previews and snapshots: never touch the secret store
     };
 
     explicit SessionStore(QObject *parent = nullptr);

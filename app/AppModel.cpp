@@ -1,8 +1,8 @@
 #include "app/AppModel.h"
 
 #include "audio/pulse/PulseAlertSound.h"
-#include "common/Observable.h"
 #include "audio/pulse/PulseSoundServer.h"
+#include "common/Observable.h"
 #include "recording/RecorderFlow.h"
 
 AppModel::AppModel(QUrl baseUrl, std::chrono::milliseconds storeWait, QObject *parent)
@@ -10,14 +10,13 @@ AppModel::AppModel(QUrl baseUrl, std::chrono::milliseconds storeWait, QObject *p
     , m_api(&m_network, std::move(baseUrl))
     , m_store(SessionStore::Load::fromKeychain)
     , m_pairing(m_api, &m_store)
-    , m_recorder(std::make_unique<RecorderFlow>(
-          m_api, m_store,
-          RecorderFlow::Platform::onSoundServer(std::make_shared<PulseSoundServer>(),
-                                                std::make_shared<PulseAlertSound>())))
+    , m_recorder(std::make_unique<RecorderFlow>(m_api, m_store,
+          RecorderFlow::Platform::onSoundServer(
+              std::make_shared<PulseSoundServer>(), std::make_shared<PulseAlertSound>())))
 {
     m_storeWait.setSingleShot(true);
     connect(&m_storeWait, &QTimer::timeout, this,
-            [this] { setIfChanged(m_storeSilent, true, this, &AppModel::storeSilentChanged); });
+        [this] { setIfChanged(m_storeSilent, true, this, &AppModel::storeSilentChanged); });
     connect(&m_store, &SessionStore::loadedChanged, this, &AppModel::storeAnswered);
     if (!m_store.isLoaded())
         m_storeWait.start(storeWait);

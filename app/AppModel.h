@@ -32,11 +32,11 @@ class AppModel : public QObject
     Q_PROPERTY(bool storeSilent READ isStoreSilent NOTIFY storeSilentChanged)
 
 public:
-    static constexpr std::chrono::milliseconds defaultStoreWait{10000};
+    static constexpr std::chrono::milliseconds defaultStoreWait { 10000 };
 
     // `baseUrl` is the compiled-in service unless a test points it elsewhere.
     explicit AppModel(QUrl baseUrl = SelvaroAPI::compiledBaseUrl(),
-                      std::chrono::milliseconds storeWait = defaultStoreWait, QObject *parent = nullptr);
+        std::chrono::milliseconds storeWait = defaultStoreWait, QObject *parent = nullptr);
     ~AppModel() override;
 
     [[nodiscard]] const SelvaroAPI &api() const { return m_api; }

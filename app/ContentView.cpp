@@ -27,8 +27,8 @@ QWidget *storeSilentPage(AppModel &model)
     message->setFont(Typography::body());
     message->setColor(Palette::primaryText());
     layout->addWidget(message);
-    auto *tryAgain =
-        new PillButton(ContentView::tr("Try again"), {PillButtonStyle::Kind::primary, PillButtonStyle::Size::regular});
+    auto *tryAgain = new PillButton(
+        ContentView::tr("Try again"), { PillButtonStyle::Kind::primary, PillButtonStyle::Size::regular });
     QObject::connect(tryAgain, &QAbstractButton::clicked, &model, &AppModel::readStoreAgain);
     layout->addWidget(tryAgain, 0, Qt::AlignHCenter);
     layout->addStretch(1);

@@ -22,8 +22,8 @@ MainWindow::MainWindow(QWidget *content, Updater &updater, QWidget *parent)
     setWindowFlag(Qt::MSWindowsFixedSizeDialogHint);
 
     QMenu *application = menuBar()->addMenu(QApplication::applicationDisplayName());
-    m_about = application->addAction(tr("About %1").arg(QApplication::applicationDisplayName()), this,
-                                     &MainWindow::showAbout);
+    m_about = application->addAction(
+        tr("About %1").arg(QApplication::applicationDisplayName()), this, &MainWindow::showAbout);
     m_about->setMenuRole(QAction::AboutRole);
     m_checkForUpdates = application->addAction(tr("Check for Updates…"), this, &MainWindow::checkForUpdates);
     m_checkForUpdates->setMenuRole(QAction::ApplicationSpecificRole);
@@ -38,10 +38,10 @@ MainWindow::MainWindow(QWidget *content, Updater &updater, QWidget *parent)
 void MainWindow::showAbout()
 {
     QMessageBox::about(this, tr("About %1").arg(QApplication::applicationDisplayName()),
-                       tr("%1 %2 (%3)\n\nRecords what this computer plays together with your microphone and sends it "
-                          "to your phone as a note.")
-                           .arg(QApplication::applicationDisplayName(), QString::fromUtf8(BuildInfo::shortVersion),
-                                QString::fromUtf8(BuildInfo::buildNumber)));
+        tr("%1 %2 (%3)\n\nRecords what this computer plays together with your microphone and sends it "
+           "to your phone as a note.")
+            .arg(QApplication::applicationDisplayName(), QString::fromUtf8(BuildInfo::shortVersion),
+                QString::fromUtf8(BuildInfo::buildNumber)));
 }
 
 void MainWindow::checkForUpdates()
@@ -55,15 +55,16 @@ void MainWindow::checkForUpdates()
         const QString title = tr("Check for Updates…");
         switch (check.outcome) {
         case Updater::Check::Outcome::upToDate:
-            QMessageBox::information(this, title, tr("%1 is up to date.").arg(QApplication::applicationDisplayName()));
+            QMessageBox::information(
+                this, title, tr("%1 is up to date.").arg(QApplication::applicationDisplayName()));
             break;
         case Updater::Check::Outcome::failed:
             QMessageBox::warning(this, title, tr("Could not check for updates: %1").arg(check.description));
             break;
         case Updater::Check::Outcome::available: {
             QMessageBox box(QMessageBox::Information, title,
-                            tr("%1 %2 is available.").arg(QApplication::applicationDisplayName(), check.feed.version),
-                            QMessageBox::Cancel, this);
+                tr("%1 %2 is available.").arg(QApplication::applicationDisplayName(), check.feed.version),
+                QMessageBox::Cancel, this);
             QPushButton *download = box.addButton(tr("Download"), QMessageBox::AcceptRole);
             box.exec();
             if (box.clickedButton() == download)

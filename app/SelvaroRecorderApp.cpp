@@ -16,10 +16,10 @@ SelvaroRecorderApp::SelvaroRecorderApp(QUrl baseUrl)
     m_window = std::make_unique<MainWindow>(new ScreenFrame(m_content), m_updater);
     // A permission may have changed while another application was in front.
     QObject::connect(qApp, &QGuiApplication::applicationStateChanged, &m_model.recorder(),
-                     [recorder = &m_model.recorder()](Qt::ApplicationState state) {
-                         if (state == Qt::ApplicationActive)
-                             recorder->probePermissions();
-                     });
+        [recorder = &m_model.recorder()](Qt::ApplicationState state) {
+            if (state == Qt::ApplicationActive)
+                recorder->probePermissions();
+        });
 }
 
 // The window (and its views) go before the model they draw.

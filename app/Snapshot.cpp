@@ -3,8 +3,8 @@
 #include "account/PairingFlow.h"
 #include "app/ScreenFrame.h"
 #include "recording/RecorderFlow.h"
-#include "ui/Palette.h"
 #include "ui/PairingView.h"
+#include "ui/Palette.h"
 #include "ui/RecorderView.h"
 #include "ui/Rendering.h"
 
@@ -60,32 +60,37 @@ std::vector<Entry> entries()
 {
     const QDateTime now = QDateTime::currentDateTimeUtc();
     const PairingFlow::State waiting = PairingFlow::State::waiting(
-        PairingStart{QStringLiteral("snapshot"), QStringLiteral("R3XD-8N5W"), 600, 5}, now.addSecs(581));
+        PairingStart { QStringLiteral("snapshot"), QStringLiteral("R3XD-8N5W"), 600, 5 }, now.addSecs(581));
     const auto granted = Permission::granted;
     const auto unknown = Permission::unknown;
     return {
-        {QStringLiteral("pairing"), [=] { return pairing(waiting, false, now); }},
-        {QStringLiteral("pairing-code"), [=] { return pairing(waiting, true, now); }},
-        {QStringLiteral("pairing-expired"), [=] { return pairing(PairingFlow::State::expired(), false, now); }},
-        {QStringLiteral("pairing-failed"),
-         [=] {
-             return pairing(PairingFlow::State::failed(QStringLiteral("The Internet connection appears to be offline.")),
-                            false, now);
-         }},
-        {QStringLiteral("recorder-idle"), [=] { return recorder(State::idle(), 0, granted, granted); }},
-        {QStringLiteral("permissions-1"), [=] { return recorder(State::idle(), 0, unknown, unknown); }},
-        {QStringLiteral("permissions-2"), [=] { return recorder(State::idle(), 0, granted, unknown); }},
-        {QStringLiteral("recorder-recording"), [=] { return recorder(State::recording(), 83, granted, granted); }},
-        {QStringLiteral("recorder-paused"), [=] { return recorder(State::paused(), 83, granted, granted); }},
-        {QStringLiteral("recorder-saving"),
-         [=] { return recorder(State::saving(QStringLiteral("Uploading…")), 83, granted, granted); }},
-        {QStringLiteral("recorder-sent"), [=] { return recorder(State::sent(), 83, granted, granted); }},
-        {QStringLiteral("recorder-failed"),
-         [=] {
-             return recorder(State::failed(QStringLiteral("The recording could not start. Check the microphone and "
-                                                          "system audio permissions.")),
-                             0, granted, granted);
-         }},
+        { QStringLiteral("pairing"), [=] { return pairing(waiting, false, now); } },
+        { QStringLiteral("pairing-code"), [=] { return pairing(waiting, true, now); } },
+        { QStringLiteral("pairing-expired"),
+            [=] { return pairing(PairingFlow::State::expired(), false, now); } },
+        { QStringLiteral("pairing-failed"),
+            [=] {
+                return pairing(PairingFlow::State::failed(
+                                   QStringLiteral("The Internet connection appears to be offline.")),
+                    false, now);
+            } },
+        { QStringLiteral("recorder-idle"), [=] { return recorder(State::idle(), 0, granted, granted); } },
+        { QStringLiteral("permissions-1"), [=] { return recorder(State::idle(), 0, unknown, unknown); } },
+        { QStringLiteral("permissions-2"), [=] { return recorder(State::idle(), 0, granted, unknown); } },
+        { QStringLiteral("recorder-recording"),
+            [=] { return recorder(State::recording(), 83, granted, granted); } },
+        { QStringLiteral("recorder-paused"),
+            [=] { return recorder(State::paused(), 83, granted, granted); } },
+        { QStringLiteral("recorder-saving"),
+            [=] { return recorder(State::saving(QStringLiteral("Uploading…")), 83, granted, granted); } },
+        { QStringLiteral("recorder-sent"), [=] { return recorder(State::sent(), 83, granted, granted); } },
+        { QStringLiteral("recorder-failed"),
+            [=] {
+                return recorder(
+                    State::failed(QStringLiteral("The recording could not start. Check the microphone and "
+                                                 "system audio permissions.")),
+                    0, granted, granted);
+            } },
     };
 }
 

@@ -19,9 +19,11 @@ std::optional<UpdateFeed> UpdateFeed::parse(const QByteArray &json)
     const double number = build.toDouble();
     if (number < 1 || number > 9007199254740992.0 || std::trunc(number) != number)
         return std::nullopt;
-    UpdateFeed feed{version.toString(), static_cast<qint64>(number), QUrl(url.toString(), QUrl::StrictMode)};
+    UpdateFeed feed { version.toString(), static_cast<qint64>(number),
+        QUrl(url.toString(), QUrl::StrictMode) };
     const QString scheme = feed.url.scheme();
-    if (!feed.url.isValid() || feed.url.host().isEmpty() || (scheme != QLatin1String("https") && scheme != QLatin1String("http")))
+    if (!feed.url.isValid() || feed.url.host().isEmpty()
+        || (scheme != QLatin1String("https") && scheme != QLatin1String("http")))
         return std::nullopt;
     return feed;
 }

@@ -22,8 +22,7 @@ Updater::Updater(QNetworkAccessManager *network, QUrl feed, qint64 runningBuild,
     , m_network(network)
     , m_feed(std::move(feed))
     , m_runningBuild(runningBuild)
-{
-}
+{ }
 
 QUrl Updater::compiledFeed()
 {
@@ -38,24 +37,26 @@ qint64 Updater::compiledBuild()
 QCoro::Task<Updater::Check> Updater::check() const
 {
     if (!isConfigured())
-        co_return Check{Check::Outcome::failed, {}, tr("This build has no update feed.")};
+        co_return Check { Check::Outcome::failed, {}, tr("This build has no update feed.") };
 
     QNetworkRequest request(m_feed);
     request.setTransferTimeout(feedTimeoutMs);
     request.setAttribute(QNetworkRequest::RedirectPolicyAttribute, QNetworkRequest::NoLessSafeRedirectPolicy);
-    const std::unique_ptr<QNetworkReply, void (*)(QNetworkReply *)> reply(m_network->get(request),
-                                                                         [](QNetworkReply *r) { r->deleteLater(); });
+    const std::unique_ptr<QNetworkReply, void (*)(QNetworkReply *)> reply(
+        m_network->get(request), [](QNetworkReply *r) { r->deleteLater(); });
     co_await reply.get();
 
     if (reply->error() != QNetworkReply::NoError) {
         qCWarning(lcApp, "update check failed: %s", qUtf8Printable(reply->errorString()));
-        co_return Check{Check::Outcome::failed, {}, reply->errorString()};
+        co_return Check { Check::Outcome::failed, {}, reply->errorString() };
     }
     const std::optional<UpdateFeed> feed = UpdateFeed::parse(reply->read(maxFeedBytes));
     if (!feed) {
         qCWarning(lcApp, "update feed %s is not a feed", qUtf8Printable(m_feed.toDisplayString()));
-        co_return Check{Check::Outcome::failed, {}, tr("The update information could not be read.")};
+        co_return Check { Check::Outcome::failed, {}, tr("The update information could not be read.") };
     }
     qCInfo(lcApp, "update feed: build %lld, running %lld", feed->build, m_runningBuild);
-    co_return Check{feed->isNewerThan(m_runningBuild) ? Check::Outcome::available : Check::Outcome::upToDate, *feed, {}};
+    co_return Check {
+        feed->isNewerThan(m_runningBuild) ? Check::Outcome::available : Check::Outcome::upToDate, *feed, {}
+    };
 }

@@ -23,13 +23,13 @@ public:
     {
         enum class Outcome { upToDate, available, failed };
         Outcome outcome = Outcome::failed;
-        UpdateFeed feed;     // set when available or up to date
+        UpdateFeed feed; // set when available or up to date
         QString description; // set when failed: why, in a sentence
     };
 
     // `feed` is the compiled-in SELVARO_UPDATE_FEED unless a test passes another.
-    explicit Updater(QNetworkAccessManager *network, QUrl feed = compiledFeed(), qint64 runningBuild = compiledBuild(),
-                     QObject *parent = nullptr);
+    explicit Updater(QNetworkAccessManager *network, QUrl feed = compiledFeed(),
+        qint64 runningBuild = compiledBuild(), QObject *parent = nullptr);
 
     [[nodiscard]] bool isConfigured() const { return m_feed.isValid() && !m_feed.isEmpty(); }
     [[nodiscard]] QCoro::Task<Check> check() const;

@@ -5,8 +5,8 @@
 #include <QCoreApplication>
 #include <QPointer>
 
-CapturePermission::CapturePermission(SoundServer &server, CaptureSource source, const QLoggingCategory &category,
-                                     QObject *parent)
+CapturePermission::CapturePermission(
+    SoundServer &server, CaptureSource source, const QLoggingCategory &category, QObject *parent)
     : QObject(parent)
     , m_server(server)
     , m_source(source)

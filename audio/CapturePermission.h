@@ -39,8 +39,8 @@ Q_SIGNALS:
     void requestFinished(bool granted);
 
 protected:
-    CapturePermission(SoundServer &server, CaptureSource source, const QLoggingCategory &category,
-                      QObject *parent);
+    CapturePermission(
+        SoundServer &server, CaptureSource source, const QLoggingCategory &category, QObject *parent);
 
 private:
     void probe(bool isRequest);

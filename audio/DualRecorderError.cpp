@@ -3,8 +3,7 @@
 DualRecorderError::DualRecorderError(QString message)
     : m_message(std::move(message))
     , m_what(m_message.toUtf8())
-{
-}
+{ }
 
 DualRecorderError DualRecorderError::custom(QString message)
 {

@@ -4,5 +4,4 @@
 
 MicrophonePermission::MicrophonePermission(SoundServer &server, QObject *parent)
     : CapturePermission(server, CaptureSource::defaultInput, lcMicRecorder(), parent)
-{
-}
+{ }

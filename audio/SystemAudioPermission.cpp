@@ -4,5 +4,4 @@
 
 SystemAudioPermission::SystemAudioPermission(SoundServer &server, QObject *parent)
     : CapturePermission(server, CaptureSource::systemOutput, lcSystemAudioPermission(), parent)
-{
-}
+{ }

@@ -8,8 +8,8 @@
 // Last line: cpu_percent=<n> lost_frames=<n>
 
 #include "audio/MicRecorder.h"
-#include "audio/pulse/PulseSoundServer.h"
 #include "audio/SystemRecorder.h"
+#include "audio/pulse/PulseSoundServer.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -48,7 +48,8 @@ bool writeTone(const QString &path, double frequency, int seconds)
         return false;
     std::vector<float> samples(static_cast<std::size_t>(48000) * static_cast<std::size_t>(seconds));
     for (std::size_t i = 0; i < samples.size(); ++i)
-        samples[i] = static_cast<float>(0.5 * std::sin(2 * std::numbers::pi * frequency * static_cast<double>(i) / 48000));
+        samples[i] = static_cast<float>(
+            0.5 * std::sin(2 * std::numbers::pi * frequency * static_cast<double>(i) / 48000));
     sf_writef_float(file, samples.data(), static_cast<sf_count_t>(samples.size()));
     sf_close(file);
     return true;
@@ -57,12 +58,14 @@ bool writeTone(const QString &path, double frequency, int seconds)
 // Runs this program again inside the fixtures that start a private daemon.
 int underFixtures(int argc, char **argv)
 {
-    const QString fixtures = QDir(QCoreApplication::applicationDirPath()).absoluteFilePath(QStringLiteral("../../scripts/fixtures"));
+    const QString fixtures = QDir(QCoreApplication::applicationDirPath())
+                                 .absoluteFilePath(QStringLiteral("../../scripts/fixtures"));
     if (!QFileInfo::exists(fixtures + QStringLiteral("/with-pulse"))) {
         std::fprintf(stderr, "capture_bench: cannot find scripts/fixtures next to the build folder\n");
         return 1;
     }
-    QStringList arguments { fixtures + QStringLiteral("/with-pulse"), QCoreApplication::applicationFilePath() };
+    QStringList arguments { fixtures + QStringLiteral("/with-pulse"),
+        QCoreApplication::applicationFilePath() };
     for (int i = 1; i < argc; ++i)
         arguments.append(QString::fromLocal8Bit(argv[i]));
     QProcess process;
@@ -118,16 +121,21 @@ int main(int argc, char **argv)
 
     const SystemRecorder::Statistics systemAfter = system.statistics();
     const MicRecorder::Statistics microphoneAfter = microphone.statistics();
-    const auto lost = static_cast<long long>(systemAfter.framesDelivered - systemAfter.framesWritten - systemAfter.framesDropped)
+    const auto lost = static_cast<long long>(
+                          systemAfter.framesDelivered - systemAfter.framesWritten - systemAfter.framesDropped)
         + static_cast<long long>(microphoneAfter.framesDelivered - microphoneAfter.framesWritten);
-    std::printf("recorded %.1f s; system: %llu frames delivered, %llu written; microphone: %llu delivered, %llu written\n",
-                wall, static_cast<unsigned long long>(systemAfter.framesDelivered),
-                static_cast<unsigned long long>(systemAfter.framesWritten),
-                static_cast<unsigned long long>(microphoneAfter.framesDelivered),
-                static_cast<unsigned long long>(microphoneAfter.framesWritten));
-    std::printf("system file %.2f s, microphone file %.2f s (at the last sample before stop: %.2f s / %.2f s)\n",
-                static_cast<double>(systemAfter.framesWritten) / 48000, static_cast<double>(microphoneAfter.framesWritten) / 48000,
-                static_cast<double>(systemBefore.framesWritten) / 48000, static_cast<double>(microphoneBefore.framesWritten) / 48000);
+    std::printf("recorded %.1f s; system: %llu frames delivered, %llu written; microphone: %llu delivered, "
+                "%llu written\n",
+        wall, static_cast<unsigned long long>(systemAfter.framesDelivered),
+        static_cast<unsigned long long>(systemAfter.framesWritten),
+        static_cast<unsigned long long>(microphoneAfter.framesDelivered),
+        static_cast<unsigned long long>(microphoneAfter.framesWritten));
+    std::printf(
+        "system file %.2f s, microphone file %.2f s (at the last sample before stop: %.2f s / %.2f s)\n",
+        static_cast<double>(systemAfter.framesWritten) / 48000,
+        static_cast<double>(microphoneAfter.framesWritten) / 48000,
+        static_cast<double>(systemBefore.framesWritten) / 48000,
+        static_cast<double>(microphoneBefore.framesWritten) / 48000);
     std::printf("cpu_percent=%.2f lost_frames=%lld\n", 100 * cpu / wall, lost);
     return 0;
 }

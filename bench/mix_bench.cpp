@@ -44,7 +44,7 @@ constexpr int rate = 48000;
 // slow envelope and a little noise. Deterministic, so every run encodes the same.
 bool writeInput(const std::string &path, int channels, int format, long long frames, unsigned seed)
 {
-    SF_INFO info{};
+    SF_INFO info {};
     info.samplerate = rate;
     info.channels = channels;
     info.format = SF_FORMAT_WAV | format;
@@ -63,14 +63,16 @@ bool writeInput(const std::string &path, int channels, int format, long long fra
             for (int c = 0; c < channels; ++c) {
                 double value = 0;
                 for (int p = 0; p < 4; ++p) {
-                    const double frequency = (110.0 + 97.0 * p + 31.0 * c) * (1 + 0.05 * std::sin(0.3 * t + p));
+                    const double frequency
+                        = (110.0 + 97.0 * p + 31.0 * c) * (1 + 0.05 * std::sin(0.3 * t + p));
                     double &ph = phase[static_cast<size_t>(c * 4 + p)];
                     ph += 2 * std::numbers::pi * frequency / rate;
                     value += std::sin(ph) / (p + 1);
                 }
                 noise = noise * 1664525u + 1013904223u;
                 const double white = (static_cast<double>(noise >> 8) / (1u << 24)) - 0.5;
-                samples[static_cast<size_t>(i * channels + c)] = static_cast<float>(0.3 * envelope * value + 0.02 * white);
+                samples[static_cast<size_t>(i * channels + c)]
+                    = static_cast<float>(0.3 * envelope * value + 0.02 * white);
             }
         }
         if (sf_writef_float(file, samples.data(), count) != count) {
@@ -111,7 +113,7 @@ Measure runChild(const std::vector<std::string> &arguments)
     if (pid < 0)
         return measure;
     int status = 0;
-    rusage usage{};
+    rusage usage {};
     if (wait4(pid, &status, 0, &usage) != pid)
         return measure;
     measure.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
@@ -138,15 +140,15 @@ int mixChild(int argc, char **argv)
 {
     QCoreApplication app(argc, argv);
     int exitCode = 1;
-    QCoro::waitFor(mixCatching({QString::fromLocal8Bit(argv[2]), QString::fromLocal8Bit(argv[3]),
-                                QString::fromLocal8Bit(argv[4])},
-                               exitCode));
+    QCoro::waitFor(mixCatching(
+        { QString::fromLocal8Bit(argv[2]), QString::fromLocal8Bit(argv[3]), QString::fromLocal8Bit(argv[4]) },
+        exitCode));
     return exitCode;
 }
 
 std::string findFfmpeg()
 {
-    for (const char *candidate : {"/usr/bin/ffmpeg", "/usr/local/bin/ffmpeg"})
+    for (const char *candidate : { "/usr/bin/ffmpeg", "/usr/local/bin/ffmpeg" })
         if (access(candidate, X_OK) == 0)
             return candidate;
     return {};
@@ -188,17 +190,18 @@ int main(int argc, char **argv)
 
     std::printf("generating %.0f s of input in %s\n", audioSeconds, folder.c_str());
     std::fflush(stdout);
-    if (!writeInput(system, 2, SF_FORMAT_FLOAT, frames, 1) || !writeInput(microphone, 1, SF_FORMAT_PCM_16, frames, 2)) {
+    if (!writeInput(system, 2, SF_FORMAT_FLOAT, frames, 1)
+        || !writeInput(microphone, 1, SF_FORMAT_PCM_16, frames, 2)) {
         std::fprintf(stderr, "mix_bench: cannot write the input files\n");
         return 2;
     }
 
     const std::string self = QFileInfo(QStringLiteral("/proc/self/exe")).canonicalFilePath().toStdString();
-    const std::vector<std::string> ourCommand{self, "--child-mix", system, microphone, ours};
-    const std::vector<std::string> cliCommand{
-        ffmpeg, "-nostdin", "-hide_banner", "-loglevel", "error", "-y", "-i", system, "-i", microphone,
-        "-filter_complex", "[0:a]pan=mono|c0=0.5*c0+0.5*c1[l];[l][1:a]join=inputs=2:channel_layout=stereo[a]",
-        "-map", "[a]", "-c:a", "aac", "-b:a", "192k", "-ar", "48000", "-movflags", "+faststart", theirs};
+    const std::vector<std::string> ourCommand { self, "--child-mix", system, microphone, ours };
+    const std::vector<std::string> cliCommand { ffmpeg, "-nostdin", "-hide_banner", "-loglevel", "error",
+        "-y", "-i", system, "-i", microphone, "-filter_complex",
+        "[0:a]pan=mono|c0=0.5*c0+0.5*c1[l];[l][1:a]join=inputs=2:channel_layout=stereo[a]", "-map", "[a]",
+        "-c:a", "aac", "-b:a", "192k", "-ar", "48000", "-movflags", "+faststart", theirs };
 
     std::optional<Measure> bestOurs;
     std::optional<Measure> bestCli;
@@ -208,12 +211,13 @@ int main(int argc, char **argv)
         const Measure a = runChild(ourCommand);
         const Measure b = runChild(cliCommand);
         if (!a.ok || !b.ok) {
-            std::fprintf(stderr, "mix_bench: a run failed (ours %s, command line %s)\n", a.ok ? "ok" : "failed",
-                         b.ok ? "ok" : "failed");
+            std::fprintf(stderr, "mix_bench: a run failed (ours %s, command line %s)\n",
+                a.ok ? "ok" : "failed", b.ok ? "ok" : "failed");
             return 1;
         }
-        std::printf("round %d: ours %.2f s (cpu %.2f s) %.1f MiB, command line %.2f s (cpu %.2f s) %.1f MiB\n",
-                    round + 1, a.seconds, a.cpuSeconds, a.peakMiB, b.seconds, b.cpuSeconds, b.peakMiB);
+        std::printf(
+            "round %d: ours %.2f s (cpu %.2f s) %.1f MiB, command line %.2f s (cpu %.2f s) %.1f MiB\n",
+            round + 1, a.seconds, a.cpuSeconds, a.peakMiB, b.seconds, b.cpuSeconds, b.peakMiB);
         std::fflush(stdout);
         ourPeak = std::max(ourPeak, a.peakMiB);
         cliPeak = std::max(cliPeak, b.peakMiB);
@@ -224,13 +228,14 @@ int main(int argc, char **argv)
     }
 
     // Time is the best round's (the machine is shared); peak memory the worst round's.
-    std::printf("input: %.0f s, system 48000 Hz stereo float, microphone 48000 Hz mono 16-bit\n", audioSeconds);
+    std::printf(
+        "input: %.0f s, system 48000 Hz stereo float, microphone 48000 Hz mono 16-bit\n", audioSeconds);
     std::printf("ours:         %.2f s (cpu %.2f s), %.1fx real time, peak %.1f MiB, %lld bytes\n",
-                bestOurs->seconds, bestOurs->cpuSeconds, audioSeconds / bestOurs->seconds, ourPeak,
-                static_cast<long long>(QFileInfo(QString::fromStdString(ours)).size()));
+        bestOurs->seconds, bestOurs->cpuSeconds, audioSeconds / bestOurs->seconds, ourPeak,
+        static_cast<long long>(QFileInfo(QString::fromStdString(ours)).size()));
     std::printf("command line: %.2f s (cpu %.2f s), %.1fx real time, peak %.1f MiB, %lld bytes\n",
-                bestCli->seconds, bestCli->cpuSeconds, audioSeconds / bestCli->seconds, cliPeak,
-                static_cast<long long>(QFileInfo(QString::fromStdString(theirs)).size()));
+        bestCli->seconds, bestCli->cpuSeconds, audioSeconds / bestCli->seconds, cliPeak,
+        static_cast<long long>(QFileInfo(QString::fromStdString(theirs)).size()));
     std::printf("ratio=%.3f peak_rss_mib=%.1f\n", bestOurs->seconds / bestCli->seconds, ourPeak);
     return 0;
 }

@@ -16,8 +16,7 @@
 
 namespace {
 
-template <typename Work>
-void measure(const char *name, int rounds, Work &&work)
+template <typename Work> void measure(const char *name, int rounds, Work &&work)
 {
     work(); // warm caches (fonts, icon lookup) outside the timing
     const auto start = std::chrono::steady_clock::now();
@@ -39,18 +38,19 @@ int main(int argc, char **argv)
         QStringLiteral("The recording could not start. Check the microphone and system audio permissions."),
         Typography::footnote());
     int measurements = 0;
-    measure("balanced fit, two-line message at 332", 2000, [&] {
-        measurements = Balanced::fit(332, [&](qreal w) { return message.measure(w); }).measurements;
-    });
+    measure("balanced fit, two-line message at 332", 2000,
+        [&] { measurements = Balanced::fit(332, [&](qreal w) { return message.measure(w); }).measurements; });
     std::printf("%-40s %9d measurements per fit\n", "", measurements);
 
     QrCodeView qr;
     qr.setMessage(QByteArrayLiteral("selvaro://pair/R3XD8N5W"));
-    measure("QR card rendered at 2x", 500, [&] { (void)Rendering::toImage(qr, 2, Palette::selvaroBackground()); });
+    measure("QR card rendered at 2x", 500,
+        [&] { (void)Rendering::toImage(qr, 2, Palette::selvaroBackground()); });
 
-    PillButton save(QStringLiteral("Save"), Symbol::checkmark, {PillButtonStyle::Kind::primary,
-                                                                 PillButtonStyle::Size::regular, true});
+    PillButton save(QStringLiteral("Save"), Symbol::checkmark,
+        { PillButtonStyle::Kind::primary, PillButtonStyle::Size::regular, true });
     save.resize(104, save.sizeHint().height());
-    measure("pill button rendered at 2x", 2000, [&] { (void)Rendering::toImage(save, 2, Palette::selvaroBackground()); });
+    measure("pill button rendered at 2x", 2000,
+        [&] { (void)Rendering::toImage(save, 2, Palette::selvaroBackground()); });
     return 0;
 }

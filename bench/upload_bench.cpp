@@ -66,8 +66,9 @@ QString findService(const QStringList &arguments)
     if (arguments.size() > 1 && !arguments.at(1).isEmpty())
         return arguments.at(1);
     const QString dir = QCoreApplication::applicationDirPath();
-    const QStringList candidates{QStringLiteral(SELVARO_DEVSERVICE_PATH), dir + QStringLiteral("/../devservice/selvaro-devservice"),
-                                 dir + QStringLiteral("/../selvaro-devservice")};
+    const QStringList candidates { QStringLiteral(SELVARO_DEVSERVICE_PATH),
+        dir + QStringLiteral("/../devservice/selvaro-devservice"),
+        dir + QStringLiteral("/../selvaro-devservice") };
     for (const QString &candidate : candidates) {
         if (QFileInfo(candidate).isExecutable())
             return candidate;
@@ -76,8 +77,8 @@ QString findService(const QStringList &arguments)
 }
 
 // Blocks on one reply: the bench's own admin calls, outside any measurement.
-QByteArray blockingCall(QNetworkAccessManager &network, const QByteArray &method, const QUrl &url, const QByteArray &body,
-                        const QByteArray &adminToken)
+QByteArray blockingCall(QNetworkAccessManager &network, const QByteArray &method, const QUrl &url,
+    const QByteArray &body, const QByteArray &adminToken)
 {
     QNetworkRequest request(url);
     request.setHeader(QNetworkRequest::ContentTypeHeader, QByteArrayLiteral("application/json"));
@@ -87,12 +88,12 @@ QByteArray blockingCall(QNetworkAccessManager &network, const QByteArray &method
     QObject::connect(reply.get(), &QNetworkReply::finished, &loop, &QEventLoop::quit);
     loop.exec();
     if (reply->error() != QNetworkReply::NoError)
-        fail(QStringLiteral("%1 %2: %3").arg(QString::fromLatin1(method), url.toString(), reply->errorString()));
+        fail(QStringLiteral("%1 %2: %3")
+                 .arg(QString::fromLatin1(method), url.toString(), reply->errorString()));
     return reply->readAll();
 }
 
-template <typename T>
-T run(QCoro::Task<T> task)
+template <typename T> T run(QCoro::Task<T> task)
 {
     std::optional<T> result;
     QEventLoop loop;
@@ -152,7 +153,8 @@ int main(int argc, char *argv[])
 
     QProcess service;
     service.setProgram(findService(arguments));
-    service.setArguments({QStringLiteral("--port"), QStringLiteral("0"), QStringLiteral("--data"), work.filePath(QStringLiteral("service"))});
+    service.setArguments({ QStringLiteral("--port"), QStringLiteral("0"), QStringLiteral("--data"),
+        work.filePath(QStringLiteral("service")) });
     // Its access log would bury the figures; it stays in the work folder.
     service.setStandardErrorFile(work.filePath(QStringLiteral("service.log")));
     service.start();
@@ -170,7 +172,8 @@ int main(int argc, char *argv[])
     }
     const QByteArray adminToken = service.readLine().trimmed();
     // Keep draining its output so it never blocks on a full pipe.
-    QObject::connect(&service, &QProcess::readyReadStandardOutput, &service, [&service] { service.readAllStandardOutput(); });
+    QObject::connect(&service, &QProcess::readyReadStandardOutput, &service,
+        [&service] { service.readAllStandardOutput(); });
 
     QNetworkAccessManager network;
     const QUrl adminSessions = baseUrl.resolved(QUrl(QStringLiteral("/admin/sessions")));
@@ -194,8 +197,11 @@ int main(int argc, char *argv[])
     for (int round = 1; round <= rounds; ++round) {
         // A fresh service state each round, so stored uploads do not pile up on disk.
         blockingCall(network, "POST", adminReset, "{}", adminToken);
-        const QString token = QJsonDocument::fromJson(blockingCall(network, "POST", adminSessions, R"({"anonymous": false})", adminToken))
-                                  .object().value(QLatin1String("token")).toString();
+        const QString token = QJsonDocument::fromJson(
+            blockingCall(network, "POST", adminSessions, R"({"anonymous": false})", adminToken))
+                                  .object()
+                                  .value(QLatin1String("token"))
+                                  .toString();
         if (token.isEmpty())
             fail(QStringLiteral("the service made no session"));
         const UploadTarget target = run(api.uploadTarget(token));
@@ -211,25 +217,28 @@ int main(int argc, char *argv[])
         const qint64 roundPeakKiB = statusKiB("VmHWM");
         // Without a peak reset an earlier peak could hide this one; then the growth is
         // measured from the larger of the two.
-        const double growthMiB =
-            static_cast<double>(roundPeakKiB - (peakReset ? roundIdleKiB : std::max(roundIdleKiB, hwmBeforeKiB))) / 1024.0;
+        const double growthMiB = static_cast<double>(roundPeakKiB
+                                     - (peakReset ? roundIdleKiB : std::max(roundIdleKiB, hwmBeforeKiB)))
+            / 1024.0;
 
         QProcess curl;
         clock.restart();
         curl.start(QStringLiteral("curl"),
-                   {QStringLiteral("--silent"), QStringLiteral("--show-error"), QStringLiteral("--fail"), QStringLiteral("-T"), path,
-                    QStringLiteral("-H"), QStringLiteral("Content-Type: audio/m4a"),
-                    // No "Expect: 100-continue" pause: both sides start sending at once.
-                    QStringLiteral("-H"), QStringLiteral("Expect:"), QStringLiteral("-o"), QStringLiteral("/dev/null"), curlTarget.url});
-        if (!curl.waitForFinished(600000) || curl.exitStatus() != QProcess::NormalExit || curl.exitCode() != 0)
+            { QStringLiteral("--silent"), QStringLiteral("--show-error"), QStringLiteral("--fail"),
+                QStringLiteral("-T"), path, QStringLiteral("-H"), QStringLiteral("Content-Type: audio/m4a"),
+                // No "Expect: 100-continue" pause: both sides start sending at once.
+                QStringLiteral("-H"), QStringLiteral("Expect:"), QStringLiteral("-o"),
+                QStringLiteral("/dev/null"), curlTarget.url });
+        if (!curl.waitForFinished(600000) || curl.exitStatus() != QProcess::NormalExit
+            || curl.exitCode() != 0)
             fail(QStringLiteral("curl failed: ") + QString::fromLocal8Bit(curl.readAllStandardError()));
         const qint64 curlMs = std::max<qint64>(clock.elapsed(), 1);
 
         const double clientSpeed = mibPerSecond(size, clientMs);
         const double curlSpeed = mibPerSecond(size, curlMs);
-        std::printf("round %d: client %.1f MiB/s (%.2f s), curl %.1f MiB/s (%.2f s), rss growth %.1f MiB\n", round,
-                    clientSpeed, static_cast<double>(clientMs) / 1000.0, curlSpeed, static_cast<double>(curlMs) / 1000.0,
-                    growthMiB);
+        std::printf("round %d: client %.1f MiB/s (%.2f s), curl %.1f MiB/s (%.2f s), rss growth %.1f MiB\n",
+            round, clientSpeed, static_cast<double>(clientMs) / 1000.0, curlSpeed,
+            static_cast<double>(curlMs) / 1000.0, growthMiB);
         std::fflush(stdout);
         bestClient = std::max(bestClient, clientSpeed);
         bestCurl = std::max(bestCurl, curlSpeed);
@@ -242,11 +251,12 @@ int main(int argc, char *argv[])
     blockingCall(network, "POST", adminReset, "{}", adminToken);
 
     const double ratio = bestClient / bestCurl;
-    std::printf("file: %lld MiB (sparse), %d rounds, best of each side\n", static_cast<long long>(sizeMiB), rounds);
+    std::printf(
+        "file: %lld MiB (sparse), %d rounds, best of each side\n", static_cast<long long>(sizeMiB), rounds);
     std::printf("client: %.1f MiB/s\n", bestClient);
     std::printf("curl:   %.1f MiB/s\n", bestCurl);
     std::printf("rss idle: %.1f MiB, peak during upload: %.1f MiB%s\n", static_cast<double>(idleKiB) / 1024.0,
-                static_cast<double>(peakKiB) / 1024.0, peakReset ? "" : " (peak not resettable)");
+        static_cast<double>(peakKiB) / 1024.0, peakReset ? "" : " (peak not resettable)");
     std::printf("ratio=%.2f rss_growth_mib=%.1f\n", ratio, worstGrowthMiB);
     std::fflush(stdout);
 

@@ -24,11 +24,16 @@ namespace {
 int priorityOf(QtMsgType type)
 {
     switch (type) {
-    case QtDebugMsg: return LOG_DEBUG;
-    case QtInfoMsg: return LOG_INFO;
-    case QtWarningMsg: return LOG_WARNING;
-    case QtCriticalMsg: return LOG_ERR;
-    case QtFatalMsg: return LOG_CRIT;
+    case QtDebugMsg:
+        return LOG_DEBUG;
+    case QtInfoMsg:
+        return LOG_INFO;
+    case QtWarningMsg:
+        return LOG_WARNING;
+    case QtCriticalMsg:
+        return LOG_ERR;
+    case QtFatalMsg:
+        return LOG_CRIT;
     }
     return LOG_INFO;
 }
@@ -46,12 +51,9 @@ void journalHandler(QtMsgType type, const QMessageLogContext &context, const QSt
     if (category.startsWith(prefix))
         category = category.mid(prefix.size());
 
-    const int rc = sd_journal_send("MESSAGE=%s", text.constData(),
-                                   "PRIORITY=%d", priorityOf(type),
-                                   "SYSLOG_IDENTIFIER=selvaro-recorder",
-                                   "SELVARO_SUBSYSTEM=%s", Logging::subsystem,
-                                   "SELVARO_CATEGORY=%s", category.constData(),
-                                   nullptr);
+    const int rc = sd_journal_send("MESSAGE=%s", text.constData(), "PRIORITY=%d", priorityOf(type),
+        "SYSLOG_IDENTIFIER=selvaro-recorder", "SELVARO_SUBSYSTEM=%s", Logging::subsystem,
+        "SELVARO_CATEGORY=%s", category.constData(), nullptr);
     if (rc < 0)
         std::fprintf(stderr, "%s: %s\n", category.constData(), text.constData());
     if (type == QtFatalMsg)
@@ -60,8 +62,8 @@ void journalHandler(QtMsgType type, const QMessageLogContext &context, const QSt
 
 void stderrHandler(QtMsgType type, const QMessageLogContext &context, const QString &message)
 {
-    std::fprintf(stderr, "%s: %s\n", context.category ? context.category : "default",
-                 message.toUtf8().constData());
+    std::fprintf(
+        stderr, "%s: %s\n", context.category ? context.category : "default", message.toUtf8().constData());
     if (type == QtFatalMsg)
         std::abort();
 }

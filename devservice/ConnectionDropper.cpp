@@ -2,9 +2,9 @@
 
 #include <httplib.h>
 
-#include <dirent.h>
-#include <cstdlib>
 #include <arpa/inet.h>
+#include <cstdlib>
+#include <dirent.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 
@@ -30,8 +30,8 @@ bool ConnectionDropper::drop(const httplib::Request &request)
         const long fd = std::strtol(entry->d_name, &end, 10);
         if (end == entry->d_name || *end != '\0' || fd == dirfd(dir))
             continue;
-        sockaddr_storage peer{};
-        sockaddr_storage local{};
+        sockaddr_storage peer {};
+        sockaddr_storage local {};
         socklen_t peerLength = sizeof peer;
         socklen_t localLength = sizeof local;
         const int socket = static_cast<int>(fd);

@@ -15,14 +15,15 @@ QByteArray hmacSha256(const QByteArray &key, const QByteArray &data)
     unsigned char digest[EVP_MAX_MD_SIZE];
     unsigned int length = 0;
     HMAC(EVP_sha256(), key.constData(), static_cast<int>(key.size()),
-         reinterpret_cast<const unsigned char *>(data.constData()), static_cast<size_t>(data.size()), digest,
-         &length);
+        reinterpret_cast<const unsigned char *>(data.constData()), static_cast<size_t>(data.size()), digest,
+        &length);
     return QByteArray(reinterpret_cast<const char *>(digest), static_cast<qsizetype>(length));
 }
 
 bool equal(const QByteArray &a, const QByteArray &b)
 {
-    return a.size() == b.size() && CRYPTO_memcmp(a.constData(), b.constData(), static_cast<size_t>(a.size())) == 0;
+    return a.size() == b.size()
+        && CRYPTO_memcmp(a.constData(), b.constData(), static_cast<size_t>(a.size())) == 0;
 }
 
 QByteArray randomBytes(int count)

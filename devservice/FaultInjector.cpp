@@ -28,8 +28,8 @@ QString FaultInjector::add(const QJsonObject &definition)
         if (value.isUndefined() || value.isNull())
             return true;
         const double number = value.toDouble(-1e18);
-        if (!value.isDouble() || number != static_cast<double>(static_cast<qint64>(number)) || number < minimum
-            || number > maximum)
+        if (!value.isDouble() || number != static_cast<double>(static_cast<qint64>(number))
+            || number < minimum || number > maximum)
             return false;
         *out = static_cast<int>(number);
         return true;
@@ -61,8 +61,9 @@ QString FaultInjector::add(const QJsonObject &definition)
         return QStringLiteral("invalid_contentType");
     // A body given as JSON text is served as JSON, like the service's own errors.
     const bool jsonText = !body.isString() || !QJsonDocument::fromJson(fault.body).isNull();
-    fault.contentType =
-        contentType.toString(jsonText ? QStringLiteral("application/json") : QStringLiteral("text/plain")).toUtf8();
+    fault.contentType
+        = contentType.toString(jsonText ? QStringLiteral("application/json") : QStringLiteral("text/plain"))
+              .toUtf8();
     const QJsonValue headers = definition.value(QStringLiteral("headers"));
     if (!headers.isUndefined()) {
         if (!headers.isObject())
@@ -71,7 +72,7 @@ QString FaultInjector::add(const QJsonObject &definition)
         for (auto it = object.begin(); it != object.end(); ++it) {
             if (!it.value().isString())
                 return QStringLiteral("invalid_headers");
-            fault.headers.append({it.key().toUtf8(), it.value().toString().toUtf8()});
+            fault.headers.append({ it.key().toUtf8(), it.value().toString().toUtf8() });
         }
     }
     const QJsonValue drop = definition.value(QStringLiteral("drop"));

@@ -15,8 +15,9 @@
 class FaultInjector
 {
 public:
-    struct Fault {
-        QString path;   // exact, or a prefix when it ends in '*'
+    struct Fault
+    {
+        QString path; // exact, or a prefix when it ends in '*'
         QString method; // empty matches every method
         int count = 1;
         int status = 0; // 0: handle the request normally (after the delay)

@@ -39,7 +39,8 @@ QString fromStd(const std::string &text)
 // comparing digests: "sha256:" and the first 16 hex digits of the value's SHA-256.
 QString redacted(const std::string &value)
 {
-    const QByteArray digest = QCryptographicHash::hash(QByteArray::fromStdString(value), QCryptographicHash::Sha256);
+    const QByteArray digest
+        = QCryptographicHash::hash(QByteArray::fromStdString(value), QCryptographicHash::Sha256);
     return QStringLiteral("sha256:") + QString::fromLatin1(digest.toHex().left(16));
 }
 
@@ -53,7 +54,7 @@ QJsonObject headersOf(const httplib::Request &request)
             || key == QLatin1String("local_addr") || key == QLatin1String("local_port"))
             continue;
         const bool secret = key == QLatin1String("authorization") || key == QLatin1String("x-admin-token")
-                            || key == QLatin1String("cookie");
+            || key == QLatin1String("cookie");
         const QString shown = secret ? redacted(value) : fromStd(value);
         const QString existing = headers.value(key).toString();
         headers.insert(key, existing.isEmpty() ? shown : existing + QStringLiteral(", ") + shown);
@@ -75,9 +76,9 @@ QString checkDevice(const QJsonObject &body)
         return QStringLiteral("missing_device");
     if (!device.isObject())
         return QStringLiteral("invalid_device");
-    const QLatin1String members[] = {QLatin1String("vendorUuid"), QLatin1String("appVersion"), QLatin1String("osVersion"),
-                                     QLatin1String("type"),       QLatin1String("brand"),      QLatin1String("model"),
-                                     QLatin1String("locale")};
+    const QLatin1String members[] = { QLatin1String("vendorUuid"), QLatin1String("appVersion"),
+        QLatin1String("osVersion"), QLatin1String("type"), QLatin1String("brand"), QLatin1String("model"),
+        QLatin1String("locale") };
     const QJsonObject object = device.toObject();
     for (const QLatin1String member : members) {
         const QJsonValue value = object.value(member);
@@ -99,7 +100,8 @@ QByteArray tokenOf(const httplib::Request &request)
 }
 } // namespace
 
-HttpFront::HttpFront(ServiceState &state, FaultInjector &faults, const ObjectStore &objects, QByteArray adminToken)
+HttpFront::HttpFront(
+    ServiceState &state, FaultInjector &faults, const ObjectStore &objects, QByteArray adminToken)
     : m_state(state)
     , m_faults(faults)
     , m_objects(objects)
@@ -127,14 +129,17 @@ HttpFront::HttpFront(ServiceState &state, FaultInjector &faults, const ObjectSto
         return m_guard.admit(request, response) ? httplib::Server::HandlerResponse::Unhandled
                                                 : httplib::Server::HandlerResponse::Handled;
     });
-    m_server.set_exception_handler([](const httplib::Request &, httplib::Response &response, std::exception_ptr) {
-        send(response, Answer::error(500, QStringLiteral("internal_error")));
-    });
+    m_server.set_exception_handler(
+        [](const httplib::Request &, httplib::Response &response, std::exception_ptr) {
+            send(response, Answer::error(500, QStringLiteral("internal_error")));
+        });
     m_server.set_error_handler([](const httplib::Request &, httplib::Response &response) {
         // Only httplib's own errors arrive here bare; a scripted fault's empty body is kept.
         if (response.body.empty() && !response.has_header("Content-Type"))
-            send(response, Answer::error(response.status, response.status == 404 ? QStringLiteral("not_found")
-                                                                                  : QStringLiteral("http_%1").arg(response.status)));
+            send(response,
+                Answer::error(response.status,
+                    response.status == 404 ? QStringLiteral("not_found")
+                                           : QStringLiteral("http_%1").arg(response.status)));
     });
     addPublicRoutes();
     addUploadRoutes();
@@ -144,7 +149,8 @@ HttpFront::HttpFront(ServiceState &state, FaultInjector &faults, const ObjectSto
 
 int HttpFront::bind(const std::string &host, int port)
 {
-    const int bound = port == 0 ? m_server.bind_to_any_port(host) : (m_server.bind_to_port(host, port) ? port : -1);
+    const int bound
+        = port == 0 ? m_server.bind_to_any_port(host) : (m_server.bind_to_port(host, port) ? port : -1);
     m_guard.setPort(bound);
     return bound;
 }
@@ -185,16 +191,14 @@ HttpFront::Body HttpFront::readBody(const httplib::ContentReader &reader, qint64
 
 void HttpFront::logRequest(const httplib::Request &request, qint64 bodySize)
 {
-    m_state.logRequest({{QStringLiteral("method"), fromStd(request.method)},
-                        {QStringLiteral("path"), fromStd(request.path)},
-                        {QStringLiteral("query"), queryOf(request)},
-                        {QStringLiteral("headers"), headersOf(request)},
-                        {QStringLiteral("bodySize"), bodySize},
-                        {QStringLiteral("time"), QDateTime::currentDateTimeUtc().toString(Qt::ISODateWithMs)}});
+    m_state.logRequest({ { QStringLiteral("method"), fromStd(request.method) },
+        { QStringLiteral("path"), fromStd(request.path) }, { QStringLiteral("query"), queryOf(request) },
+        { QStringLiteral("headers"), headersOf(request) }, { QStringLiteral("bodySize"), bodySize },
+        { QStringLiteral("time"), QDateTime::currentDateTimeUtc().toString(Qt::ISODateWithMs) } });
 }
 
-bool HttpFront::applyFault(const httplib::Request &request, httplib::Response &response,
-                           const std::function<void()> &drainBody)
+bool HttpFront::applyFault(
+    const httplib::Request &request, httplib::Response &response, const std::function<void()> &drainBody)
 {
     const auto fault = m_faults.take(fromStd(request.method), fromStd(request.path));
     if (!fault)
@@ -220,49 +224,51 @@ bool HttpFront::applyFault(const httplib::Request &request, httplib::Response &r
 
 void HttpFront::postJson(const std::string &pattern, bool admin, JsonHandler handler)
 {
-    m_server.Post(pattern, [this, admin, handler = std::move(handler)](const httplib::Request &request,
-                                                                       httplib::Response &response,
-                                                                       const httplib::ContentReader &reader) {
-        const Body body = readBody(reader, admin ? adminBodyLimit : m_state.config().maxBodyBytes);
-        if (!admin) {
-            logRequest(request, body.size);
-            if (applyFault(request, response))
+    m_server.Post(pattern,
+        [this, admin, handler = std::move(handler)](const httplib::Request &request,
+            httplib::Response &response, const httplib::ContentReader &reader) {
+            const Body body = readBody(reader, admin ? adminBodyLimit : m_state.config().maxBodyBytes);
+            if (!admin) {
+                logRequest(request, body.size);
+                if (applyFault(request, response))
+                    return;
+            }
+            if (body.tooLarge) {
+                if (body.size > drainLimit)
+                    response.set_header("Connection", "close");
+                return send(response, Answer::error(413, QStringLiteral("body_too_large")));
+            }
+            // A form post comes from the phone page's buttons; the page shows the outcome,
+            // so a plain form needs no script.
+            if (admin && request.path == "/admin/pairings/confirm" && !body.data.trimmed().startsWith('{')
+                && request.get_header_value("Content-Type")
+                       .starts_with("application/x-www-form-urlencoded")) {
+                response.set_redirect("/?result=" + confirmFromPhone(body.data).toStdString(), 303);
                 return;
-        }
-        if (body.tooLarge) {
-            if (body.size > drainLimit)
-                response.set_header("Connection", "close");
-            return send(response, Answer::error(413, QStringLiteral("body_too_large")));
-        }
-        // A form post comes from the phone page's buttons; the page shows the outcome,
-        // so a plain form needs no script.
-        if (admin && request.path == "/admin/pairings/confirm" && !body.data.trimmed().startsWith('{')
-            && request.get_header_value("Content-Type").starts_with("application/x-www-form-urlencoded")) {
-            response.set_redirect("/?result=" + confirmFromPhone(body.data).toStdString(), 303);
-            return;
-        }
-        QJsonObject json;
-        if (!body.data.trimmed().isEmpty()) {
-            const QJsonDocument document = QJsonDocument::fromJson(body.data);
-            if (!document.isObject())
-                return send(response, Answer::error(400, QStringLiteral("invalid_json")));
-            json = document.object();
-        }
-        send(response, handler(request, json));
-    });
+            }
+            QJsonObject json;
+            if (!body.data.trimmed().isEmpty()) {
+                const QJsonDocument document = QJsonDocument::fromJson(body.data);
+                if (!document.isObject())
+                    return send(response, Answer::error(400, QStringLiteral("invalid_json")));
+                json = document.object();
+            }
+            send(response, handler(request, json));
+        });
 }
 
 void HttpFront::get(const std::string &pattern, bool admin, Handler handler)
 {
-    m_server.Get(pattern, [this, admin, handler = std::move(handler)](const httplib::Request &request,
-                                                                      httplib::Response &response) {
-        if (!admin) {
-            logRequest(request, 0);
-            if (applyFault(request, response))
-                return;
-        }
-        send(response, handler(request));
-    });
+    m_server.Get(pattern,
+        [this, admin, handler = std::move(handler)](
+            const httplib::Request &request, httplib::Response &response) {
+            if (!admin) {
+                logRequest(request, 0);
+                if (applyFault(request, response))
+                    return;
+            }
+            send(response, handler(request));
+        });
 }
 
 // --- public API --------------------------------------------------------------
@@ -285,10 +291,11 @@ void HttpFront::addPublicRoutes()
         return m_state.redeemPairing(code.toString());
     });
 
-    postJson(R"(/sessions/([^/]+)/refresh)", false, [this](const httplib::Request &request, const QJsonObject &body) {
-        return m_state.refreshSession(fromStd(request.matches[1]), tokenOf(request),
-                                      body.value(QLatin1String("device")).toObject(), checkDevice(body));
-    });
+    postJson(R"(/sessions/([^/]+)/refresh)", false,
+        [this](const httplib::Request &request, const QJsonObject &body) {
+            return m_state.refreshSession(fromStd(request.matches[1]), tokenOf(request),
+                body.value(QLatin1String("device")).toObject(), checkDevice(body));
+        });
 
     get("/upload-recording-url", false, [this](const httplib::Request &request) {
         return withSession(request, [this, &request](const ServiceState::Session &session) {
@@ -296,21 +303,24 @@ void HttpFront::addPublicRoutes()
         });
     });
 
-    postJson("/api/collections/notes/records", false, [this](const httplib::Request &request, const QJsonObject &body) {
-        return withSession(request, [this, &body](const ServiceState::Session &session) {
-            return m_state.createNote(session, body);
+    postJson("/api/collections/notes/records", false,
+        [this](const httplib::Request &request, const QJsonObject &body) {
+            return withSession(request, [this, &body](const ServiceState::Session &session) {
+                return m_state.createNote(session, body);
+            });
         });
-    });
 
     // Admin: it lists the pending codes and the notes, and the AccessGuard wants the token for it.
     get("/", true, [this](const httplib::Request &request) {
-        return Answer{200, PhonePage::render(m_state.pairings(), m_state.notes(), fromStd(request.get_param_value("result"))),
-                      QByteArrayLiteral("text/html; charset=utf-8")};
+        return Answer { 200,
+            PhonePage::render(
+                m_state.pairings(), m_state.notes(), fromStd(request.get_param_value("result"))),
+            QByteArrayLiteral("text/html; charset=utf-8") };
     });
 }
 
-Answer HttpFront::withSession(const httplib::Request &request,
-                              const std::function<Answer(const ServiceState::Session &)> &handler)
+Answer HttpFront::withSession(
+    const httplib::Request &request, const std::function<Answer(const ServiceState::Session &)> &handler)
 {
     const QByteArray token = tokenOf(request);
     if (token.isEmpty())
@@ -336,10 +346,9 @@ Answer HttpFront::uploadTarget(const httplib::Request &request, const ServiceSta
 
 void HttpFront::addUploadRoutes()
 {
-    m_server.Put(R"(/uploads/([^/]+))", [this](const httplib::Request &request, httplib::Response &response,
-                                               const httplib::ContentReader &reader) {
-        handleUpload(request, response, reader);
-    });
+    m_server.Put(R"(/uploads/([^/]+))",
+        [this](const httplib::Request &request, httplib::Response &response,
+            const httplib::ContentReader &reader) { handleUpload(request, response, reader); });
     m_server.Get(R"(/files/([^/]+))", [this](const httplib::Request &request, httplib::Response &response) {
         logRequest(request, 0);
         if (!applyFault(request, response))
@@ -347,8 +356,8 @@ void HttpFront::addUploadRoutes()
     });
 }
 
-void HttpFront::handleUpload(const httplib::Request &request, httplib::Response &response,
-                             const httplib::ContentReader &reader)
+void HttpFront::handleUpload(
+    const httplib::Request &request, httplib::Response &response, const httplib::ContentReader &reader)
 {
     qint64 drained = 0;
     const auto drain = [&reader, &drained] {
@@ -369,8 +378,8 @@ void HttpFront::handleUpload(const httplib::Request &request, httplib::Response 
         return;
     }
     const QString key = fromStd(request.matches[1]);
-    const QString signatureError = m_state.checkUploadSignature(key, fromStd(request.get_param_value("expires")),
-                                                                fromStd(request.get_param_value("signature")));
+    const QString signatureError = m_state.checkUploadSignature(
+        key, fromStd(request.get_param_value("expires")), fromStd(request.get_param_value("signature")));
     if (!signatureError.isEmpty())
         return reject(403, signatureError);
     const std::string contentType = request.get_header_value("Content-Type");
@@ -401,7 +410,7 @@ void HttpFront::handleUpload(const httplib::Request &request, httplib::Response 
     }
     if (!received || !writer->commit())
         return send(response, Answer::error(500, QStringLiteral("storage_failed")));
-    m_state.storeUpload({key, writer->size(), fromStd(contentType)});
+    m_state.storeUpload({ key, writer->size(), fromStd(contentType) });
     response.status = 200;
 }
 
@@ -409,11 +418,13 @@ void HttpFront::serveFile(const httplib::Request &request, httplib::Response &re
 {
     const QString key = fromStd(request.matches[1]);
     const auto upload = m_state.upload(key);
-    const int fd = upload ? ::open(QFile::encodeName(m_objects.pathOf(key)).constData(), O_RDONLY | O_CLOEXEC) : -1;
+    const int fd
+        = upload ? ::open(QFile::encodeName(m_objects.pathOf(key)).constData(), O_RDONLY | O_CLOEXEC) : -1;
     if (fd < 0)
         return send(response, Answer::error(404, QStringLiteral("not_found")));
     // Browsers play "audio/mp4"; the type the uploader declared is kept in the admin view.
-    const std::string type = key.endsWith(QLatin1String(".m4a")) ? "audio/mp4" : upload->contentType.toStdString();
+    const std::string type
+        = key.endsWith(QLatin1String(".m4a")) ? "audio/mp4" : upload->contentType.toStdString();
     response.set_content_provider(
         static_cast<size_t>(upload->size), type,
         [fd](size_t offset, size_t length, httplib::DataSink &sink) {
@@ -432,8 +443,9 @@ QString HttpFront::confirmFromPhone(const QByteArray &body)
 {
     const QUrlQuery form(QString::fromUtf8(body).replace(QLatin1Char('+'), QLatin1Char(' ')));
     const QString anonymous = form.queryItemValue(QStringLiteral("anonymous"));
-    const Answer answer = m_state.confirmPairing(form.queryItemValue(QStringLiteral("userCode"), QUrl::FullyDecoded),
-                                                 anonymous == QLatin1String("1") || anonymous == QLatin1String("true"));
+    const Answer answer
+        = m_state.confirmPairing(form.queryItemValue(QStringLiteral("userCode"), QUrl::FullyDecoded),
+            anonymous == QLatin1String("1") || anonymous == QLatin1String("true"));
     if (answer.status == 200)
         return QStringLiteral("linked");
     return QJsonDocument::fromJson(answer.body).object().value(QLatin1String("error")).toString();
@@ -446,17 +458,19 @@ void HttpFront::addAdminRoutes()
         m_state.reset();
         return Answer::json(m_state.config().toJson());
     });
-    postJson("/admin/config", true, [this](const httplib::Request &, const QJsonObject &body) {
-        return m_state.setConfig(body);
-    });
+    postJson("/admin/config", true,
+        [this](const httplib::Request &, const QJsonObject &body) { return m_state.setConfig(body); });
     postJson("/admin/faults", true, [this](const httplib::Request &, const QJsonObject &body) {
         const QString error = m_faults.add(body);
-        return error.isEmpty() ? Answer::json(QJsonObject{{QStringLiteral("added"), true}}) : Answer::error(400, error);
+        return error.isEmpty() ? Answer::json(QJsonObject { { QStringLiteral("added"), true } })
+                               : Answer::error(400, error);
     });
     postJson("/admin/pairings/confirm", true, [this](const httplib::Request &, const QJsonObject &body) {
         const QJsonValue userCode = body.value(QLatin1String("userCode"));
         if (!userCode.isString())
-            return Answer::error(400, userCode.isUndefined() ? QStringLiteral("missing_userCode") : QStringLiteral("invalid_userCode"));
+            return Answer::error(400,
+                userCode.isUndefined() ? QStringLiteral("missing_userCode")
+                                       : QStringLiteral("invalid_userCode"));
         const QJsonValue anonymous = body.value(QLatin1String("anonymous"));
         if (!anonymous.isUndefined() && !anonymous.isBool())
             return Answer::error(400, QStringLiteral("invalid_anonymous"));
@@ -468,15 +482,21 @@ void HttpFront::addAdminRoutes()
             return Answer::error(400, QStringLiteral("invalid_anonymous"));
         return m_state.createSession(anonymous.toBool());
     });
-    m_server.Delete(R"(/admin/sessions/([^/]+))", [this](const httplib::Request &request, httplib::Response &response) {
-        send(response, m_state.deleteSession(fromStd(request.matches[1]))
-                           ? Answer::json(QJsonObject{{QStringLiteral("deleted"), true}})
-                           : Answer::error(404, QStringLiteral("session_not_found")));
-    });
-    get("/admin/config", true, [this](const httplib::Request &) { return Answer::json(m_state.config().toJson()); });
-    get("/admin/requests", true, [this](const httplib::Request &) { return Answer::list(m_state.requests()); });
-    get("/admin/pairings", true, [this](const httplib::Request &) { return Answer::list(m_state.pairings()); });
-    get("/admin/sessions", true, [this](const httplib::Request &) { return Answer::list(m_state.sessions()); });
+    m_server.Delete(
+        R"(/admin/sessions/([^/]+))", [this](const httplib::Request &request, httplib::Response &response) {
+            send(response,
+                m_state.deleteSession(fromStd(request.matches[1]))
+                    ? Answer::json(QJsonObject { { QStringLiteral("deleted"), true } })
+                    : Answer::error(404, QStringLiteral("session_not_found")));
+        });
+    get("/admin/config", true,
+        [this](const httplib::Request &) { return Answer::json(m_state.config().toJson()); });
+    get("/admin/requests", true,
+        [this](const httplib::Request &) { return Answer::list(m_state.requests()); });
+    get("/admin/pairings", true,
+        [this](const httplib::Request &) { return Answer::list(m_state.pairings()); });
+    get("/admin/sessions", true,
+        [this](const httplib::Request &) { return Answer::list(m_state.sessions()); });
     get("/admin/notes", true, [this](const httplib::Request &) { return Answer::list(m_state.notes()); });
     get("/admin/uploads", true, [this](const httplib::Request &) { return Answer::list(m_state.uploads()); });
 }
@@ -486,7 +506,7 @@ void HttpFront::addAdminRoutes()
 void HttpFront::addFallbackRoutes()
 {
     const auto unknownWithBody = [this](const httplib::Request &request, httplib::Response &response,
-                                        const httplib::ContentReader &reader) {
+                                     const httplib::ContentReader &reader) {
         const Body body = readBody(reader, 0);
         if (!request.path.starts_with("/admin/")) {
             logRequest(request, body.size);

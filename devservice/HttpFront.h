@@ -35,7 +35,8 @@ private:
     using JsonHandler = std::function<Answer(const httplib::Request &, const QJsonObject &body)>;
     using Handler = std::function<Answer(const httplib::Request &)>;
 
-    struct Body {
+    struct Body
+    {
         QByteArray data;
         qint64 size = 0;
         bool tooLarge = false;
@@ -55,13 +56,14 @@ private:
     // or drops. True when the fault took the request over. `drainBody` reads what
     // is left of the body first so that the connection stays usable.
     bool applyFault(const httplib::Request &request, httplib::Response &response,
-                    const std::function<void()> &drainBody = {});
+        const std::function<void()> &drainBody = {});
     // Runs `handler` with the session the request's bare token belongs to, or
     // answers 401 "missing_token" / "invalid_token".
-    Answer withSession(const httplib::Request &request, const std::function<Answer(const ServiceState::Session &)> &handler);
+    Answer withSession(
+        const httplib::Request &request, const std::function<Answer(const ServiceState::Session &)> &handler);
     Answer uploadTarget(const httplib::Request &request, const ServiceState::Session &session);
-    void handleUpload(const httplib::Request &request, httplib::Response &response,
-                      const httplib::ContentReader &reader);
+    void handleUpload(
+        const httplib::Request &request, httplib::Response &response, const httplib::ContentReader &reader);
     void serveFile(const httplib::Request &request, httplib::Response &response);
     // Confirms the code a phone-page form posted; returns "linked" or the error code.
     QString confirmFromPhone(const QByteArray &body);

@@ -15,12 +15,12 @@ QByteArray encodePart(const QJsonObject &object)
 
 Jwt::Jwt(QByteArray secret)
     : m_secret(std::move(secret))
-{
-}
+{ }
 
 QByteArray Jwt::sign(const QJsonObject &claims) const
 {
-    const QJsonObject header{{QStringLiteral("alg"), QStringLiteral("HS256")}, {QStringLiteral("typ"), QStringLiteral("JWT")}};
+    const QJsonObject header { { QStringLiteral("alg"), QStringLiteral("HS256") },
+        { QStringLiteral("typ"), QStringLiteral("JWT") } };
     const QByteArray signingInput = encodePart(header) + '.' + encodePart(claims);
     return signingInput + '.' + Crypto::hmacSha256(m_secret, signingInput).toBase64(base64url);
 }
@@ -30,15 +30,19 @@ std::optional<QJsonObject> Jwt::verify(const QByteArray &token, qint64 nowSecond
     const QList<QByteArray> parts = token.split('.');
     if (parts.size() != 3)
         return std::nullopt;
-    const auto signature = QByteArray::fromBase64Encoding(parts[2], QByteArray::Base64UrlEncoding | QByteArray::AbortOnBase64DecodingErrors);
+    const auto signature = QByteArray::fromBase64Encoding(
+        parts[2], QByteArray::Base64UrlEncoding | QByteArray::AbortOnBase64DecodingErrors);
     if (!signature || !Crypto::equal(*signature, Crypto::hmacSha256(m_secret, parts[0] + '.' + parts[1])))
         return std::nullopt;
-    const auto header = QByteArray::fromBase64Encoding(parts[0], QByteArray::Base64UrlEncoding | QByteArray::AbortOnBase64DecodingErrors);
-    const auto payload = QByteArray::fromBase64Encoding(parts[1], QByteArray::Base64UrlEncoding | QByteArray::AbortOnBase64DecodingErrors);
+    const auto header = QByteArray::fromBase64Encoding(
+        parts[0], QByteArray::Base64UrlEncoding | QByteArray::AbortOnBase64DecodingErrors);
+    const auto payload = QByteArray::fromBase64Encoding(
+        parts[1], QByteArray::Base64UrlEncoding | QByteArray::AbortOnBase64DecodingErrors);
     if (!header || !payload)
         return std::nullopt;
     // Pinning the algorithm keeps "alg": "none" and friends out.
-    if (QJsonDocument::fromJson(*header).object().value(QStringLiteral("alg")).toString() != QLatin1String("HS256"))
+    if (QJsonDocument::fromJson(*header).object().value(QStringLiteral("alg")).toString()
+        != QLatin1String("HS256"))
         return std::nullopt;
     const QJsonDocument claims = QJsonDocument::fromJson(*payload);
     if (!claims.isObject())

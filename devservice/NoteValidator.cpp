@@ -15,12 +15,12 @@ bool isWholeNumber(const QJsonValue &value)
 }
 } // namespace
 
-NoteValidator::NoteValidator(bool anonymous, QString accountId, std::function<bool(const QString &)> recordingKnown)
+NoteValidator::NoteValidator(
+    bool anonymous, QString accountId, std::function<bool(const QString &)> recordingKnown)
     : m_anonymous(anonymous)
     , m_accountId(std::move(accountId))
     , m_recordingKnown(std::move(recordingKnown))
-{
-}
+{ }
 
 bool NoteValidator::isIsoTimestamp(const QString &text)
 {
@@ -32,7 +32,8 @@ bool NoteValidator::isIsoTimestamp(const QString &text)
     // The pattern lets 2025-13-45 through; the calendar does not. Qt reads at most
     // milliseconds, so longer fractions are cut to three digits first.
     const qsizetype dot = text.indexOf(QLatin1Char('.'));
-    const QString millis = text.mid(dot + 1, text.size() - dot - 2).left(3).leftJustified(3, QLatin1Char('0'));
+    const QString millis
+        = text.mid(dot + 1, text.size() - dot - 2).left(3).leftJustified(3, QLatin1Char('0'));
     return QDateTime::fromString(text.left(dot + 1) + millis + QLatin1Char('Z'), Qt::ISODateWithMs).isValid();
 }
 
@@ -44,14 +45,16 @@ QString NoteValidator::check(const QJsonObject &body) const
         return QStringLiteral("wrong_user_member");
 
     enum class Kind { String, WholeNumber };
-    struct Member {
+    struct Member
+    {
         QLatin1String name;
         Kind kind;
     };
-    const Member members[] = {{QLatin1String("startedAt"), Kind::String},   {QLatin1String("duration"), Kind::WholeNumber},
-                              {QLatin1String("recordingKey"), Kind::String}, {QLatin1String("source"), Kind::String},
-                              {QLatin1String("sourceUrl"), Kind::String},    {QLatin1String("buildNumber"), Kind::WholeNumber},
-                              {QLatin1String("deviceLocale"), Kind::String}, {ownUser, Kind::String}};
+    const Member members[] = { { QLatin1String("startedAt"), Kind::String },
+        { QLatin1String("duration"), Kind::WholeNumber }, { QLatin1String("recordingKey"), Kind::String },
+        { QLatin1String("source"), Kind::String }, { QLatin1String("sourceUrl"), Kind::String },
+        { QLatin1String("buildNumber"), Kind::WholeNumber }, { QLatin1String("deviceLocale"), Kind::String },
+        { ownUser, Kind::String } };
     for (const Member &member : members) {
         const QJsonValue value = body.value(member.name);
         if (value.isUndefined())
@@ -62,7 +65,7 @@ QString NoteValidator::check(const QJsonObject &body) const
     }
     for (auto it = body.begin(); it != body.end(); ++it) {
         const bool known = std::any_of(std::begin(members), std::end(members),
-                                       [&it](const Member &member) { return it.key() == member.name; });
+            [&it](const Member &member) { return it.key() == member.name; });
         if (!known)
             return QStringLiteral("unexpected_") + it.key();
     }

@@ -23,7 +23,8 @@ ObjectStore::ObjectStore(QString directory)
     : m_directory(std::move(directory))
 {
     QDir().mkpath(m_directory);
-    QFile::setPermissions(m_directory, QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
+    QFile::setPermissions(
+        m_directory, QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
 }
 
 QString ObjectStore::pathOf(const QString &key) const
@@ -43,9 +44,10 @@ std::unique_ptr<ObjectStore::Writer> ObjectStore::create(const QString &key) con
         return nullptr;
     // A unique temporary name lets two uploads of one key race without mixing bytes;
     // the later rename wins, as with a real object store.
-    const QString temporaryPath =
-        pathOf(key) + QLatin1Char('.') + Crypto::randomString(QLatin1String("abcdefghijklmnopqrstuvwxyz0123456789"), 8) + partSuffix;
-    const int fd = ::open(QFile::encodeName(temporaryPath).constData(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+    const QString temporaryPath = pathOf(key) + QLatin1Char('.')
+        + Crypto::randomString(QLatin1String("abcdefghijklmnopqrstuvwxyz0123456789"), 8) + partSuffix;
+    const int fd = ::open(
+        QFile::encodeName(temporaryPath).constData(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
     if (fd < 0)
         return nullptr;
     return std::unique_ptr<Writer>(new Writer(fd, temporaryPath, pathOf(key)));
@@ -86,8 +88,7 @@ ObjectStore::Writer::Writer(int fd, QString temporaryPath, QString finalPath)
     , m_finalPath(std::move(finalPath))
     , m_buffer(bufferSize)
     , m_writing(bufferSize)
-{
-}
+{ }
 
 ObjectStore::Writer::~Writer()
 {
@@ -141,7 +142,9 @@ bool ObjectStore::Writer::commit()
         QFile::remove(m_temporaryPath);
         return false;
     }
-    if (std::rename(QFile::encodeName(m_temporaryPath).constData(), QFile::encodeName(m_finalPath).constData()) != 0) {
+    if (std::rename(
+            QFile::encodeName(m_temporaryPath).constData(), QFile::encodeName(m_finalPath).constData())
+        != 0) {
         QFile::remove(m_temporaryPath);
         return false;
     }

@@ -29,7 +29,8 @@ QString display(const QJsonValue &value)
 QString friendlyTime(const QJsonValue &value)
 {
     const QDateTime time = QDateTime::fromString(value.toString(), Qt::ISODateWithMs);
-    return time.isValid() ? time.toUTC().toString(QStringLiteral("d MMM yyyy, HH:mm:ss 'UTC'")) : display(value);
+    return time.isValid() ? time.toUTC().toString(QStringLiteral("d MMM yyyy, HH:mm:ss 'UTC'"))
+                          : display(value);
 }
 
 // "1:05" for 65 seconds.
@@ -91,7 +92,7 @@ QByteArray PhonePage::render(const QJsonArray &pairings, const QJsonArray &notes
     html += QStringLiteral("<!doctype html><html lang=\"en\"><head><meta charset=\"utf-8\">"
                            "<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\">"
                            "<title>Selvaro — local note service</title><style>")
-            + QLatin1String(style) + QStringLiteral("</style></head><body><main>");
+        + QLatin1String(style) + QStringLiteral("</style></head><body><main>");
     html += QStringLiteral("<header><h1>Selvaro notes</h1><a href=\"/\">Refresh</a></header>");
 
     if (result == QLatin1String("linked"))
@@ -114,13 +115,16 @@ QByteArray PhonePage::render(const QJsonArray &pairings, const QJsonArray &notes
                                   "<input type=\"hidden\" name=\"anonymous\" value=\"%2\">"
                                   "<button type=\"submit\"%3>%4</button></form>")
                 .arg(escaped(code), anonymous ? QStringLiteral("1") : QStringLiteral("0"),
-                     anonymous ? QStringLiteral(" class=\"secondary\"") : QString(), label);
+                    anonymous ? QStringLiteral(" class=\"secondary\"") : QString(), label);
         };
-        html += QStringLiteral("<section class=\"card\"><div class=\"code\">%1</div>"
-                               "<div class=\"muted\">%2 · expires %3</div><div class=\"actions\">%4%5</div></section>")
-                    .arg(escaped(code), escaped(describeDevice(pairing.value(QLatin1String("device")).toObject())),
-                         escaped(friendlyTime(pairing.value(QLatin1String("expiresAt")))),
-                         button(false, QStringLiteral("Link, signed in")), button(true, QStringLiteral("Link anonymously")));
+        html += QStringLiteral(
+            "<section class=\"card\"><div class=\"code\">%1</div>"
+            "<div class=\"muted\">%2 · expires %3</div><div class=\"actions\">%4%5</div></section>")
+                    .arg(escaped(code),
+                        escaped(describeDevice(pairing.value(QLatin1String("device")).toObject())),
+                        escaped(friendlyTime(pairing.value(QLatin1String("expiresAt")))),
+                        button(false, QStringLiteral("Link, signed in")),
+                        button(true, QStringLiteral("Link anonymously")));
     }
     if (pending == 0)
         html += QStringLiteral("<p class=\"empty\">No computer is waiting to be linked.</p>");
@@ -134,12 +138,13 @@ QByteArray PhonePage::render(const QJsonArray &pairings, const QJsonArray &notes
                                "<div class=\"muted\">%2 · received %3</div>"
                                "<audio controls preload=\"metadata\" src=\"/files/%4\"></audio><dl>")
                     .arg(escaped(friendlyTime(body.value(QLatin1String("startedAt")))),
-                         escaped(clock(body.value(QLatin1String("duration")))),
-                         escaped(friendlyTime(note.value(QLatin1String("createdAt")))), escaped(key));
+                        escaped(clock(body.value(QLatin1String("duration")))),
+                        escaped(friendlyTime(note.value(QLatin1String("createdAt")))), escaped(key));
         html += field(QStringLiteral("note"), note.value(QLatin1String("id")).toString());
         for (auto it = body.begin(); it != body.end(); ++it)
             html += field(it.key(), display(it.value()));
-        html += field(QStringLiteral("size"), display(note.value(QLatin1String("recordingSize"))) + QStringLiteral(" bytes"));
+        html += field(QStringLiteral("size"),
+            display(note.value(QLatin1String("recordingSize"))) + QStringLiteral(" bytes"));
         html += QStringLiteral("</dl></article>");
     }
     if (notes.isEmpty())

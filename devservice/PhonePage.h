@@ -13,5 +13,6 @@ class PhonePage
 public:
     // `pairings` and `notes` are the admin views' JSON; `result` is the outcome of
     // the last confirm ("linked" or an error code), shown once at the top.
-    [[nodiscard]] static QByteArray render(const QJsonArray &pairings, const QJsonArray &notes, const QString &result = {});
+    [[nodiscard]] static QByteArray render(
+        const QJsonArray &pairings, const QJsonArray &notes, const QString &result = {});
 };

@@ -19,29 +19,28 @@ bool integerIn(const QJsonValue &value, double minimum, double maximum, qint64 *
 
 QJsonObject ServiceConfig::toJson() const
 {
-    return {{QStringLiteral("expiresIn"), expiresIn},
-            {QStringLiteral("interval"), interval},
-            {QStringLiteral("maxBodyBytes"), maxBodyBytes},
-            {QStringLiteral("maxUploadBytes"), maxUploadBytes},
-            {QStringLiteral("uploadUrlTtl"), uploadUrlTtl},
-            {QStringLiteral("tokenTtl"), tokenTtl}};
+    return { { QStringLiteral("expiresIn"), expiresIn }, { QStringLiteral("interval"), interval },
+        { QStringLiteral("maxBodyBytes"), maxBodyBytes },
+        { QStringLiteral("maxUploadBytes"), maxUploadBytes },
+        { QStringLiteral("uploadUrlTtl"), uploadUrlTtl }, { QStringLiteral("tokenTtl"), tokenTtl } };
 }
 
 QString ServiceConfig::apply(const QJsonObject &changes)
 {
     constexpr double intMax = std::numeric_limits<int>::max();
-    struct Field {
+    struct Field
+    {
         QLatin1String name;
         qint64 ServiceConfig::*member;
         double minimum;
         double maximum;
     };
-    const Field fields[] = {{QLatin1String("expiresIn"), &ServiceConfig::expiresIn, 0, intMax},
-                            {QLatin1String("interval"), &ServiceConfig::interval, 0, intMax},
-                            {QLatin1String("maxBodyBytes"), &ServiceConfig::maxBodyBytes, 1, 1e15},
-                            {QLatin1String("maxUploadBytes"), &ServiceConfig::maxUploadBytes, 0, 1e15},
-                            {QLatin1String("uploadUrlTtl"), &ServiceConfig::uploadUrlTtl, -intMax, intMax},
-                            {QLatin1String("tokenTtl"), &ServiceConfig::tokenTtl, -intMax, intMax}};
+    const Field fields[] = { { QLatin1String("expiresIn"), &ServiceConfig::expiresIn, 0, intMax },
+        { QLatin1String("interval"), &ServiceConfig::interval, 0, intMax },
+        { QLatin1String("maxBodyBytes"), &ServiceConfig::maxBodyBytes, 1, 1e15 },
+        { QLatin1String("maxUploadBytes"), &ServiceConfig::maxUploadBytes, 0, 1e15 },
+        { QLatin1String("uploadUrlTtl"), &ServiceConfig::uploadUrlTtl, -intMax, intMax },
+        { QLatin1String("tokenTtl"), &ServiceConfig::tokenTtl, -intMax, intMax } };
     ServiceConfig next = *this;
     for (const Field &field : fields) {
         if (!changes.contains(field.name))

@@ -5,7 +5,8 @@
 
 // The knobs tests turn: code lifetimes, polling interval, body and upload limits,
 // upload URL and token lifetimes. All durations are in seconds, sizes in bytes.
-struct ServiceConfig {
+struct ServiceConfig
+{
     qint64 expiresIn = 600;
     qint64 interval = 5;
     qint64 maxBodyBytes = 1024 * 1024;

@@ -26,7 +26,8 @@ QString isoTime(qint64 ms)
 
 QString stateName(int state)
 {
-    static const QString names[] = {QStringLiteral("pending"), QStringLiteral("confirmed"), QStringLiteral("redeemed")};
+    static const QString names[]
+        = { QStringLiteral("pending"), QStringLiteral("confirmed"), QStringLiteral("redeemed") };
     return names[state];
 }
 
@@ -43,7 +44,8 @@ QString normalizedUserCode(const QString &code)
 }
 } // namespace
 
-ServiceState::ServiceState(ServiceConfig startConfig, const ObjectStore &objects, QString stateFile, Clock clock)
+ServiceState::ServiceState(
+    ServiceConfig startConfig, const ObjectStore &objects, QString stateFile, Clock clock)
     : m_startConfig(startConfig)
     , m_config(startConfig)
     , m_objects(objects)
@@ -51,8 +53,7 @@ ServiceState::ServiceState(ServiceConfig startConfig, const ObjectStore &objects
     , m_clock(clock ? std::move(clock) : [] { return QDateTime::currentMSecsSinceEpoch(); })
     , m_secret(Crypto::randomBytes(32))
     , m_jwt(m_secret)
-{
-}
+{ }
 
 bool ServiceState::load(QString *error)
 {
@@ -66,7 +67,7 @@ bool ServiceState::load(QString *error)
         *error = file.errorString();
         return false;
     }
-    QJsonParseError parseError{};
+    QJsonParseError parseError {};
     const QJsonDocument document = QJsonDocument::fromJson(file.readAll(), &parseError);
     if (!document.isObject()) {
         *error = parseError.errorString();
@@ -118,7 +119,7 @@ QString ServiceState::newUserCode() const
     for (;;) {
         const QString raw = Crypto::randomString(userCodeAlphabet, 8);
         const bool taken = std::any_of(m_pairings.begin(), m_pairings.end(),
-                                       [&raw](const Pairing &p) { return normalizedUserCode(p.userCode) == raw; });
+            [&raw](const Pairing &p) { return normalizedUserCode(p.userCode) == raw; });
         if (!taken)
             return raw.left(4) + QLatin1Char('-') + raw.mid(4);
     }
@@ -128,24 +129,24 @@ Answer ServiceState::startPairing(const QJsonObject &device)
 {
     const std::lock_guard lock(m_mutex);
     Pairing pairing;
-    pairing.deviceCode = QString::fromLatin1(Crypto::randomBytes(32).toBase64(QByteArray::Base64UrlEncoding | QByteArray::OmitTrailingEquals));
+    pairing.deviceCode = QString::fromLatin1(
+        Crypto::randomBytes(32).toBase64(QByteArray::Base64UrlEncoding | QByteArray::OmitTrailingEquals));
     pairing.userCode = newUserCode();
     pairing.device = device;
     pairing.createdAtMs = m_clock();
     pairing.expiresAtMs = pairing.createdAtMs + m_config.expiresIn * 1000;
     m_pairings.append(pairing);
     save();
-    return Answer::json({{QStringLiteral("deviceCode"), pairing.deviceCode},
-                         {QStringLiteral("userCode"), pairing.userCode},
-                         {QStringLiteral("expiresIn"), m_config.expiresIn},
-                         {QStringLiteral("interval"), m_config.interval}});
+    return Answer::json({ { QStringLiteral("deviceCode"), pairing.deviceCode },
+        { QStringLiteral("userCode"), pairing.userCode }, { QStringLiteral("expiresIn"), m_config.expiresIn },
+        { QStringLiteral("interval"), m_config.interval } });
 }
 
 Answer ServiceState::redeemPairing(const QString &deviceCode)
 {
     const std::lock_guard lock(m_mutex);
     auto it = std::find_if(m_pairings.begin(), m_pairings.end(),
-                           [&deviceCode](const Pairing &p) { return p.deviceCode == deviceCode; });
+        [&deviceCode](const Pairing &p) { return p.deviceCode == deviceCode; });
     if (it == m_pairings.end())
         return Answer::error(404, QStringLiteral("code_not_found"));
     if (it->state == PairingState::Redeemed)
@@ -186,9 +187,9 @@ Answer ServiceState::confirmPairing(const QString &userCode, bool anonymous)
     pairing->state = PairingState::Confirmed;
     pairing->sessionId = session.id;
     save();
-    return Answer::json({{QStringLiteral("sessionId"), session.id},
-                         {QStringLiteral("accountId"), session.accountId},
-                         {QStringLiteral("profileId"), session.profileId}});
+    return Answer::json(
+        { { QStringLiteral("sessionId"), session.id }, { QStringLiteral("accountId"), session.accountId },
+            { QStringLiteral("profileId"), session.profileId } });
 }
 
 // --- sessions ----------------------------------------------------------------
@@ -210,24 +211,20 @@ QByteArray ServiceState::issueToken(const Session &session) const
 {
     const qint64 now = m_clock() / 1000;
     // "jti" keeps two tokens issued within one second distinct.
-    return m_jwt.sign({{QStringLiteral("id"), session.accountId},
-                       {QStringLiteral("sid"), session.id},
-                       {QStringLiteral("anon"), session.anonymous},
-                       {QStringLiteral("iat"), now},
-                       {QStringLiteral("exp"), now + m_config.tokenTtl},
-                       {QStringLiteral("jti"), newId(12)}});
+    return m_jwt.sign({ { QStringLiteral("id"), session.accountId }, { QStringLiteral("sid"), session.id },
+        { QStringLiteral("anon"), session.anonymous }, { QStringLiteral("iat"), now },
+        { QStringLiteral("exp"), now + m_config.tokenTtl }, { QStringLiteral("jti"), newId(12) } });
 }
 
 QJsonObject ServiceState::sessionPayload(const Session &session) const
 {
-    return {{QStringLiteral("id"), session.id},
-            {QStringLiteral("profileId"), session.profileId},
-            {QStringLiteral("token"), QString::fromLatin1(session.token)},
-            {QStringLiteral("isAnonymous"), session.anonymous}};
+    return { { QStringLiteral("id"), session.id }, { QStringLiteral("profileId"), session.profileId },
+        { QStringLiteral("token"), QString::fromLatin1(session.token) },
+        { QStringLiteral("isAnonymous"), session.anonymous } };
 }
 
-Answer ServiceState::refreshSession(const QString &sessionId, const QByteArray &token, const QJsonObject &device,
-                                   const QString &deviceError)
+Answer ServiceState::refreshSession(
+    const QString &sessionId, const QByteArray &token, const QJsonObject &device, const QString &deviceError)
 {
     const std::lock_guard lock(m_mutex);
     auto it = m_sessions.find(sessionId);
@@ -294,11 +291,12 @@ Answer ServiceState::uploadTarget(const Session &session, const QString &extensi
     m_issuedKeys.insert(key, session.accountId);
     save();
     const QString url = m_baseUrl + QStringLiteral("/uploads/") + key + QStringLiteral("?expires=") + expires
-                        + QStringLiteral("&signature=") + QString::fromLatin1(uploadSignature(key, expires));
-    return Answer::json({{QStringLiteral("url"), url}, {QStringLiteral("key"), key}});
+        + QStringLiteral("&signature=") + QString::fromLatin1(uploadSignature(key, expires));
+    return Answer::json({ { QStringLiteral("url"), url }, { QStringLiteral("key"), key } });
 }
 
-QString ServiceState::checkUploadSignature(const QString &key, const QString &expires, const QString &signature)
+QString ServiceState::checkUploadSignature(
+    const QString &key, const QString &expires, const QString &signature)
 {
     const std::lock_guard lock(m_mutex);
     if (expires.isEmpty() || signature.isEmpty()
@@ -346,7 +344,7 @@ Answer ServiceState::createNote(const Session &session, const QJsonObject &body)
     note.createdAtMs = m_clock();
     m_notes.append(note);
     save();
-    return Answer::json({{QStringLiteral("id"), note.id}});
+    return Answer::json({ { QStringLiteral("id"), note.id } });
 }
 
 // --- admin views -------------------------------------------------------------
@@ -371,14 +369,13 @@ QJsonArray ServiceState::pairings()
     const qint64 now = m_clock();
     QJsonArray result;
     for (const Pairing &p : m_pairings) {
-        result.append(QJsonObject{{QStringLiteral("userCode"), p.userCode},
-                                  {QStringLiteral("deviceCode"), p.deviceCode},
-                                  {QStringLiteral("device"), p.device},
-                                  {QStringLiteral("state"), stateName(static_cast<int>(p.state))},
-                                  {QStringLiteral("createdAt"), isoTime(p.createdAtMs)},
-                                  {QStringLiteral("expiresAt"), isoTime(p.expiresAtMs)},
-                                  {QStringLiteral("expired"), now >= p.expiresAtMs},
-                                  {QStringLiteral("sessionId"), p.sessionId}});
+        result.append(QJsonObject { { QStringLiteral("userCode"), p.userCode },
+            { QStringLiteral("deviceCode"), p.deviceCode }, { QStringLiteral("device"), p.device },
+            { QStringLiteral("state"), stateName(static_cast<int>(p.state)) },
+            { QStringLiteral("createdAt"), isoTime(p.createdAtMs) },
+            { QStringLiteral("expiresAt"), isoTime(p.expiresAtMs) },
+            { QStringLiteral("expired"), now >= p.expiresAtMs },
+            { QStringLiteral("sessionId"), p.sessionId } });
     }
     return result;
 }
@@ -388,16 +385,14 @@ QJsonArray ServiceState::sessions()
     const std::lock_guard lock(m_mutex);
     QList<Session> ordered = m_sessions.values();
     std::sort(ordered.begin(), ordered.end(),
-              [](const Session &a, const Session &b) { return a.createdAtMs < b.createdAtMs; });
+        [](const Session &a, const Session &b) { return a.createdAtMs < b.createdAtMs; });
     QJsonArray result;
     for (const Session &s : ordered) {
-        result.append(QJsonObject{{QStringLiteral("id"), s.id},
-                                  {QStringLiteral("accountId"), s.accountId},
-                                  {QStringLiteral("profileId"), s.profileId},
-                                  {QStringLiteral("isAnonymous"), s.anonymous},
-                                  {QStringLiteral("token"), QString::fromLatin1(s.token)},
-                                  {QStringLiteral("device"), s.device},
-                                  {QStringLiteral("createdAt"), isoTime(s.createdAtMs)}});
+        result.append(QJsonObject { { QStringLiteral("id"), s.id },
+            { QStringLiteral("accountId"), s.accountId }, { QStringLiteral("profileId"), s.profileId },
+            { QStringLiteral("isAnonymous"), s.anonymous },
+            { QStringLiteral("token"), QString::fromLatin1(s.token) }, { QStringLiteral("device"), s.device },
+            { QStringLiteral("createdAt"), isoTime(s.createdAtMs) } });
     }
     return result;
 }
@@ -408,14 +403,12 @@ QJsonArray ServiceState::notes()
     QJsonArray result;
     for (auto it = m_notes.crbegin(); it != m_notes.crend(); ++it) {
         const auto upload = m_uploads.constFind(it->recordingKey);
-        result.append(QJsonObject{
-            {QStringLiteral("id"), it->id},
-            {QStringLiteral("body"), it->body},
-            {QStringLiteral("recordingKey"), it->recordingKey},
-            {QStringLiteral("recordingUrl"), m_baseUrl + QStringLiteral("/files/") + it->recordingKey},
-            {QStringLiteral("recordingSize"), upload == m_uploads.constEnd() ? qint64(0) : upload->size},
-            {QStringLiteral("accountId"), it->accountId},
-            {QStringLiteral("createdAt"), isoTime(it->createdAtMs)}});
+        result.append(QJsonObject { { QStringLiteral("id"), it->id }, { QStringLiteral("body"), it->body },
+            { QStringLiteral("recordingKey"), it->recordingKey },
+            { QStringLiteral("recordingUrl"), m_baseUrl + QStringLiteral("/files/") + it->recordingKey },
+            { QStringLiteral("recordingSize"), upload == m_uploads.constEnd() ? qint64(0) : upload->size },
+            { QStringLiteral("accountId"), it->accountId },
+            { QStringLiteral("createdAt"), isoTime(it->createdAtMs) } });
     }
     return result;
 }
@@ -427,9 +420,8 @@ QJsonArray ServiceState::uploads()
     std::sort(ordered.begin(), ordered.end(), [](const Upload &a, const Upload &b) { return a.key < b.key; });
     QJsonArray result;
     for (const Upload &u : ordered) {
-        result.append(QJsonObject{{QStringLiteral("key"), u.key},
-                                  {QStringLiteral("size"), u.size},
-                                  {QStringLiteral("contentType"), u.contentType}});
+        result.append(QJsonObject { { QStringLiteral("key"), u.key }, { QStringLiteral("size"), u.size },
+            { QStringLiteral("contentType"), u.contentType } });
     }
     return result;
 }
@@ -453,52 +445,44 @@ QJsonObject ServiceState::toJson() const
 {
     QJsonArray pairings;
     for (const Pairing &p : m_pairings) {
-        pairings.append(QJsonObject{{QStringLiteral("deviceCode"), p.deviceCode},
-                                    {QStringLiteral("userCode"), p.userCode},
-                                    {QStringLiteral("device"), p.device},
-                                    {QStringLiteral("state"), static_cast<int>(p.state)},
-                                    {QStringLiteral("createdAtMs"), p.createdAtMs},
-                                    {QStringLiteral("expiresAtMs"), p.expiresAtMs},
-                                    {QStringLiteral("sessionId"), p.sessionId}});
+        pairings.append(QJsonObject { { QStringLiteral("deviceCode"), p.deviceCode },
+            { QStringLiteral("userCode"), p.userCode }, { QStringLiteral("device"), p.device },
+            { QStringLiteral("state"), static_cast<int>(p.state) },
+            { QStringLiteral("createdAtMs"), p.createdAtMs },
+            { QStringLiteral("expiresAtMs"), p.expiresAtMs }, { QStringLiteral("sessionId"), p.sessionId } });
     }
     QJsonArray sessions;
     for (const Session &s : m_sessions) {
-        sessions.append(QJsonObject{{QStringLiteral("id"), s.id},
-                                    {QStringLiteral("accountId"), s.accountId},
-                                    {QStringLiteral("profileId"), s.profileId},
-                                    {QStringLiteral("anonymous"), s.anonymous},
-                                    {QStringLiteral("token"), QString::fromLatin1(s.token)},
-                                    {QStringLiteral("device"), s.device},
-                                    {QStringLiteral("createdAtMs"), s.createdAtMs}});
+        sessions.append(
+            QJsonObject { { QStringLiteral("id"), s.id }, { QStringLiteral("accountId"), s.accountId },
+                { QStringLiteral("profileId"), s.profileId }, { QStringLiteral("anonymous"), s.anonymous },
+                { QStringLiteral("token"), QString::fromLatin1(s.token) },
+                { QStringLiteral("device"), s.device }, { QStringLiteral("createdAtMs"), s.createdAtMs } });
     }
     QJsonObject issued;
     for (auto it = m_issuedKeys.cbegin(); it != m_issuedKeys.cend(); ++it)
         issued.insert(it.key(), it.value());
     QJsonArray uploads;
     for (const Upload &u : m_uploads) {
-        uploads.append(QJsonObject{{QStringLiteral("key"), u.key},
-                                   {QStringLiteral("size"), u.size},
-                                   {QStringLiteral("contentType"), u.contentType}});
+        uploads.append(QJsonObject { { QStringLiteral("key"), u.key }, { QStringLiteral("size"), u.size },
+            { QStringLiteral("contentType"), u.contentType } });
     }
     QJsonArray notes;
     for (const Note &n : m_notes) {
-        notes.append(QJsonObject{{QStringLiteral("id"), n.id},
-                                 {QStringLiteral("body"), n.body},
-                                 {QStringLiteral("recordingKey"), n.recordingKey},
-                                 {QStringLiteral("accountId"), n.accountId},
-                                 {QStringLiteral("createdAtMs"), n.createdAtMs}});
+        notes.append(QJsonObject { { QStringLiteral("id"), n.id }, { QStringLiteral("body"), n.body },
+            { QStringLiteral("recordingKey"), n.recordingKey }, { QStringLiteral("accountId"), n.accountId },
+            { QStringLiteral("createdAtMs"), n.createdAtMs } });
     }
-    return {{QStringLiteral("secret"), QString::fromLatin1(m_secret.toBase64())},
-            {QStringLiteral("pairings"), pairings},
-            {QStringLiteral("sessions"), sessions},
-            {QStringLiteral("issuedKeys"), issued},
-            {QStringLiteral("uploads"), uploads},
-            {QStringLiteral("notes"), notes}};
+    return { { QStringLiteral("secret"), QString::fromLatin1(m_secret.toBase64()) },
+        { QStringLiteral("pairings"), pairings }, { QStringLiteral("sessions"), sessions },
+        { QStringLiteral("issuedKeys"), issued }, { QStringLiteral("uploads"), uploads },
+        { QStringLiteral("notes"), notes } };
 }
 
 void ServiceState::fromJson(const QJsonObject &object)
 {
-    const QByteArray secret = QByteArray::fromBase64(object.value(QLatin1String("secret")).toString().toLatin1());
+    const QByteArray secret
+        = QByteArray::fromBase64(object.value(QLatin1String("secret")).toString().toLatin1());
     if (secret.size() >= 32) {
         m_secret = secret;
         m_jwt = Jwt(m_secret);
@@ -535,8 +519,8 @@ void ServiceState::fromJson(const QJsonObject &object)
         m_issuedKeys.insert(it.key(), it.value().toString());
     for (const QJsonValue &value : object.value(QLatin1String("uploads")).toArray()) {
         const QJsonObject o = value.toObject();
-        Upload u{o.value(QLatin1String("key")).toString(), ms(o, QLatin1String("size")),
-                 o.value(QLatin1String("contentType")).toString()};
+        Upload u { o.value(QLatin1String("key")).toString(), ms(o, QLatin1String("size")),
+            o.value(QLatin1String("contentType")).toString() };
         // An object whose file went missing is forgotten rather than served as empty.
         if (ObjectStore::isValidKey(u.key) && QFile::exists(m_objects.pathOf(u.key)))
             m_uploads.insert(u.key, u);

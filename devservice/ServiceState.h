@@ -26,7 +26,8 @@
 class ServiceState
 {
 public:
-    struct Session {
+    struct Session
+    {
         QString id;
         QString accountId;
         QString profileId;
@@ -36,7 +37,8 @@ public:
         qint64 createdAtMs = 0;
     };
 
-    struct Upload {
+    struct Upload
+    {
         QString key;
         qint64 size = 0;
         QString contentType;
@@ -65,7 +67,7 @@ public:
     // Judged in the order the client relies on: unknown session 404, then a token
     // not of this session 401, then a bad device description (`deviceError`) 400.
     Answer refreshSession(const QString &sessionId, const QByteArray &token, const QJsonObject &device,
-                          const QString &deviceError);
+        const QString &deviceError);
     Answer createSession(bool anonymous);
     bool deleteSession(const QString &sessionId);
     // The session a token belongs to, when the token is ours, unexpired and its session alive.
@@ -91,7 +93,8 @@ public:
 
 private:
     enum class PairingState { Pending, Confirmed, Redeemed };
-    struct Pairing {
+    struct Pairing
+    {
         QString deviceCode;
         QString userCode;
         QJsonObject device;
@@ -100,7 +103,8 @@ private:
         qint64 expiresAtMs = 0;
         QString sessionId;
     };
-    struct Note {
+    struct Note
+    {
         QString id;
         QJsonObject body;
         QString recordingKey;

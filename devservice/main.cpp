@@ -14,15 +14,15 @@
 #include <QStringList>
 #include <QTemporaryDir>
 
+#include <atomic>
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <fcntl.h>
 #include <pthread.h>
 #include <sys/stat.h>
-#include <unistd.h>
-#include <atomic>
-#include <chrono>
 #include <thread>
+#include <unistd.h>
 
 namespace {
 void fail(const QString &message)
@@ -45,8 +45,10 @@ qint64 numberOption(const QCommandLineParser &parser, const QString &name, qint6
 // Created for the owner alone, also when a file of that name was there before.
 void writePrivateFile(const QString &path, const QByteArray &bytes)
 {
-    const int fd = ::open(QFile::encodeName(path).constData(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0600);
-    const bool written = fd >= 0 && ::fchmod(fd, 0600) == 0 && ::write(fd, bytes.constData(), static_cast<size_t>(bytes.size())) == bytes.size();
+    const int fd = ::open(
+        QFile::encodeName(path).constData(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0600);
+    const bool written = fd >= 0 && ::fchmod(fd, 0600) == 0
+        && ::write(fd, bytes.constData(), static_cast<size_t>(bytes.size())) == bytes.size();
     if (fd >= 0)
         ::close(fd);
     if (!written)
@@ -64,12 +66,18 @@ int main(int argc, char **argv)
     parser.setApplicationDescription(QStringLiteral("The local note service for Selvaro Recorder."));
     parser.addHelpOption();
     parser.addOptions({
-        {QStringLiteral("port"), QStringLiteral("Port on 127.0.0.1; 0 picks a free one."), QStringLiteral("N"), QStringLiteral("8765")},
-        {QStringLiteral("data"), QStringLiteral("Keep state and uploads in DIR across restarts."), QStringLiteral("DIR")},
-        {QStringLiteral("expires-in"), QStringLiteral("Lifetime of pairing codes in seconds."), QStringLiteral("S")},
-        {QStringLiteral("interval"), QStringLiteral("Suggested polling interval in seconds."), QStringLiteral("S")},
-        {QStringLiteral("max-body"), QStringLiteral("Largest JSON body accepted, in bytes."), QStringLiteral("BYTES")},
-        {QStringLiteral("max-upload"), QStringLiteral("Largest upload accepted, in bytes."), QStringLiteral("BYTES")},
+        { QStringLiteral("port"), QStringLiteral("Port on 127.0.0.1; 0 picks a free one."),
+            QStringLiteral("N"), QStringLiteral("8765") },
+        { QStringLiteral("data"), QStringLiteral("Keep state and uploads in DIR across restarts."),
+            QStringLiteral("DIR") },
+        { QStringLiteral("expires-in"), QStringLiteral("Lifetime of pairing codes in seconds."),
+            QStringLiteral("S") },
+        { QStringLiteral("interval"), QStringLiteral("Suggested polling interval in seconds."),
+            QStringLiteral("S") },
+        { QStringLiteral("max-body"), QStringLiteral("Largest JSON body accepted, in bytes."),
+            QStringLiteral("BYTES") },
+        { QStringLiteral("max-upload"), QStringLiteral("Largest upload accepted, in bytes."),
+            QStringLiteral("BYTES") },
     });
     if (!parser.parse(arguments))
         fail(parser.errorText());
@@ -100,7 +108,8 @@ int main(int argc, char **argv)
         if (!QDir().mkpath(data))
             fail(QStringLiteral("cannot create %1").arg(data));
         if (created)
-            QFile::setPermissions(data, QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
+            QFile::setPermissions(
+                data, QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
         stateFile = data + QStringLiteral("/state.json");
         uploadDir = data + QStringLiteral("/uploads");
         tokenFile = data + QStringLiteral("/admin-token");
@@ -139,7 +148,7 @@ int main(int argc, char **argv)
     if (!keepTokenFile) {
         const QString runtime = qEnvironmentVariable("XDG_RUNTIME_DIR");
         tokenFile = (runtime.isEmpty() ? temporary.path() : runtime)
-                    + QStringLiteral("/selvaro-devservice-%1.admin-token").arg(boundPort);
+            + QStringLiteral("/selvaro-devservice-%1.admin-token").arg(boundPort);
     }
     writePrivateFile(tokenFile, adminToken + '\n');
     // The first line of output is the address, the second the admin token; whoever
@@ -147,8 +156,8 @@ int main(int argc, char **argv)
     std::printf("%s\n%s\n", qPrintable(baseUrl), adminToken.constData());
     std::fflush(stdout);
 
-    std::atomic<bool> served{false};
-    std::atomic<bool> finished{false};
+    std::atomic<bool> served { false };
+    std::atomic<bool> finished { false };
     std::thread signalWaiter([&front, &stopSignals, &finished] {
         int signal = 0;
         sigwait(&stopSignals, &signal);

@@ -35,6 +35,5 @@ struct RecorderPlatform
     //   RecorderFlow recorder(api, store, RecorderPlatform::onSoundServer(
     //       std::make_shared<PulseSoundServer>(), std::make_shared<PulseAlertSound>()));
     [[nodiscard]] static RecorderPlatform onSoundServer(std::shared_ptr<SoundServer> server,
-                                                       std::shared_ptr<AlertSound> alertSound,
-                                                       QString recordingsFolder = {});
+        std::shared_ptr<AlertSound> alertSound, QString recordingsFolder = {});
 };

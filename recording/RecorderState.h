@@ -46,8 +46,7 @@ private:
     explicit RecorderState(Kind kind, QString text = {})
         : m_kind(kind)
         , m_text(std::move(text))
-    {
-    }
+    { }
 
     Kind m_kind = Kind::idle;
     QString m_text;

@@ -2,8 +2,7 @@
 
 ApiError::ApiError(Kind kind)
     : m_kind(kind)
-{
-}
+{ }
 
 ApiError ApiError::http(int status, QString code)
 {

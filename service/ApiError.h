@@ -42,7 +42,7 @@ public:
     friend bool operator==(const ApiError &a, const ApiError &b)
     {
         return a.m_kind == b.m_kind && a.m_status == b.m_status && a.m_code == b.m_code
-               && a.m_transport == b.m_transport;
+            && a.m_transport == b.m_transport;
     }
 
 private:

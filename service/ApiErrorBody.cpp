@@ -7,10 +7,10 @@ std::optional<ApiErrorBody> ApiErrorBody::fromJson(const QJsonObject &json)
     const auto error = JsonFields::string(json, QLatin1String("error"));
     if (!error)
         return std::nullopt;
-    return ApiErrorBody{*error};
+    return ApiErrorBody { *error };
 }
 
 QJsonObject ApiErrorBody::toJson() const
 {
-    return {{QStringLiteral("error"), error}};
+    return { { QStringLiteral("error"), error } };
 }

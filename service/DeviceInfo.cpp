@@ -29,7 +29,7 @@ QString shortVersion()
 
 DeviceInfo DeviceInfo::current(const QString &vendorUuid)
 {
-    return DeviceInfo{
+    return DeviceInfo {
         .vendorUuid = vendorUuid,
         .appVersion = shortVersion(),
         // VERSION_ID of os-release; "unknown" on rolling distributions, which reads as 0.0.0.
@@ -43,10 +43,10 @@ DeviceInfo DeviceInfo::current(const QString &vendorUuid)
 
 QJsonObject DeviceInfo::toJson() const
 {
-    return {{QStringLiteral("vendorUuid"), vendorUuid}, {QStringLiteral("appVersion"), appVersion},
-            {QStringLiteral("osVersion"), osVersion},   {QStringLiteral("type"), type},
-            {QStringLiteral("brand"), brand},           {QStringLiteral("model"), model},
-            {QStringLiteral("locale"), locale}};
+    return { { QStringLiteral("vendorUuid"), vendorUuid }, { QStringLiteral("appVersion"), appVersion },
+        { QStringLiteral("osVersion"), osVersion }, { QStringLiteral("type"), type },
+        { QStringLiteral("brand"), brand }, { QStringLiteral("model"), model },
+        { QStringLiteral("locale"), locale } };
 }
 
 QString DeviceInfo::threePartVersion(const QString &version)

@@ -9,11 +9,11 @@ struct DeviceInfo
 {
     QString vendorUuid; // the caller's per-installation id
     QString appVersion; // the short version compiled in, "0" when empty
-    QString osVersion;  // the distribution's version as three numbers, "12.0.0"
-    QString type;       // "linux"
-    QString brand;      // /sys/class/dmi/id/sys_vendor, empty when absent
-    QString model;      // /sys/class/dmi/id/product_name, empty when absent
-    QString locale;     // the current locale's name, "en_US"
+    QString osVersion; // the distribution's version as three numbers, "12.0.0"
+    QString type; // "linux"
+    QString brand; // /sys/class/dmi/id/sys_vendor, empty when absent
+    QString model; // /sys/class/dmi/id/product_name, empty when absent
+    QString locale; // the current locale's name, "en_US"
 
     [[nodiscard]] static DeviceInfo current(const QString &vendorUuid);
 

@@ -7,10 +7,10 @@ std::optional<NoteRecord> NoteRecord::fromJson(const QJsonObject &json)
     const auto id = JsonFields::string(json, QLatin1String("id"));
     if (!id)
         return std::nullopt;
-    return NoteRecord{*id};
+    return NoteRecord { *id };
 }
 
 QJsonObject NoteRecord::toJson() const
 {
-    return {{QStringLiteral("id"), id}};
+    return { { QStringLiteral("id"), id } };
 }

@@ -10,13 +10,11 @@ std::optional<PairingStart> PairingStart::fromJson(const QJsonObject &json)
     const auto interval = JsonFields::integer(json, QLatin1String("interval"));
     if (!deviceCode || !userCode || !expiresIn || !interval)
         return std::nullopt;
-    return PairingStart{*deviceCode, *userCode, *expiresIn, *interval};
+    return PairingStart { *deviceCode, *userCode, *expiresIn, *interval };
 }
 
 QJsonObject PairingStart::toJson() const
 {
-    return {{QStringLiteral("deviceCode"), deviceCode},
-            {QStringLiteral("userCode"), userCode},
-            {QStringLiteral("expiresIn"), expiresIn},
-            {QStringLiteral("interval"), interval}};
+    return { { QStringLiteral("deviceCode"), deviceCode }, { QStringLiteral("userCode"), userCode },
+        { QStringLiteral("expiresIn"), expiresIn }, { QStringLiteral("interval"), interval } };
 }

@@ -1,9 +1,9 @@
 #include "service/SelvaroAPI.h"
 
-#include "service/ApiErrorBody.h"
-#include "service/ServiceText.h"
 #include "BuildInfo.h"
 #include "common/Logging.h"
+#include "service/ApiErrorBody.h"
+#include "service/ServiceText.h"
 
 #include <QFile>
 #include <QHostAddress>
@@ -21,7 +21,8 @@
 
 namespace {
 
-struct LaterDeleter {
+struct LaterDeleter
+{
     void operator()(QObject *object) const { object->deleteLater(); }
 };
 using ReplyPtr = std::unique_ptr<QNetworkReply, LaterDeleter>;
@@ -51,7 +52,7 @@ bool failedBelowHttp(const QNetworkReply &reply)
     if (error == QNetworkReply::ProxyAuthenticationRequiredError && statusOf(reply) == 407)
         return false;
     return error < 200 // connection, TLS, timeout, redirect and proxy failures
-           || error == QNetworkReply::ProtocolUnknownError || error == QNetworkReply::ProtocolFailure;
+        || error == QNetworkReply::ProtocolUnknownError || error == QNetworkReply::ProtocolFailure;
 }
 
 // Ends the reply once `deadline` has passed, however steadily it still trickles in. The
@@ -71,7 +72,8 @@ bool isLoopbackHttp(const QUrl &url)
 {
     const QString host = url.host();
     return url.scheme() == QLatin1String("http")
-           && (host.compare(QLatin1String("localhost"), Qt::CaseInsensitive) == 0 || QHostAddress(host).isLoopback());
+        && (host.compare(QLatin1String("localhost"), Qt::CaseInsensitive) == 0
+            || QHostAddress(host).isLoopback());
 }
 
 // Only https, so the recording never crosses the network in the clear; plain http
@@ -81,7 +83,7 @@ bool isAcceptableUploadUrl(const QUrl &url, const QUrl &baseUrl)
     if (!url.isValid() || url.host().isEmpty())
         return false;
     return url.scheme() == QLatin1String("https")
-           || (url.scheme() == QLatin1String("http") && isLoopbackHttp(baseUrl));
+        || (url.scheme() == QLatin1String("http") && isLoopbackHttp(baseUrl));
 }
 
 // Refuses a JSON answer larger than any record before it is read whole: by its
@@ -102,7 +104,8 @@ void limitBody(QNetworkReply *reply, bool *oversized)
         if (length.isValid())
             refuse(length.toLongLong());
     });
-    QObject::connect(reply, &QNetworkReply::readyRead, reply, [reply, refuse] { refuse(reply->bytesAvailable()); });
+    QObject::connect(
+        reply, &QNetworkReply::readyRead, reply, [reply, refuse] { refuse(reply->bytesAvailable()); });
 }
 
 // The transfer timeout and the deadline are the only aborts not asked for by limitBody.
@@ -127,7 +130,8 @@ Record decoded(const QByteArray &method, const QString &path, const QByteArray &
         if (auto record = Record::fromJson(document.object()))
             return *std::move(record);
     }
-    qCCritical(lcApi, "%s %s: undecodable body", method.constData(), qUtf8Printable(ServiceText::bounded(path)));
+    qCCritical(
+        lcApi, "%s %s: undecodable body", method.constData(), qUtf8Printable(ServiceText::bounded(path)));
     throw ApiError::badResponse();
 }
 
@@ -175,22 +179,22 @@ qint64 SelvaroAPI::parseBuildNumber(const QString &text)
 }
 
 QJsonObject SelvaroAPI::noteBody(const QString &accountId, bool isAnonymous, const QDateTime &startedAt,
-                                 qint64 duration, const QString &recordingKey)
+    qint64 duration, const QString &recordingKey)
 {
     return {
-        {QStringLiteral("startedAt"), startedAt.toUTC().toString(Qt::ISODateWithMs)},
-        {QStringLiteral("duration"), duration},
-        {QStringLiteral("recordingKey"), recordingKey},
-        {QStringLiteral("source"), QStringLiteral("recorder")},
-        {QStringLiteral("sourceUrl"), QString(QLatin1String(""))},
-        {QStringLiteral("buildNumber"), parseBuildNumber(QString::fromUtf8(BuildInfo::buildNumber))},
-        {QStringLiteral("deviceLocale"), QLocale().name()},
-        {isAnonymous ? QStringLiteral("anonUser") : QStringLiteral("user"), accountId},
+        { QStringLiteral("startedAt"), startedAt.toUTC().toString(Qt::ISODateWithMs) },
+        { QStringLiteral("duration"), duration },
+        { QStringLiteral("recordingKey"), recordingKey },
+        { QStringLiteral("source"), QStringLiteral("recorder") },
+        { QStringLiteral("sourceUrl"), QString(QLatin1String("")) },
+        { QStringLiteral("buildNumber"), parseBuildNumber(QString::fromUtf8(BuildInfo::buildNumber)) },
+        { QStringLiteral("deviceLocale"), QLocale().name() },
+        { isAnonymous ? QStringLiteral("anonUser") : QStringLiteral("user"), accountId },
     };
 }
 
 QCoro::Task<QByteArray> SelvaroAPI::request(SelvaroAPI self, QByteArray method, QString path,
-                                            std::optional<QString> token, std::optional<QJsonObject> body)
+    std::optional<QString> token, std::optional<QJsonObject> body)
 {
     const QUrl url = self.m_baseUrl.resolved(QUrl(path));
     Q_ASSERT_X(url.isValid(), "SelvaroAPI::request", "path does not form a URL");
@@ -225,12 +229,12 @@ QCoro::Task<QByteArray> SelvaroAPI::request(SelvaroAPI self, QByteArray method, 
     if (status >= 400) {
         const QString code = errorCode(status, answer);
         qCCritical(lcApi, "%s %s -> %d %s", method.constData(), qUtf8Printable(loggedPath), status,
-                   qUtf8Printable(code));
+            qUtf8Printable(code));
         throw ApiError::http(status, code);
     }
     if (oversized) {
-        qCCritical(lcApi, "%s %s: body over %lld bytes refused", method.constData(), qUtf8Printable(loggedPath),
-                   SelvaroAPI::maxJsonBodyBytes);
+        qCCritical(lcApi, "%s %s: body over %lld bytes refused", method.constData(),
+            qUtf8Printable(loggedPath), SelvaroAPI::maxJsonBodyBytes);
         throw ApiError::badResponse();
     }
     co_return answer;
@@ -238,7 +242,7 @@ QCoro::Task<QByteArray> SelvaroAPI::request(SelvaroAPI self, QByteArray method, 
 
 template <typename Record>
 QCoro::Task<Record> SelvaroAPI::call(SelvaroAPI self, QByteArray method, QString path,
-                                     std::optional<QString> token, std::optional<QJsonObject> body)
+    std::optional<QString> token, std::optional<QJsonObject> body)
 {
     const QByteArray answer = co_await request(self, method, path, std::move(token), std::move(body));
     co_return decoded<Record>(method, path, answer);
@@ -247,13 +251,13 @@ QCoro::Task<Record> SelvaroAPI::call(SelvaroAPI self, QByteArray method, QString
 QCoro::Task<PairingStart> SelvaroAPI::startPairing(DeviceInfo device) const
 {
     return call<PairingStart>(*this, "POST", QStringLiteral("/pair"), std::nullopt,
-                              QJsonObject{{QStringLiteral("device"), device.toJson()}});
+        QJsonObject { { QStringLiteral("device"), device.toJson() } });
 }
 
 QCoro::Task<std::optional<SessionPayload>> SelvaroAPI::redeemPairing(QString deviceCode) const
 {
     return pendingAsNothing(call<SessionPayload>(*this, "POST", QStringLiteral("/pair/token"), std::nullopt,
-                                                 QJsonObject{{QStringLiteral("deviceCode"), deviceCode}}));
+        QJsonObject { { QStringLiteral("deviceCode"), deviceCode } }));
 }
 
 QCoro::Task<std::optional<SessionPayload>> SelvaroAPI::pendingAsNothing(QCoro::Task<SessionPayload> redeem)
@@ -273,20 +277,20 @@ QCoro::Task<SessionPayload> SelvaroAPI::refreshSession(QString id, QString token
     // The id goes in as it is, not percent-escaped: the path must name exactly the
     // session the service issued.
     return call<SessionPayload>(*this, "POST", QStringLiteral("/sessions/") + id + QStringLiteral("/refresh"),
-                                std::move(token), QJsonObject{{QStringLiteral("device"), device.toJson()}});
+        std::move(token), QJsonObject { { QStringLiteral("device"), device.toJson() } });
 }
 
 QCoro::Task<UploadTarget> SelvaroAPI::uploadTarget(QString token) const
 {
-    return call<UploadTarget>(*this, "GET", QStringLiteral("/upload-recording-url?ext=m4a"), std::move(token),
-                              std::nullopt);
+    return call<UploadTarget>(
+        *this, "GET", QStringLiteral("/upload-recording-url?ext=m4a"), std::move(token), std::nullopt);
 }
 
 QCoro::Task<NoteRecord> SelvaroAPI::createNote(QString token, QString accountId, bool isAnonymous,
-                                               QDateTime startedAt, qint64 duration, QString recordingKey) const
+    QDateTime startedAt, qint64 duration, QString recordingKey) const
 {
     return call<NoteRecord>(*this, "POST", QStringLiteral("/api/collections/notes/records"), std::move(token),
-                            noteBody(accountId, isAnonymous, startedAt, duration, recordingKey));
+        noteBody(accountId, isAnonymous, startedAt, duration, recordingKey));
 }
 
 QCoro::Task<> SelvaroAPI::upload(QString filePath, UploadTarget target) const
@@ -304,8 +308,9 @@ QCoro::Task<> SelvaroAPI::uploadCall(SelvaroAPI self, QString filePath, UploadTa
 
     auto file = std::make_unique<QFile>(filePath);
     if (!file->open(QIODevice::ReadOnly)) {
-        throw TransportError(file->exists() ? QNetworkReply::ContentAccessDenied : QNetworkReply::ContentNotFoundError,
-                             file->errorString());
+        throw TransportError(
+            file->exists() ? QNetworkReply::ContentAccessDenied : QNetworkReply::ContentNotFoundError,
+            file->errorString());
     }
 
     QNetworkRequest request(url);
@@ -323,7 +328,8 @@ QCoro::Task<> SelvaroAPI::uploadCall(SelvaroAPI self, QString filePath, UploadTa
     limitTime(reply.get(), self.m_deadlines.upload(size));
     // Whatever the storage answers is of no interest; drop it as it comes.
     reply->setReadBufferSize(64 * 1024);
-    QObject::connect(reply.get(), &QNetworkReply::readyRead, reply.get(), [r = reply.get()] { r->skip(r->bytesAvailable()); });
+    QObject::connect(reply.get(), &QNetworkReply::readyRead, reply.get(),
+        [r = reply.get()] { r->skip(r->bytesAvailable()); });
     co_await reply.get();
 
     if (failedBelowHttp(*reply))

@@ -42,8 +42,8 @@ public:
     // unparsable value stops the process, since no build may ship with one.
     [[nodiscard]] static QUrl compiledBaseUrl();
 
-    explicit SelvaroAPI(QNetworkAccessManager *network, QUrl baseUrl = compiledBaseUrl(),
-                        ServiceDeadlines deadlines = {});
+    explicit SelvaroAPI(
+        QNetworkAccessManager *network, QUrl baseUrl = compiledBaseUrl(), ServiceDeadlines deadlines = {});
 
     [[nodiscard]] QUrl baseUrl() const { return m_baseUrl; }
     [[nodiscard]] const ServiceDeadlines &deadlines() const { return m_deadlines; }
@@ -54,14 +54,13 @@ public:
     // (the service's "authorization_pending"), any other failure thrown.
     [[nodiscard]] QCoro::Task<std::optional<SessionPayload>> redeemPairing(QString deviceCode) const;
     // POST /sessions/<id>/refresh {"device": …}; the id goes into the path verbatim.
-    [[nodiscard]] QCoro::Task<SessionPayload> refreshSession(QString id, QString token,
-                                                             DeviceInfo device) const;
+    [[nodiscard]] QCoro::Task<SessionPayload> refreshSession(
+        QString id, QString token, DeviceInfo device) const;
     // GET /upload-recording-url?ext=m4a
     [[nodiscard]] QCoro::Task<UploadTarget> uploadTarget(QString token) const;
     // POST /api/collections/notes/records with the eight members of noteBody().
     [[nodiscard]] QCoro::Task<NoteRecord> createNote(QString token, QString accountId, bool isAnonymous,
-                                                     QDateTime startedAt, qint64 duration,
-                                                     QString recordingKey) const;
+        QDateTime startedAt, qint64 duration, QString recordingKey) const;
     // PUT of the file at `filePath` to target.url, streamed from disk, with only
     // "Content-Type: audio/m4a". Succeeds only on 200; any other status, redirects
     // included, throws ApiError::http(status, "upload_failed"). A failure below HTTP
@@ -78,20 +77,18 @@ public:
     // recording key, source, sourceUrl, buildNumber, deviceLocale, and the account id
     // under "anonUser" or "user".
     [[nodiscard]] static QJsonObject noteBody(const QString &accountId, bool isAnonymous,
-                                              const QDateTime &startedAt, qint64 duration,
-                                              const QString &recordingKey);
+        const QDateTime &startedAt, qint64 duration, const QString &recordingKey);
 
 private:
     // The one path of every JSON call: headers, body, status mapping, size limit,
     // logging. Returns the body of an answer below 400; throws ApiError otherwise.
     static QCoro::Task<QByteArray> request(SelvaroAPI self, QByteArray method, QString path,
-                                           std::optional<QString> token,
-                                           std::optional<QJsonObject> body);
+        std::optional<QString> token, std::optional<QJsonObject> body);
 
     // request() and the decoding of its answer into Record.
     template <typename Record>
     static QCoro::Task<Record> call(SelvaroAPI self, QByteArray method, QString path,
-                                    std::optional<QString> token, std::optional<QJsonObject> body);
+        std::optional<QString> token, std::optional<QJsonObject> body);
     static QCoro::Task<std::optional<SessionPayload>> pendingAsNothing(QCoro::Task<SessionPayload> redeem);
     static QCoro::Task<> uploadCall(SelvaroAPI self, QString filePath, UploadTarget target);
 

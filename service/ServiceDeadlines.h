@@ -13,11 +13,11 @@
 struct ServiceDeadlines
 {
     // No byte moved for this long.
-    std::chrono::milliseconds inactivity{std::chrono::seconds(60)};
+    std::chrono::milliseconds inactivity { std::chrono::seconds(60) };
     // The whole of one JSON call.
-    std::chrono::milliseconds jsonCall{std::chrono::minutes(2)};
+    std::chrono::milliseconds jsonCall { std::chrono::minutes(2) };
     // The upload: its size at uploadFloorRate, but never less than uploadMinimum.
-    std::chrono::milliseconds uploadMinimum{std::chrono::minutes(2)};
+    std::chrono::milliseconds uploadMinimum { std::chrono::minutes(2) };
     qint64 uploadFloorRate = 32 * 1024; // bytes per second
 
     [[nodiscard]] std::chrono::milliseconds upload(qint64 bytes) const

@@ -12,15 +12,13 @@ std::optional<SessionPayload> SessionPayload::fromJson(const QJsonObject &json)
     const auto isAnonymous = JsonFields::boolean(json, QLatin1String("isAnonymous"));
     if (!id || !profileId || !token || !isAnonymous)
         return std::nullopt;
-    return SessionPayload{*id, *profileId, *token, *isAnonymous};
+    return SessionPayload { *id, *profileId, *token, *isAnonymous };
 }
 
 QJsonObject SessionPayload::toJson() const
 {
-    return {{QStringLiteral("id"), id},
-            {QStringLiteral("profileId"), profileId},
-            {QStringLiteral("token"), token},
-            {QStringLiteral("isAnonymous"), isAnonymous}};
+    return { { QStringLiteral("id"), id }, { QStringLiteral("profileId"), profileId },
+        { QStringLiteral("token"), token }, { QStringLiteral("isAnonymous"), isAnonymous } };
 }
 
 QByteArray SessionPayload::toJsonText() const

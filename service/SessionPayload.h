@@ -11,9 +11,9 @@
 // this computer, kept as it is in the secret store (SessionStore).
 struct SessionPayload
 {
-    QString id;        // session id, used verbatim in the refresh path
+    QString id; // session id, used verbatim in the refresh path
     QString profileId;
-    QString token;     // sent bare in "Authorization"
+    QString token; // sent bare in "Authorization"
     bool isAnonymous = false;
 
     // Every member is required and must have its JSON type; unknown members are ignored.

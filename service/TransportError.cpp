@@ -6,8 +6,7 @@ TransportError::TransportError(QNetworkReply::NetworkError error, QString messag
     : m_error(error)
     , m_message(std::move(message))
     , m_what(m_message.toUtf8())
-{
-}
+{ }
 
 TransportError TransportError::fromReply(const QNetworkReply &reply, bool timedOut)
 {

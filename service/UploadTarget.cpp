@@ -8,10 +8,10 @@ std::optional<UploadTarget> UploadTarget::fromJson(const QJsonObject &json)
     const auto key = JsonFields::string(json, QLatin1String("key"));
     if (!url || !key)
         return std::nullopt;
-    return UploadTarget{*url, *key};
+    return UploadTarget { *url, *key };
 }
 
 QJsonObject UploadTarget::toJson() const
 {
-    return {{QStringLiteral("url"), url}, {QStringLiteral("key"), key}};
+    return { { QStringLiteral("url"), url }, { QStringLiteral("key"), key } };
 }

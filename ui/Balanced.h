@@ -18,8 +18,8 @@ public:
 
     struct Fit
     {
-        qreal width = 0;    // the width to lay the text out at: the search's bound, rounded up
-        QSizeF size;        // what the measurer returned for that width
+        qreal width = 0; // the width to lay the text out at: the search's bound, rounded up
+        QSizeF size; // what the measurer returned for that width
         int measurements = 0;
     };
 

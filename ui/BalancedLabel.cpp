@@ -37,7 +37,7 @@ QSize BalancedLabel::sizeHint() const
     const QSizeF natural = WrappedText(text(), font()).measure(QWIDGETSIZE_MAX);
     const QMargins margins = contentsMargins();
     return QSize(static_cast<int>(std::ceil(natural.width())) + margins.left() + margins.right(),
-                 static_cast<int>(std::ceil(natural.height())) + margins.top() + margins.bottom());
+        static_cast<int>(std::ceil(natural.height())) + margins.top() + margins.bottom());
 }
 
 QSize BalancedLabel::minimumSizeHint() const

@@ -93,8 +93,9 @@ QSize EqualColumnsLayout::across(QSize (QLayoutItem::*measure)() const) const
             widest = widest.expandedTo((item->*measure)());
     }
     const QMargins margins = contentsMargins();
-    return QSize(widest.width() * columnCount() + spacing() * (columnCount() - 1) + margins.left() + margins.right(),
-                 widest.height() + margins.top() + margins.bottom());
+    return QSize(
+        widest.width() * columnCount() + spacing() * (columnCount() - 1) + margins.left() + margins.right(),
+        widest.height() + margins.top() + margins.bottom());
 }
 
 QSize EqualColumnsLayout::sizeHint() const
@@ -129,6 +130,7 @@ void EqualColumnsLayout::setGeometry(const QRect &rect)
         const bool fills = item->expandingDirections() & Qt::Horizontal;
         const int w = fills ? cell.width() : std::min(hint.width(), cell.width());
         const int h = std::min(hint.height(), cell.height());
-        item->setGeometry(QRect(cell.left() + (cell.width() - w) / 2, cell.top() + (cell.height() - h) / 2, w, h));
+        item->setGeometry(
+            QRect(cell.left() + (cell.width() - w) / 2, cell.top() + (cell.height() - h) / 2, w, h));
     }
 }

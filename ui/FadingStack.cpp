@@ -57,7 +57,7 @@ void FadingStack::setCurrentPage(QWidget *page)
     m_current->show();
     m_current->raise();
     if (m_animated && isVisible() && m_outgoing && !insideFadingPage()) {
-        for (QWidget *fading : {m_current.data(), m_outgoing.data()})
+        for (QWidget *fading : { m_current.data(), m_outgoing.data() })
             for (FadingStack *inner : fading->findChildren<FadingStack *>())
                 inner->settle();
         setOpacity(m_current, 0.0);

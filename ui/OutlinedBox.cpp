@@ -6,8 +6,7 @@
 
 OutlinedBox::OutlinedBox(QWidget *parent)
     : QWidget(parent)
-{
-}
+{ }
 
 void OutlinedBox::paintEvent(QPaintEvent *)
 {

@@ -96,7 +96,7 @@ PairingView::PairingView(PairingFlow *flow, QWidget *parent)
     qrLayout->addWidget(m_qrCode, 0, Qt::AlignHCenter);
     qrLayout->addSpacing(14);
     auto *scanHint = new TextLabel(tr("Scan this code with\nyour phone's camera."), Typography::callout(),
-                                   Palette::primaryText(), m_qrPanel);
+        Palette::primaryText(), m_qrPanel);
     scanHint->setObjectName(QStringLiteral("scanHint"));
     qrLayout->addWidget(scanHint);
     qrLayout->addSpacing(8);
@@ -132,12 +132,12 @@ PairingView::PairingView(PairingFlow *flow, QWidget *parent)
     expiredLayout->setContentsMargins(0, 0, 0, 0);
     expiredLayout->setSpacing(16);
     expiredLayout->addStretch(1);
-    auto *expiredText =
-        new TextLabel(tr("This code has expired."), Typography::body(), Palette::primaryText(), m_expiredPage);
+    auto *expiredText = new TextLabel(
+        tr("This code has expired."), Typography::body(), Palette::primaryText(), m_expiredPage);
     expiredText->setObjectName(QStringLiteral("expiredText"));
     expiredLayout->addWidget(expiredText);
-    auto *newCode = new PillButton(tr("New code"), {PillButtonStyle::Kind::primary, PillButtonStyle::Size::regular},
-                                   m_expiredPage);
+    auto *newCode = new PillButton(
+        tr("New code"), { PillButtonStyle::Kind::primary, PillButtonStyle::Size::regular }, m_expiredPage);
     newCode->setObjectName(QStringLiteral("newCodeButton"));
     expiredLayout->addWidget(newCode, 0, Qt::AlignHCenter);
     expiredLayout->addStretch(1);
@@ -154,8 +154,8 @@ PairingView::PairingView(PairingFlow *flow, QWidget *parent)
     m_failure->setFont(Typography::footnote());
     m_failure->setColor(Palette::primaryText());
     failedLayout->addWidget(m_failure);
-    auto *tryAgain = new PillButton(tr("Try again"), {PillButtonStyle::Kind::primary, PillButtonStyle::Size::regular},
-                                    m_failedPage);
+    auto *tryAgain = new PillButton(
+        tr("Try again"), { PillButtonStyle::Kind::primary, PillButtonStyle::Size::regular }, m_failedPage);
     tryAgain->setObjectName(QStringLiteral("tryAgainButton"));
     failedLayout->addWidget(tryAgain, 0, Qt::AlignHCenter);
     failedLayout->addStretch(1);

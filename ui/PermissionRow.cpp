@@ -47,9 +47,10 @@ PermissionRow::PermissionRow(qint64 number, const QString &title, const QString 
     texts->addWidget(m_detail);
     layout->addLayout(texts, 1);
 
-    const PillButtonStyle small{PillButtonStyle::Kind::primary, PillButtonStyle::Size::small};
+    const PillButtonStyle small { PillButtonStyle::Kind::primary, PillButtonStyle::Size::small };
     m_allow = new PillButton(tr("Allow"), small);
-    m_settings = new PillButton(tr("Settings"), {PillButtonStyle::Kind::secondary, PillButtonStyle::Size::small});
+    m_settings
+        = new PillButton(tr("Settings"), { PillButtonStyle::Kind::secondary, PillButtonStyle::Size::small });
     // The buttons name their row for screen readers: there are two of each.
     m_allow->setAccessibleDescription(title);
     m_settings->setAccessibleDescription(title);
@@ -67,9 +68,11 @@ PermissionRow::PermissionRow(qint64 number, const QString &title, const QString 
 
     m_fade.setDuration(Motion::stateMs);
     m_fade.setEasingCurve(Motion::easeInOut());
-    connect(&m_fade, &QVariantAnimation::valueChanged, this, [this](const QVariant &value) { applyOpacity(value.toReal()); });
+    connect(&m_fade, &QVariantAnimation::valueChanged, this,
+        [this](const QVariant &value) { applyOpacity(value.toReal()); });
     // Interpolation ends a rounding error away from the target; the row rests exactly on it.
-    connect(&m_fade, &QVariantAnimation::finished, this, [this] { applyOpacity(m_fade.endValue().toReal()); });
+    connect(
+        &m_fade, &QVariantAnimation::finished, this, [this] { applyOpacity(m_fade.endValue().toReal()); });
 
     setStatus(Permission::unknown, true);
 }
@@ -104,7 +107,8 @@ void PermissionRow::setStatus(Permission status, bool enabled)
 void PermissionRow::applyOpacity(qreal opacity)
 {
     m_opacity = opacity;
-    const auto dimmed = [opacity](QColor colour) { return Palette::withOpacity(colour, static_cast<float>(opacity)); };
+    const auto dimmed
+        = [opacity](QColor colour) { return Palette::withOpacity(colour, static_cast<float>(opacity)); };
     m_title->setColor(dimmed(Palette::primaryText()));
     m_detail->setColor(dimmed(Palette::secondaryText()));
     m_badge->setOpacity(opacity);

@@ -23,7 +23,8 @@ int ceilInt(qreal value)
 
 } // namespace
 
-PillButton::PillButton(const QString &text, std::optional<Symbol> symbol, PillButtonStyle style, QWidget *parent)
+PillButton::PillButton(
+    const QString &text, std::optional<Symbol> symbol, PillButtonStyle style, QWidget *parent)
     : FocusableButton(parent)
     , m_style(style)
     , m_symbol(symbol)
@@ -143,8 +144,9 @@ QSize PillButton::minimumSizeHint() const
     const QSize hint = sizeHint();
     if (!m_style.fillsWidth)
         return hint;
-    const qreal width = std::max(labelWidth() * m_style.minimumScaleFactor() + 2 * m_style.horizontalPadding(),
-                                 m_style.minimumWidth());
+    const qreal width
+        = std::max(labelWidth() * m_style.minimumScaleFactor() + 2 * m_style.horizontalPadding(),
+            m_style.minimumWidth());
     return QSize(ceilInt(width), hint.height());
 }
 
@@ -185,7 +187,8 @@ void PillButton::paintEvent(QPaintEvent *)
     const QFontMetricsF metrics(font());
     const qreal symbolWidth = symbolExtent();
     const qreal gap = m_symbol && !text().isEmpty() ? symbolGap : 0;
-    const QString title = metrics.elidedText(text(), Qt::ElideRight, std::max(0.0, available - symbolWidth - gap));
+    const QString title
+        = metrics.elidedText(text(), Qt::ElideRight, std::max(0.0, available - symbolWidth - gap));
     const qreal contentWidth = symbolWidth + gap + metrics.horizontalAdvance(title);
     qreal x = centre.x() - contentWidth / 2;
 

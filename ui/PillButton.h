@@ -19,12 +19,11 @@ class PillButton : public FocusableButton
 {
     Q_OBJECT
 public:
-    explicit PillButton(const QString &text, std::optional<Symbol> symbol, PillButtonStyle style,
-                        QWidget *parent = nullptr);
+    explicit PillButton(
+        const QString &text, std::optional<Symbol> symbol, PillButtonStyle style, QWidget *parent = nullptr);
     explicit PillButton(const QString &text, PillButtonStyle style, QWidget *parent = nullptr)
         : PillButton(text, std::nullopt, style, parent)
-    {
-    }
+    { }
 
     [[nodiscard]] PillButtonStyle pillStyle() const { return m_style; }
     void setPillStyle(PillButtonStyle style);

@@ -18,10 +18,14 @@ qreal PillButtonStyle::horizontalPadding() const
 QColor PillButtonStyle::labelColor() const
 {
     switch (kind) {
-    case Kind::primary: return Palette::white();
-    case Kind::secondary: return Palette::black(1.f);
-    case Kind::record: return Palette::white();
-    case Kind::destructive: return Palette::systemRed();
+    case Kind::primary:
+        return Palette::white();
+    case Kind::secondary:
+        return Palette::black(1.f);
+    case Kind::record:
+        return Palette::white();
+    case Kind::destructive:
+        return Palette::systemRed();
     }
     Q_UNREACHABLE();
 }
@@ -29,10 +33,14 @@ QColor PillButtonStyle::labelColor() const
 QColor PillButtonStyle::fillColor() const
 {
     switch (kind) {
-    case Kind::primary: return Palette::black(1.f);
-    case Kind::secondary: return Palette::black(0.06f);
-    case Kind::record: return Palette::recordRed();
-    case Kind::destructive: return Palette::withOpacity(Palette::systemRed(), 0.1f);
+    case Kind::primary:
+        return Palette::black(1.f);
+    case Kind::secondary:
+        return Palette::black(0.06f);
+    case Kind::record:
+        return Palette::recordRed();
+    case Kind::destructive:
+        return Palette::withOpacity(Palette::systemRed(), 0.1f);
     }
     Q_UNREACHABLE();
 }

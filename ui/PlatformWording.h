@@ -21,8 +21,8 @@ public:
 
     // The wording of `sourceText` here; a null string when it needs no
     // change, so that other installed translators still get their turn.
-    [[nodiscard]] QString translate(const char *context, const char *sourceText, const char *disambiguation = nullptr,
-                                    int n = -1) const override;
+    [[nodiscard]] QString translate(const char *context, const char *sourceText,
+        const char *disambiguation = nullptr, int n = -1) const override;
     [[nodiscard]] bool isEmpty() const override { return false; }
 
     // The rule on its own, for texts that do not pass through tr().

@@ -14,16 +14,15 @@ QrCode::QrCode(int size, int version, std::vector<bool> dark)
     : m_size(size)
     , m_version(version)
     , m_dark(std::move(dark))
-{
-}
+{ }
 
 std::optional<QrCode> QrCode::encode(const QByteArray &message)
 {
     if (message.isEmpty())
         return std::nullopt;
     const std::unique_ptr<QRcode, decltype(&QRcode_free)> code(
-        QRcode_encodeData(static_cast<int>(message.size()), reinterpret_cast<const unsigned char *>(message.constData()),
-                          0, QR_ECLEVEL_M),
+        QRcode_encodeData(static_cast<int>(message.size()),
+            reinterpret_cast<const unsigned char *>(message.constData()), 0, QR_ECLEVEL_M),
         &QRcode_free);
     if (!code)
         return std::nullopt;
@@ -48,7 +47,8 @@ void QrCode::paint(QPainter &painter, const QRectF &target, int quietZone) const
     auto edgeX = [&](int i) { return std::round(device.left() + i * device.width() / modules); };
     auto edgeY = [&](int i) { return std::round(device.top() + i * device.height() / modules); };
     auto cell = [&](int left, int top, int right, int bottom) {
-        return fromDevice.mapRect(QRectF(QPointF(edgeX(left), edgeY(top)), QPointF(edgeX(right), edgeY(bottom))));
+        return fromDevice.mapRect(
+            QRectF(QPointF(edgeX(left), edgeY(top)), QPointF(edgeX(right), edgeY(bottom))));
     };
 
     painter.save();

@@ -36,7 +36,7 @@ QImage Rendering::toImage(QWidget &widget, qreal devicePixelRatio, const QColor 
     settle(widget);
     const QSize size = widget.size();
     QImage image(static_cast<int>(std::ceil(size.width() * devicePixelRatio)),
-                 static_cast<int>(std::ceil(size.height() * devicePixelRatio)), QImage::Format_ARGB32_Premultiplied);
+        static_cast<int>(std::ceil(size.height() * devicePixelRatio)), QImage::Format_ARGB32_Premultiplied);
     image.setDevicePixelRatio(devicePixelRatio);
     image.fill(background);
     widget.render(&image, QPoint(), QRegion(), QWidget::DrawChildren);

@@ -32,8 +32,8 @@ public:
 
     // The program and its arguments for `pane` on `desktop` (the colon-separated
     // $XDG_CURRENT_DESKTOP), or nothing.
-    [[nodiscard]] static std::optional<QStringList> command(Pane pane, const QString &desktop,
-                                                            const FindProgram &find);
+    [[nodiscard]] static std::optional<QStringList> command(
+        Pane pane, const QString &desktop, const FindProgram &find);
 
     // Starts the command for this session, detached; logs when there is none.
     [[nodiscard]] static Opener desktop();

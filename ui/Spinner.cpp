@@ -4,7 +4,6 @@
 
 #include <QPainter>
 
-
 Spinner::Spinner(ControlSize size, QWidget *parent)
     : QWidget(parent)
     , m_size(size)
@@ -17,16 +16,19 @@ Spinner::Spinner(ControlSize size, QWidget *parent)
     m_animation.setDuration(turnMs);
     m_animation.setLoopCount(-1);
     connect(&m_animation, &QVariantAnimation::valueChanged, this,
-            [this](const QVariant &value) { setHead(value.toInt() % spokes); });
+        [this](const QVariant &value) { setHead(value.toInt() % spokes); });
     setAccessibleName(tr("In progress"));
 }
 
 int Spinner::extent(ControlSize size)
 {
     switch (size) {
-    case ControlSize::small: return 16;
-    case ControlSize::regular: return 32;
-    case ControlSize::large: return 40;
+    case ControlSize::small:
+        return 16;
+    case ControlSize::regular:
+        return 32;
+    case ControlSize::large:
+        return 40;
     }
     Q_UNREACHABLE();
 }

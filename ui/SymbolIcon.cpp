@@ -31,8 +31,8 @@ QStringList iconBaseDirs()
 QStringList themeNames()
 {
     QStringList themes;
-    for (const QString &theme : {QIcon::themeName(), QIcon::fallbackThemeName(), QStringLiteral("Adwaita"),
-                                 QStringLiteral("hicolor")}) {
+    for (const QString &theme : { QIcon::themeName(), QIcon::fallbackThemeName(), QStringLiteral("Adwaita"),
+             QStringLiteral("hicolor") }) {
         if (!theme.isEmpty() && !themes.contains(theme))
             themes << theme;
     }
@@ -61,12 +61,12 @@ QList<Candidate> candidatesIn(const QDir &theme, const QString &name, bool svg)
         for (const QString &context : sizeFolder.entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
             const QDir folder(sizeFolder.filePath(context));
             const QStringList files = scalable
-                ? QStringList{name + QStringLiteral(".svg")}
-                : QStringList{name + QStringLiteral(".symbolic.png"), name + QStringLiteral(".png")};
+                ? QStringList { name + QStringLiteral(".svg") }
+                : QStringList { name + QStringLiteral(".symbolic.png"), name + QStringLiteral(".png") };
             for (const QString &file : files) {
                 if (QFileInfo::exists(folder.filePath(file)))
-                    found.append({scalable ? std::numeric_limits<int>::max() : match.captured(1).toInt(),
-                                  folder.filePath(file)});
+                    found.append({ scalable ? std::numeric_limits<int>::max() : match.captured(1).toInt(),
+                        folder.filePath(file) });
             }
         }
     }
@@ -108,13 +108,20 @@ QImage painted(Symbol symbol, int pixels, const QColor &color)
 QString SymbolIcon::themeName(Symbol symbol)
 {
     switch (symbol) {
-    case Symbol::recordCircle: return QStringLiteral("media-record-symbolic");
-    case Symbol::pauseFill: return QStringLiteral("media-playback-pause-symbolic");
-    case Symbol::playFill: return QStringLiteral("media-playback-start-symbolic");
-    case Symbol::trash: return QStringLiteral("user-trash-symbolic");
-    case Symbol::checkmark: return QStringLiteral("object-select-symbolic");
-    case Symbol::checkmarkCircleFill: return QStringLiteral("emblem-default-symbolic");
-    case Symbol::waveform: return {}; // no freedesktop glyph; always painted
+    case Symbol::recordCircle:
+        return QStringLiteral("media-record-symbolic");
+    case Symbol::pauseFill:
+        return QStringLiteral("media-playback-pause-symbolic");
+    case Symbol::playFill:
+        return QStringLiteral("media-playback-start-symbolic");
+    case Symbol::trash:
+        return QStringLiteral("user-trash-symbolic");
+    case Symbol::checkmark:
+        return QStringLiteral("object-select-symbolic");
+    case Symbol::checkmarkCircleFill:
+        return QStringLiteral("emblem-default-symbolic");
+    case Symbol::waveform:
+        return {}; // no freedesktop glyph; always painted
     }
     Q_UNREACHABLE();
 }
@@ -153,9 +160,10 @@ QImage SymbolIcon::themeImage(const QString &name, int pixels)
             if (found.isEmpty())
                 continue;
             // The smallest image at least as large as asked, else the largest.
-            std::sort(found.begin(), found.end(), [](const Candidate &a, const Candidate &b) { return a.size < b.size; });
-            const auto fit = std::find_if(found.cbegin(), found.cend(),
-                                          [pixels](const Candidate &c) { return c.size >= pixels; });
+            std::sort(found.begin(), found.end(),
+                [](const Candidate &a, const Candidate &b) { return a.size < b.size; });
+            const auto fit = std::find_if(
+                found.cbegin(), found.cend(), [pixels](const Candidate &c) { return c.size >= pixels; });
             image = loadScaled(fit != found.cend() ? *fit : found.constLast(), pixels);
             if (!image.isNull())
                 break;
@@ -165,7 +173,8 @@ QImage SymbolIcon::themeImage(const QString &name, int pixels)
     return image;
 }
 
-QPixmap SymbolIcon::pixmap(Symbol symbol, qreal extent, const QColor &color, qreal devicePixelRatio, Source source)
+QPixmap SymbolIcon::pixmap(
+    Symbol symbol, qreal extent, const QColor &color, qreal devicePixelRatio, Source source)
 {
     const int pixels = std::max(1, static_cast<int>(std::lround(extent * devicePixelRatio)));
     QImage image;
@@ -177,13 +186,15 @@ QPixmap SymbolIcon::pixmap(Symbol symbol, qreal extent, const QColor &color, qre
     return pixmap;
 }
 
-void SymbolIcon::paint(QPainter &painter, Symbol symbol, const QRectF &rect, const QColor &color, Source source)
+void SymbolIcon::paint(
+    QPainter &painter, Symbol symbol, const QRectF &rect, const QColor &color, Source source)
 {
     const qreal ratio = Rendering::devicePixelRatio(painter);
     const QPixmap image = pixmap(symbol, std::min(rect.width(), rect.height()), color, ratio, source);
     const QSizeF size = image.deviceIndependentSize();
-    painter.drawPixmap(QRectF(QPointF(rect.center().x() - size.width() / 2, rect.center().y() - size.height() / 2), size),
-                       image, QRectF(image.rect()));
+    painter.drawPixmap(
+        QRectF(QPointF(rect.center().x() - size.width() / 2, rect.center().y() - size.height() / 2), size),
+        image, QRectF(image.rect()));
 }
 
 void SymbolIcon::paintFallback(QPainter &painter, Symbol symbol, const QRectF &rect, const QColor &color)
@@ -240,7 +251,7 @@ void SymbolIcon::paintFallback(QPainter &painter, Symbol symbol, const QRectF &r
         stroke.setWidthF(2.0);
         painter.setPen(stroke);
         painter.setBrush(Qt::NoBrush);
-        painter.drawPolyline(QPolygonF({QPointF(2.5, 8.6), QPointF(6.2, 12.3), QPointF(13.5, 4)}));
+        painter.drawPolyline(QPolygonF({ QPointF(2.5, 8.6), QPointF(6.2, 12.3), QPointF(13.5, 4) }));
         break;
     }
     case Symbol::checkmarkCircleFill: {
@@ -249,7 +260,7 @@ void SymbolIcon::paintFallback(QPainter &painter, Symbol symbol, const QRectF &r
         painter.setCompositionMode(QPainter::CompositionMode_Clear);
         painter.setPen(QPen(Qt::black, 1.7, Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin));
         painter.setBrush(Qt::NoBrush);
-        painter.drawPolyline(QPolygonF({QPointF(4.6, 8.3), QPointF(7, 10.7), QPointF(11.5, 5.6)}));
+        painter.drawPolyline(QPolygonF({ QPointF(4.6, 8.3), QPointF(7, 10.7), QPointF(11.5, 5.6) }));
         break;
     }
     case Symbol::waveform:

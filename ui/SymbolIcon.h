@@ -27,13 +27,13 @@ public:
     [[nodiscard]] static QString themeName(Symbol symbol);
 
     // `symbol` in `color`, `extent` points square, at `devicePixelRatio`.
-    [[nodiscard]] static QPixmap pixmap(Symbol symbol, qreal extent, const QColor &color, qreal devicePixelRatio,
-                                        Source source = Source::themeOrPainted);
+    [[nodiscard]] static QPixmap pixmap(Symbol symbol, qreal extent, const QColor &color,
+        qreal devicePixelRatio, Source source = Source::themeOrPainted);
 
     // Draws `symbol` into `rect` (logical coordinates) at the painter's real
     // device pixel ratio, so it stays crisp when rendered at 2x.
     static void paint(QPainter &painter, Symbol symbol, const QRectF &rect, const QColor &color,
-                      Source source = Source::themeOrPainted);
+        Source source = Source::themeOrPainted);
 
     // The theme's image for `name` at `pixels` or larger (largest available
     // otherwise), as found on disk; null when no searched theme has it.

@@ -49,6 +49,7 @@ QSize SymbolView::sizeHint() const
 void SymbolView::paintEvent(QPaintEvent *)
 {
     QPainter painter(this);
-    const QRectF box(QPointF((width() - m_extent) / 2, (height() - m_extent) / 2), QSizeF(m_extent, m_extent));
+    const QRectF box(
+        QPointF((width() - m_extent) / 2, (height() - m_extent) / 2), QSizeF(m_extent, m_extent));
     SymbolIcon::paint(painter, m_symbol, box, m_color);
 }

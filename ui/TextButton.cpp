@@ -36,7 +36,7 @@ QSize TextButton::sizeHint() const
 {
     const QFontMetricsF metrics(font());
     return QSize(static_cast<int>(std::ceil(metrics.horizontalAdvance(text()))) + 2 * margin,
-                 static_cast<int>(std::ceil(metrics.height())) + 2 * margin);
+        static_cast<int>(std::ceil(metrics.height())) + 2 * margin);
 }
 
 void TextButton::paintEvent(QPaintEvent *)

@@ -30,15 +30,17 @@ QFont Typography::clock()
     // Rounded faces first, in order of how close they come to a rounded
     // system face; only installed ones with tabular digits qualify.
     static const QStringList rounded = {
-        QStringLiteral("SF Pro Rounded"), QStringLiteral("Nunito"),
-        QStringLiteral("Varela Round"), QStringLiteral("M PLUS Rounded 1c"),
+        QStringLiteral("SF Pro Rounded"),
+        QStringLiteral("Nunito"),
+        QStringLiteral("Varela Round"),
+        QStringLiteral("M PLUS Rounded 1c"),
     };
     const QStringList installed = QFontDatabase::families();
     for (const QString &family : rounded) {
         if (!installed.contains(family))
             continue;
         QFont candidate = font;
-        candidate.setFamilies({family});
+        candidate.setFamilies({ family });
         if (hasEqualWidthDigits(candidate))
             return candidate;
     }

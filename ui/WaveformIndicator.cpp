@@ -18,7 +18,7 @@ WaveformIndicator::WaveformIndicator(QWidget *parent)
     m_animation.setDuration(cycleMs);
     m_animation.setLoopCount(-1);
     connect(&m_animation, &QVariantAnimation::valueChanged, this,
-            [this](const QVariant &value) { setPhase(value.toReal()); });
+        [this](const QVariant &value) { setPhase(value.toReal()); });
 }
 
 void WaveformIndicator::setColor(const QColor &color)
@@ -66,14 +66,14 @@ QList<QRectF> WaveformIndicator::bars(const QRectF &rect)
 {
     // Heights as parts of the glyph's height, tallest near the middle, as the
     // classic waveform glyph.
-    static constexpr qreal heights[barCount] = {0.28, 0.55, 0.9, 0.62, 0.76, 0.42, 0.22};
+    static constexpr qreal heights[barCount] = { 0.28, 0.55, 0.9, 0.62, 0.76, 0.42, 0.22 };
     const qreal pitch = rect.width() / barCount;
     const qreal width = pitch * 0.62;
     QList<QRectF> result;
     for (int i = 0; i < barCount; ++i) {
         const qreal height = rect.height() * heights[i];
-        result.append(QRectF(rect.left() + i * pitch + (pitch - width) / 2, rect.center().y() - height / 2, width,
-                             height));
+        result.append(QRectF(
+            rect.left() + i * pitch + (pitch - width) / 2, rect.center().y() - height / 2, width, height));
     }
     return result;
 }

@@ -11,8 +11,7 @@
 namespace {
 
 // Lays `text` out at `width` and hands every line to `visit`.
-template <typename Visit>
-void layOut(const QString &text, const QFont &font, qreal width, Visit &&visit)
+template <typename Visit> void layOut(const QString &text, const QFont &font, qreal width, Visit &&visit)
 {
     QString lines = text;
     lines.replace(QLatin1Char('\n'), QChar::LineSeparator);
@@ -38,8 +37,7 @@ void layOut(const QString &text, const QFont &font, qreal width, Visit &&visit)
 WrappedText::WrappedText(QString text, QFont font)
     : m_text(std::move(text))
     , m_font(std::move(font))
-{
-}
+{ }
 
 QSizeF WrappedText::measure(qreal width) const
 {

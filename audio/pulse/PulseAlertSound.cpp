@@ -22,8 +22,8 @@ std::vector<float> blip()
     std::vector<float> samples(frames);
     for (int i = 0; i < frames; ++i) {
         const double envelope = 0.5 - 0.5 * std::cos(2 * std::numbers::pi * i / (frames - 1));
-        samples[static_cast<size_t>(i)] =
-            static_cast<float>(amplitude * envelope * std::sin(2 * std::numbers::pi * frequency * i / rate));
+        samples[static_cast<size_t>(i)] = static_cast<float>(
+            amplitude * envelope * std::sin(2 * std::numbers::pi * frequency * i / rate));
     }
     return samples;
 }
@@ -32,21 +32,19 @@ std::vector<float> blip()
 
 PulseAlertSound::PulseAlertSound(QByteArray server)
     : m_server(std::move(server))
-{
-}
+{ }
 
 void PulseAlertSound::play()
 {
-    const pa_sample_spec spec{PA_SAMPLE_FLOAT32NE, rate, 1};
+    const pa_sample_spec spec { PA_SAMPLE_FLOAT32NE, rate, 1 };
     // A buffer no longer than the sound: with the server's default of two seconds the
     // output would be held at a long latency, which is what delays a monitor's first
     // blocks; a short one brings the output down to ours and the sound plays at once.
     constexpr auto unset = static_cast<uint32_t>(-1);
-    const pa_buffer_attr buffer{unset, static_cast<uint32_t>(frames * sizeof(float)), unset, unset, unset};
+    const pa_buffer_attr buffer { unset, static_cast<uint32_t>(frames * sizeof(float)), unset, unset, unset };
     int error = 0;
     pa_simple *stream = pa_simple_new(m_server.isEmpty() ? nullptr : m_server.constData(), "Selvaro Recorder",
-                                      PA_STREAM_PLAYBACK, nullptr, "Recording started", &spec, nullptr, &buffer,
-                                      &error);
+        PA_STREAM_PLAYBACK, nullptr, "Recording started", &spec, nullptr, &buffer, &error);
     if (!stream) {
         qCDebug(lcDualRecorder, "No alert sound: %s", pa_strerror(error));
         return;

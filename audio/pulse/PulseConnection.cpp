@@ -99,8 +99,8 @@ void PulseConnection::connectAsync()
     pa_proplist_free(properties);
     pa_context_set_state_callback(m_context, &PulseConnection::onState, this);
     // Never autospawn: starting a sound server is the desktop's business, not ours.
-    if (pa_context_connect(m_context, m_server.isEmpty() ? nullptr : m_server.constData(),
-                           PA_CONTEXT_NOAUTOSPAWN, nullptr)
+    if (pa_context_connect(
+            m_context, m_server.isEmpty() ? nullptr : m_server.constData(), PA_CONTEXT_NOAUTOSPAWN, nullptr)
         < 0) {
         // The state callback has already reported FAILED; keep the context so that
         // lastError() can say why until the next attempt replaces it.
@@ -154,7 +154,8 @@ bool PulseConnection::waitFor(pa_operation *operation, std::chrono::milliseconds
     if (!operation)
         return false;
     pa_operation_set_state_callback(
-        operation, [](pa_operation *, void *mainloop) {
+        operation,
+        [](pa_operation *, void *mainloop) {
             pa_threaded_mainloop_signal(static_cast<pa_threaded_mainloop *>(mainloop), 0);
         },
         m_mainloop);
@@ -185,7 +186,7 @@ SampleSpec sampleSpecOf(const pa_sample_spec &spec)
 {
     // The sink's own sample type does not matter to us: captures ask for float32.
     return { spec.format == PA_SAMPLE_S16LE ? SampleSpec::Sample::int16 : SampleSpec::Sample::float32,
-             static_cast<int>(spec.rate), spec.channels };
+        static_cast<int>(spec.rate), spec.channels };
 }
 
 AudioObjectError readError(const QString &what, const QString &status)

@@ -21,7 +21,7 @@
 class PulseConnection
 {
 public:
-    static constexpr std::chrono::milliseconds serverTimeout{2000};
+    static constexpr std::chrono::milliseconds serverTimeout { 2000 };
 
     // `server` is a libpulse server string; empty means libpulse's default
     // (PULSE_SERVER, then the user's runtime folder).
@@ -49,7 +49,10 @@ public:
     [[nodiscard]] bool isReady() const;
 
     // Called on the mainloop thread whenever the context's state changes.
-    void setStateHandler(std::function<void(pa_context_state_t)> handler) { m_stateHandler = std::move(handler); }
+    void setStateHandler(std::function<void(pa_context_state_t)> handler)
+    {
+        m_stateHandler = std::move(handler);
+    }
 
     // Starts connecting a fresh context (dropping a failed one); does not wait.
     void connectAsync();

@@ -10,20 +10,19 @@
 #include <QTimer>
 
 DevService::DevService()
-    : DevService(QUrl(qEnvironmentVariable("SELVARO_TEST_SERVICE_URL")), qgetenv("SELVARO_TEST_SERVICE_ADMIN_TOKEN"))
-{
-}
+    : DevService(
+        QUrl(qEnvironmentVariable("SELVARO_TEST_SERVICE_URL")), qgetenv("SELVARO_TEST_SERVICE_ADMIN_TOKEN"))
+{ }
 
 DevService::DevService(QUrl baseUrl, QByteArray adminToken)
     : m_baseUrl(std::move(baseUrl))
     , m_adminToken(std::move(adminToken))
-{
-}
+{ }
 
 QString DevService::redacted(const QByteArray &value)
 {
     return QStringLiteral("sha256:")
-           + QString::fromLatin1(QCryptographicHash::hash(value, QCryptographicHash::Sha256).toHex().left(16));
+        + QString::fromLatin1(QCryptographicHash::hash(value, QCryptographicHash::Sha256).toHex().left(16));
 }
 
 QJsonObject DevService::Reply::json() const
@@ -37,13 +36,14 @@ QJsonArray DevService::Reply::array() const
 }
 
 DevService::Reply DevService::send(const QByteArray &method, const QString &path, const QByteArray &body,
-                                   const QList<QPair<QByteArray, QByteArray>> &headers)
+    const QList<QPair<QByteArray, QByteArray>> &headers)
 {
     QNetworkAccessManager manager;
     QNetworkRequest request(m_baseUrl.resolved(QUrl(path)));
     request.setHeader(QNetworkRequest::ContentTypeHeader, QByteArrayLiteral("application/json"));
     const QString route = QUrl(path).path();
-    if (route == QLatin1String("/") || route.startsWith(QLatin1String("/admin/")) || route.startsWith(QLatin1String("/files/")))
+    if (route == QLatin1String("/") || route.startsWith(QLatin1String("/admin/"))
+        || route.startsWith(QLatin1String("/files/")))
         request.setRawHeader("X-Admin-Token", m_adminToken);
     for (const auto &[name, value] : headers)
         request.setRawHeader(name, value);
@@ -95,8 +95,7 @@ QJsonArray DevService::pairings()
 QJsonObject DevService::confirm(const QString &userCode, bool anonymous, int *status)
 {
     const Reply reply = send("POST", QStringLiteral("/admin/pairings/confirm"),
-                             toJson({{QStringLiteral("userCode"), userCode},
-                                     {QStringLiteral("anonymous"), anonymous}}));
+        toJson({ { QStringLiteral("userCode"), userCode }, { QStringLiteral("anonymous"), anonymous } }));
     if (status)
         *status = reply.status;
     return reply.json();
@@ -104,7 +103,9 @@ QJsonObject DevService::confirm(const QString &userCode, bool anonymous, int *st
 
 QJsonObject DevService::createSession(bool anonymous)
 {
-    return send("POST", QStringLiteral("/admin/sessions"), toJson({{QStringLiteral("anonymous"), anonymous}})).json();
+    return send(
+        "POST", QStringLiteral("/admin/sessions"), toJson({ { QStringLiteral("anonymous"), anonymous } }))
+        .json();
 }
 
 QJsonArray DevService::sessions()

@@ -43,7 +43,8 @@ public:
     // Raw bytes of an uploaded object, fetched from the service.
     [[nodiscard]] QByteArray download(const QString &key);
 
-    struct Reply {
+    struct Reply
+    {
         int status = 0;
         QByteArray body;
         QJsonObject json() const;
@@ -51,7 +52,7 @@ public:
     };
     // Adds the admin token to requests for "/", "/admin/…" and "/files/…".
     Reply send(const QByteArray &method, const QString &path, const QByteArray &body = {},
-               const QList<QPair<QByteArray, QByteArray>> &headers = {});
+        const QList<QPair<QByteArray, QByteArray>> &headers = {});
 
 private:
     QUrl m_baseUrl;

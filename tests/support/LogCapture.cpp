@@ -13,8 +13,8 @@ QtMessageHandler previous = nullptr;
 
 void handler(QtMsgType, const QMessageLogContext &context, const QString &message)
 {
-    const QString line = QString::fromUtf8(context.category ? context.category : "default")
-                         + QStringLiteral(": ") + message;
+    const QString line
+        = QString::fromUtf8(context.category ? context.category : "default") + QStringLiteral(": ") + message;
     {
         QMutexLocker lock(&mutex);
         captured.append(line);

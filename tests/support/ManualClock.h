@@ -15,8 +15,7 @@ class ManualClock : public Clock
 public:
     explicit ManualClock(QDateTime start = QDateTime(QDate(2026, 3, 4), QTime(10, 11, 12, 345), Qt::UTC))
         : m_wall(std::move(start))
-    {
-    }
+    { }
 
     [[nodiscard]] QDateTime now() const override { return m_wall; }
     [[nodiscard]] std::chrono::steady_clock::time_point monotonicNow() const override { return m_monotonic; }
@@ -25,7 +24,7 @@ public:
     {
         m_sleeps.append(duration);
         // The flow keeps the clock alive across its sleeps.
-        co_await Wait{this, m_monotonic + duration};
+        co_await Wait { this, m_monotonic + duration };
     }
 
     // Moves both clocks on; the sleeps that are due end inside this call, in the
@@ -55,7 +54,10 @@ public:
             advance(std::min(tick, total - done));
     }
 
-    [[nodiscard]] int sleepsOf(std::chrono::milliseconds duration) const { return int(m_sleeps.count(duration)); }
+    [[nodiscard]] int sleepsOf(std::chrono::milliseconds duration) const
+    {
+        return int(m_sleeps.count(duration));
+    }
 
 private:
     // Resumed directly by advance(), not through the event loop, so a test sees the
@@ -65,12 +67,12 @@ private:
         ManualClock *clock;
         std::chrono::steady_clock::time_point deadline;
         bool await_ready() const noexcept { return clock->m_monotonic >= deadline; }
-        void await_suspend(std::coroutine_handle<> handle) { clock->m_waiting.append({deadline, handle}); }
-        void await_resume() const noexcept {}
+        void await_suspend(std::coroutine_handle<> handle) { clock->m_waiting.append({ deadline, handle }); }
+        void await_resume() const noexcept { }
     };
 
     QList<std::pair<std::chrono::steady_clock::time_point, std::coroutine_handle<>>> m_waiting;
     QDateTime m_wall;
-    std::chrono::steady_clock::time_point m_monotonic{std::chrono::hours(1)};
+    std::chrono::steady_clock::time_point m_monotonic { std::chrono::hours(1) };
     QList<std::chrono::milliseconds> m_sleeps;
 };

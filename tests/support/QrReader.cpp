@@ -16,7 +16,7 @@ QByteArray QrReader::decode(const QImage &image, const QString &name)
     if (!image.save(path))
         return {};
     QProcess zbar;
-    zbar.start(QStringLiteral("zbarimg"), {QStringLiteral("--raw"), QStringLiteral("-q"), path});
+    zbar.start(QStringLiteral("zbarimg"), { QStringLiteral("--raw"), QStringLiteral("-q"), path });
     if (!zbar.waitForFinished(10000))
         return {};
     return zbar.readAllStandardOutput().trimmed();
