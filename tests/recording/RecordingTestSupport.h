@@ -93,6 +93,11 @@ public:
     {
         return u"none"_s;
     }
+    std::variant<std::unique_ptr<Capture>, QString> startOutputCapture(
+        const OutputDevice &, const SampleSpec &, BlockHandler) override
+    {
+        return u"none"_s;
+    }
     Permission probe(CaptureSource source) override
     {
         ++probes;
