@@ -189,9 +189,12 @@ private Q_SLOTS:
         for (const Track &track : tracks) {
             const SoundFile file = SoundFile::read(track.recorder.filePath());
             QCOMPARE(QList<int>({ file.rate, file.channels }), QList<int>({ 48000, track.channels }));
-            for (int channel = 0; channel < file.channels; ++channel)
-                QCOMPARE(ToneAnalysis::dominantFrequency(file.channelSpan(channel, 0, file.seconds()), 48000),
-                    track.tone);
+            // A block lost on a loaded machine can move the peak by a hertz; a wrong rate by 40 or more.
+            for (int channel = 0; channel < file.channels; ++channel) {
+                const double heard
+                    = ToneAnalysis::dominantFrequency(file.channelSpan(channel, 0, file.seconds()), 48000);
+                QVERIFY2(std::abs(heard - track.tone) <= 2, qPrintable(QString::number(heard)));
+            }
             const double recorded = static_cast<double>(end - track.firstAudio) / 1000;
             QVERIFY2(std::abs(file.seconds() - recorded) < 0.3,
                 qPrintable(u"file %1 s, recorded %2 s"_s.arg(file.seconds()).arg(recorded)));
