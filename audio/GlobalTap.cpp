@@ -27,9 +27,10 @@ void GlobalTap::activate()
     m_device = std::get<OutputDevice>(output);
     qCDebug(lcGlobalTap).noquote() << "Default output" << m_device->name << "monitored through"
                                    << m_device->monitorSource;
-    // Always stereo float at the output's own rate: the server downmixes and
-    // converts, so the file's format does not depend on the hardware.
-    m_tapStreamDescription = SampleSpec { SampleSpec::Sample::float32, m_device->spec.rate, 2 };
+    // Never the output's own rate: the mixer lays this file beside the microphone's
+    // sample for sample, so a 44.1 kHz sink (PulseAudio's default) or a 16 kHz headset
+    // must reach the file at 48000 Hz. The server resamples and downmixes.
+    m_tapStreamDescription = SampleSpec { SampleSpec::Sample::float32, sampleRate, channels };
 }
 
 std::optional<GlobalTapError> GlobalTap::run(IOBlock ioBlock)

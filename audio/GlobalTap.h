@@ -12,8 +12,8 @@
 // monitor of the default output (see PulseCapture for how it follows that output).
 // What the user hears is never changed, so there is nothing to mute.
 //
-// The default output is read once, in activate(): its rate fixes the format and the
-// capture starts on that very output.
+// The default output is read once, in activate(), and the capture starts on that very
+// output. The format is fixed whatever the output runs at: 48000 Hz stereo float.
 //
 // Thread contract: activate(), run(), invalidate(), the Capture members and the
 // destructor on the owner's (main) thread. The I/O block runs on the sound server's
@@ -24,16 +24,19 @@ public:
     // Interleaved 32-bit float frames in tapStreamDescription(); see SoundServer::BlockHandler.
     using IOBlock = SoundServer::BlockHandler;
 
+    static constexpr int sampleRate = 48000;
+    static constexpr int channels = 2;
+
     // `server` must outlive the tap. Nothing is created until activate().
     explicit GlobalTap(SoundServer &server);
     ~GlobalTap() override;
 
     // The last set-up failure; empty when none.
     [[nodiscard]] QString errorMessage() const { return m_errorMessage; }
-    // The format blocks are delivered in, read from the server during activate().
+    // The format blocks are delivered in, set once activate() has read the output.
     [[nodiscard]] std::optional<SampleSpec> tapStreamDescription() const { return m_tapStreamDescription; }
 
-    // Reads the default output and its format, once: a second call does nothing,
+    // Reads the default output, once: a second call does nothing,
     // even after a failed first. Never fails loudly: errorMessage() tells.
     void activate();
     // Starts delivering blocks to `ioBlock`.

@@ -96,14 +96,11 @@ public:
         = 0;
 
     // A systemOutput capture that starts on `output`, as defaultOutput() answered it,
-    // so that a recording reads its output once. The default asks startCapture(),
-    // which reads it again; a server that can do better overrides this.
+    // so that a recording reads its output once; otherwise as startCapture(). `spec`
+    // is what is delivered, whatever `output` runs at.
     [[nodiscard]] virtual std::variant<std::unique_ptr<Capture>, QString> startOutputCapture(
         const OutputDevice &output, const SampleSpec &spec, BlockHandler onBlock)
-    {
-        Q_UNUSED(output);
-        return startCapture(CaptureSource::systemOutput, spec, std::move(onBlock));
-    }
+        = 0;
 
     // Tries whether capturing `source` would work. Safe to call from any thread; may
     // take up to a couple of seconds when the server does not answer.

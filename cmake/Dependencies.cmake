@@ -1,4 +1,4 @@
-find_package(Qt6 6.4 REQUIRED COMPONENTS Core Gui Widgets Network Test)
+find_package(Qt6 6.4 REQUIRED COMPONENTS Core DBus Gui Widgets Network Test)
 find_package(QCoro6 0.8 REQUIRED COMPONENTS Core Network)
 find_package(Qt6Keychain REQUIRED)
 find_package(PkgConfig REQUIRED)

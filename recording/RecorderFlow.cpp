@@ -95,6 +95,15 @@ template <typename T> void RecorderFlow::setSource(T &field, T value, void (Reco
 void RecorderFlow::setState(State state)
 {
     setSource(m_state, std::move(state), &RecorderFlow::stateChanged);
+    // Held exactly while recording, whichever way the state moves: a pause (the user
+    // chose to stop for a while, so the computer may sleep), a save, a discard or a
+    // failure give it back. Exit gives it back through the inhibitor's destruction.
+    if (m_platform.sleepInhibitor) {
+        if (m_state.is(State::Kind::recording))
+            m_platform.sleepInhibitor->hold(tr("Recording"));
+        else
+            m_platform.sleepInhibitor->release();
+    }
 }
 
 void RecorderFlow::setElapsed(double value)

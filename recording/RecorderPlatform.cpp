@@ -3,6 +3,7 @@
 #include "audio/DualRecorder.h"
 #include "audio/MicrophonePermission.h"
 #include "audio/SystemAudioPermission.h"
+#include "recording/DesktopSleepInhibitor.h"
 
 RecorderPlatform RecorderPlatform::onSoundServer(
     std::shared_ptr<SoundServer> server, std::shared_ptr<AlertSound> alertSound, QString recordingsFolder)
@@ -13,5 +14,6 @@ RecorderPlatform RecorderPlatform::onSoundServer(
     platform.microphone = std::make_unique<MicrophonePermission>(*server);
     platform.systemAudio = std::make_unique<SystemAudioPermission>(*server);
     platform.recordingsFolder = std::move(recordingsFolder);
+    platform.sleepInhibitor = std::make_unique<DesktopSleepInhibitor>();
     return platform;
 }

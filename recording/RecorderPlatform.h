@@ -3,6 +3,7 @@
 #include "audio/CapturePermission.h"
 #include "common/Clock.h"
 #include "recording/RecordingCapture.h"
+#include "recording/SleepInhibitor.h"
 
 #include <QString>
 
@@ -12,12 +13,13 @@ class AlertSound;
 class SoundServer;
 
 // Everything platform-bound the recorder flow uses, handed to it whole in its
-// constructor: how a recording's capture is made, the two permissions, the clock and
-// the folder the recordings go into. The flow takes ownership of all of it.
+// constructor: how a recording's capture is made, the two permissions, the clock, the
+// folder the recordings go into and what keeps the computer awake while recording. The
+// flow takes ownership of all of it.
 //
 // A member left empty is simply absent: no factory means a record() that fails to
 // start, no permission reads as `unknown`, no clock is real time, an empty folder is
-// RecordingsFolder::defaultPath().
+// RecordingsFolder::defaultPath(), no inhibitor lets the computer sleep.
 struct RecorderPlatform
 {
     // Kept alive for the permissions, which probe it until they are destroyed; the
@@ -28,10 +30,12 @@ struct RecorderPlatform
     std::unique_ptr<CapturePermission> systemAudio;
     std::shared_ptr<Clock> clock;
     QString recordingsFolder;
+    std::unique_ptr<SleepInhibitor> sleepInhibitor;
 
     // The application's platform: a DualRecorder on `server` per recording (playing
     // `alertSound` at each start), the microphone and system-audio permissions probed
-    // on the same server, real time, and the private recordings folder.
+    // on the same server, real time, the private recordings folder, and the desktop's
+    // sleep inhibitor.
     //   RecorderFlow recorder(api, store, RecorderPlatform::onSoundServer(
     //       std::make_shared<PulseSoundServer>(), std::make_shared<PulseAlertSound>()));
     [[nodiscard]] static RecorderPlatform onSoundServer(std::shared_ptr<SoundServer> server,

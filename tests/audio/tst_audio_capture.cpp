@@ -1,4 +1,5 @@
 #include "audio/GlobalTap.h"
+#include "audio/MicRecorder.h"
 #include "audio/MicrophonePermission.h"
 #include "audio/SystemAudioPermission.h"
 #include "audio/SystemRecorder.h"
@@ -10,6 +11,7 @@
 #include "support/TonePlayer.h"
 
 #include <QElapsedTimer>
+#include <QScopeGuard>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
@@ -122,6 +124,81 @@ private Q_SLOTS:
         LogCapture log;
         PulseAlertSound("unix:/nonexistent/selvaro-test-socket").play();
         QVERIFY(log.contains(u"No alert sound: "_s));
+    }
+
+    // An output and a microphone that run at another rate and channel count than the
+    // files: the server converts, so both files are 48000 Hz (system stereo, microphone
+    // mono), the tones keep their pitch and both files last the recorded time.
+    void capturesAt48kHzWhateverTheDevicesRun_data()
+    {
+        QTest::addColumn<int>("rate");
+        QTest::addColumn<int>("channels");
+        QTest::newRow("44.1 kHz stereo") << 44100 << 2;
+        QTest::newRow("16 kHz mono headset") << 16000 << 1;
+    }
+
+    void capturesAt48kHzWhateverTheDevicesRun()
+    {
+        QFETCH(int, rate);
+        QFETCH(int, channels);
+        // An output, and a feed whose monitor is the microphone, in that format.
+        const QString output = u"output%1"_s.arg(rate), feed = u"feed%1"_s.arg(rate);
+        QStringList modules;
+        for (const QString &sink : { output, feed })
+            modules << pactl({ u"load-module"_s, u"module-null-sink"_s, u"sink_name="_s + sink,
+                u"rate=%1"_s.arg(rate), u"channels=%1"_s.arg(channels) });
+        const auto restore = qScopeGuard([&] {
+            pactl({ u"set-default-sink"_s, u"speakers"_s });
+            pactl({ u"set-default-source"_s, u"mic"_s });
+            for (const QString &module : modules)
+                pactl({ u"unload-module"_s, module });
+        });
+        bool sink = false, source = false;
+        pactl({ u"set-default-sink"_s, output }, &sink);
+        pactl({ u"set-default-source"_s, feed + u".monitor"_s }, &source);
+        QVERIFY(sink && source);
+        TonePlayer played(440, output.toLatin1(), rate), spoken(1000, feed.toLatin1(), rate);
+        PulseSoundServer server;
+        SystemRecorder system(m_dir.filePath(u"%1_system.wav"_s.arg(rate)), server);
+        MicRecorder microphone(m_dir.filePath(u"%1_microphone.wav"_s.arg(rate)), server);
+        struct Track
+        {
+            SourceRecorder &recorder;
+            int channels;
+            double tone;
+            qint64 firstAudio = -1; // recorded time counts from each file's first block
+        } tracks[] = { { system, 2, 440 }, { microphone, 1, 1000 } };
+        QElapsedTimer clock;
+        clock.start();
+        QVERIFY(!system.start() && !microphone.start());
+        QVERIFY(QTest::qWaitFor(
+            [&] {
+                for (Track &track : tracks) {
+                    if (track.firstAudio < 0 && track.recorder.statistics().framesWritten > 0)
+                        track.firstAudio = clock.elapsed();
+                }
+                return tracks[0].firstAudio >= 0 && tracks[1].firstAudio >= 0;
+            },
+            5000));
+        QTest::qWait(1000);
+        system.stop();
+        microphone.stop();
+        const qint64 end = clock.elapsed();
+        QCOMPARE(
+            pactl({ u"list"_s, u"sinks"_s, u"short"_s }).count(u"%1ch %2Hz"_s.arg(channels).arg(rate)), 2);
+        for (const Track &track : tracks) {
+            const SoundFile file = SoundFile::read(track.recorder.filePath());
+            QCOMPARE(QList<int>({ file.rate, file.channels }), QList<int>({ 48000, track.channels }));
+            // A block lost on a loaded machine can move the peak by a hertz; a wrong rate by 40 or more.
+            for (int channel = 0; channel < file.channels; ++channel) {
+                const double heard
+                    = ToneAnalysis::dominantFrequency(file.channelSpan(channel, 0, file.seconds()), 48000);
+                QVERIFY2(std::abs(heard - track.tone) <= 2, qPrintable(QString::number(heard)));
+            }
+            const double recorded = static_cast<double>(end - track.firstAudio) / 1000;
+            QVERIFY2(std::abs(file.seconds() - recorded) < 0.3,
+                qPrintable(u"file %1 s, recorded %2 s"_s.arg(file.seconds()).arg(recorded)));
+        }
     }
 
     // The permissions as probes: granted where capture works, unknown with no server,

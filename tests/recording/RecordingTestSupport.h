@@ -93,11 +93,30 @@ public:
     {
         return u"none"_s;
     }
+    std::variant<std::unique_ptr<Capture>, QString> startOutputCapture(
+        const OutputDevice &, const SampleSpec &, BlockHandler) override
+    {
+        return u"none"_s;
+    }
     Permission probe(CaptureSource source) override
     {
         ++probes;
         return source == CaptureSource::defaultInput ? microphone.load() : systemAudio.load();
     }
+};
+
+// Keeps the computer awake in name only: `held` tells whether it is.
+class StandInInhibitor final : public SleepInhibitor
+{
+public:
+    explicit StandInInhibitor(bool &held)
+        : m_held(held)
+    { }
+    void hold(const QString &) override { m_held = true; }
+    void release() override { m_held = false; }
+
+private:
+    bool &m_held;
 };
 
 // What a flow under test stands on. The captures it made are in `made`; `startError`,
@@ -117,6 +136,7 @@ struct StandIns
     std::optional<QString> startError;
     bool holdStop = false;
     QByteArray mix = someMix;
+    bool awake = false;
 
     [[nodiscard]] StandInCapture &last() { return *made.last(); }
     [[nodiscard]] QString folder() const { return dir.filePath(u"Recordings"_s); }
@@ -140,6 +160,7 @@ struct StandIns
         platform.systemAudio = std::make_unique<SystemAudioPermission>(*server);
         platform.clock = clock;
         platform.recordingsFolder = folder();
+        platform.sleepInhibitor = std::make_unique<StandInInhibitor>(awake);
         return std::make_unique<RecorderFlow>(SelvaroAPI(&network, service), *store, std::move(platform));
     }
 };

@@ -128,6 +128,7 @@ private Q_SLOTS:
         for (const auto &capture : bench.made)
             calls << capture->calls;
         QTEST(calls.join(u' '), "calls");
+        QCOMPARE(bench.awake, flow->state().is(State::Kind::recording));
     }
 
     void screenChoices_data()

@@ -47,6 +47,11 @@ public:
         deliver(source, s.frames);
         return std::make_unique<FakeCapture>(s);
     }
+    std::variant<std::unique_ptr<Capture>, QString> startOutputCapture(
+        const OutputDevice &, const SampleSpec &spec, BlockHandler onBlock) override
+    {
+        return startCapture(CaptureSource::systemOutput, spec, std::move(onBlock));
+    }
     Permission probe(CaptureSource) override { return Permission::granted; }
 
     // `frames` more of the source's tone, unless its capture is suspended (a corked stream).

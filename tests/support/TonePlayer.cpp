@@ -8,9 +8,9 @@
 #include <numbers>
 #include <vector>
 
-TonePlayer::TonePlayer(double frequency, QByteArray sink)
+TonePlayer::TonePlayer(double frequency, QByteArray sink, int rate)
 {
-    const pa_sample_spec spec { PA_SAMPLE_FLOAT32NE, 48000, 1 };
+    const pa_sample_spec spec { PA_SAMPLE_FLOAT32NE, static_cast<uint32_t>(rate), 1 };
     const pa_buffer_attr buffer { static_cast<uint32_t>(-1),
         static_cast<uint32_t>(pa_usec_to_bytes(50000, &spec)), static_cast<uint32_t>(-1),
         static_cast<uint32_t>(-1), static_cast<uint32_t>(-1) };
@@ -19,7 +19,7 @@ TonePlayer::TonePlayer(double frequency, QByteArray sink)
     if (!stream)
         return;
     // Writing blocks while the buffer is full, which paces the loop in real time.
-    m_thread = std::thread([this, stream, step = 2 * std::numbers::pi * frequency / 48000] {
+    m_thread = std::thread([this, stream, step = 2 * std::numbers::pi * frequency / rate] {
         std::vector<float> chunk(480);
         for (double phase = 0; !m_stopping;) {
             for (float &sample : chunk) {

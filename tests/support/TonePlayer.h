@@ -14,7 +14,7 @@ QString pactl(const QStringList &arguments, bool *ok = nullptr);
 // Unloads every sink and source of the fixture: a computer without audio devices.
 [[nodiscard]] bool unloadAllDevices();
 
-// Plays a sine tone (mono, 48 kHz, half scale) into a sink of the test's sound server
+// Plays a sine tone (mono, half scale, 48 kHz unless told) into a sink of the test's sound server
 // until destroyed or stop(), so that a capture has something to hear. A named sink
 // keeps the tone when the default sink changes; its 50 ms buffer keeps the sink's
 // latency low, which a monitor needs to deliver at once.
@@ -22,7 +22,9 @@ class TonePlayer
 {
 public:
     // `sink` is a sink name ("speakers", "micfeed"); empty plays to the default sink.
-    explicit TonePlayer(double frequency, QByteArray sink = {});
+    // Played at the sink's own `rate`, a tone keeps the server from switching an idle
+    // sink to 48 kHz.
+    explicit TonePlayer(double frequency, QByteArray sink = {}, int rate = 48000);
     ~TonePlayer() { stop(); }
     TonePlayer(const TonePlayer &) = delete;
     TonePlayer &operator=(const TonePlayer &) = delete;

@@ -1,0 +1,138 @@
+// The desktop's sleep inhibitor against stand-ins of the portal and of logind, on the
+// test's private session bus and the private bus standing in for the system bus.
+#include "recording/DesktopSleepInhibitor.h"
+#include "support/LogCapture.h"
+
+#include <QDBusConnection>
+#include <QDBusMessage>
+#include <QDBusMetaType>
+#include <QDBusObjectPath>
+#include <QDBusUnixFileDescriptor>
+#include <QDBusVirtualObject>
+#include <QScopeGuard>
+#include <QTest>
+
+#include <poll.h>
+#include <unistd.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+// Plays the portal's Inhibit and Request interfaces and logind's Manager: notes every
+// call, answers the portal with a new request object and logind with one end of a pipe,
+// whose other end tells when every copy of the descriptor is closed.
+class StandInDesktop final : public QDBusVirtualObject
+{
+public:
+    QStringList calls;
+    int portalHolds = 0;
+    std::vector<int> logindHolds;
+
+    ~StandInDesktop() override { std::for_each(logindHolds.begin(), logindHolds.end(), ::close); }
+    [[nodiscard]] int held() const
+    {
+        return portalHolds
+            + static_cast<int>(std::count_if(logindHolds.begin(), logindHolds.end(), [](int fd) {
+                  pollfd ends { fd, POLLIN, 0 };
+                  return poll(&ends, 1, 0) == 0;
+              }));
+    }
+    QString introspect(const QString &) const override { return {}; }
+    bool handleMessage(const QDBusMessage &message, const QDBusConnection &connection) override
+    {
+        QStringList call { message.member() };
+        for (const QVariant &argument : message.arguments())
+            call << (argument.canConvert<QDBusArgument>()
+                    ? qdbus_cast<QVariantMap>(argument).value(u"reason"_s)
+                    : argument)
+                        .toString();
+        calls << call.join(u' ');
+        QDBusMessage reply = message.createReply();
+        if (message.interface() == u"org.freedesktop.login1.Manager"_s) {
+            int ends[2];
+            if (pipe(ends) != 0)
+                return false;
+            logindHolds.push_back(ends[0]);
+            reply << QVariant::fromValue(QDBusUnixFileDescriptor(ends[1]));
+            ::close(ends[1]);
+        } else if (message.member() == u"Inhibit"_s) {
+            ++portalHolds;
+            reply << QVariant::fromValue(QDBusObjectPath(u"/org/freedesktop/portal/desktop/request/1"_s));
+        } else {
+            --portalHolds;
+            calls.last() += u' ' + message.path();
+        }
+        connection.send(reply);
+        return true;
+    }
+};
+
+} // namespace
+
+class TestRecordingInhibitor : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    // Held, released, released before the answer came, and released on destruction:
+    // through the portal when there is one, else logind, else only a warning.
+    void holdsAndReleases_data()
+    {
+        QTest::addColumn<QString>("services");
+        QTest::addColumn<QString>("call");
+        QTest::addColumn<int>("calls"); // a hold released before the portal failed never reaches logind
+        QTest::newRow("portal") << u"portal logind"_s << u"Inhibit  12 Recording"_s << 3;
+        QTest::newRow("logind") << u"logind"_s << u"Inhibit sleep:idle recording_inhibitor Recording block"_s
+                                << 2;
+        QTest::newRow("neither") << QString() << QString() << 0;
+    }
+    void holdsAndReleases()
+    {
+        QFETCH(QString, services);
+        QFETCH(QString, call);
+        QFETCH(int, calls);
+        const QString row = QString::fromLatin1(QTest::currentDataTag());
+        StandInDesktop desktop;
+        QDBusConnection session
+            = QDBusConnection::connectToBus(QDBusConnection::SessionBus, row + u"portal"_s);
+        QDBusConnection system = QDBusConnection::connectToBus(QDBusConnection::SystemBus, row + u"logind"_s);
+        const auto disconnect = qScopeGuard([&] {
+            QDBusConnection::disconnectFromBus(row + u"portal"_s);
+            QDBusConnection::disconnectFromBus(row + u"logind"_s);
+        });
+        if (services.contains(u"portal"_s))
+            QVERIFY(session.registerVirtualObject(
+                        u"/org/freedesktop/portal/desktop"_s, &desktop, QDBusConnection::SubPath)
+                && session.registerService(u"org.freedesktop.portal.Desktop"_s));
+        if (services.contains(u"logind"_s))
+            QVERIFY(system.registerVirtualObject(u"/org/freedesktop/login1"_s, &desktop)
+                && system.registerService(u"org.freedesktop.login1"_s));
+        LogCapture log;
+        {
+            DesktopSleepInhibitor inhibitor;
+            inhibitor.hold(u"Recording"_s);
+            if (call.isEmpty()) {
+                QTRY_COMPARE(
+                    log.lines(u"recorder"_s).filter(u"Sleep is not inhibited while recording"_s).size(), 1);
+                return;
+            }
+            QTRY_COMPARE(desktop.held(), 1);
+            inhibitor.release();
+            QTRY_COMPARE(desktop.held(), 0);
+            inhibitor.hold(u"Recording"_s);
+            inhibitor.release();
+            inhibitor.hold(u"Recording"_s);
+            QTRY_COMPARE(desktop.calls.count(call), calls);
+            QTRY_COMPARE(desktop.held(), 1);
+        }
+        QTRY_COMPARE(desktop.held(), 0);
+        const QString closed = u"Close /org/freedesktop/portal/desktop/request/1"_s;
+        QCOMPARE(desktop.calls.count(closed), row == u"portal"_s ? 3 : 0);
+        QCOMPARE(desktop.calls.size(), calls + desktop.calls.count(closed));
+        QVERIFY(log.lines(u"recorder"_s).isEmpty());
+    }
+};
+
+QTEST_GUILESS_MAIN(TestRecordingInhibitor)
+#include "tst_recording_inhibitor.moc"
