@@ -5,6 +5,7 @@
 
 #include "support/LogCapture.h"
 
+#include <QDir>
 #include <QSignalSpy>
 #include <QTest>
 
@@ -151,6 +152,26 @@ private Q_SLOTS:
         for (const auto &capture : bench.made)
             calls << capture->calls;
         QTEST(calls.join(u' '), "calls");
+    }
+
+    // The way out closes a running recording for the next start; unlinking deletes them all.
+    void quitKeepsAndUnlinkDeletes()
+    {
+        StandIns bench;
+        auto flow = bench.makeFlow();
+        flow->record();
+        bench.clock->advanceInTicks(2s);
+        flow.reset();
+        QCOMPARE(bench.last().calls, (QStringList { u"start"_s, u"close"_s }));
+        const auto sidecar = RecordingSidecar::read(bench.folder() + u"/1000.json"_s);
+        QVERIFY(
+            sidecar && sidecar->stage == RecordingSidecar::Stage::recorded && sidecar->recordedSeconds == 2);
+        QFile capture(bench.folder() + u"/1000_system.wav"_s);
+        QVERIFY(capture.open(QIODevice::WriteOnly));
+        flow = bench.makeFlow();
+        QVERIFY(flow->hasUnsentRecordings());
+        flow->deleteAllRecordings();
+        QCOMPARE(QDir(bench.folder()).entryList(QDir::Files), QStringList());
     }
 
     void screenChoices_data()
