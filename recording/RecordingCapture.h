@@ -29,8 +29,8 @@ public:
     [[nodiscard]] virtual std::optional<QString> start() = 0;
     virtual void pause() = 0;
     virtual void resume() = 0;
-    // Deletes the intermediate files, but only when the capture is not running
-    // (the dual recorder's rule, which a discard while recording relies on).
+    // Deletes every file of the recording, but only when the capture is not running
+    // and not mixing (the dual recorder's rule: a discard closes a running one first).
     virtual void cancel() = 0;
     // Ends the capture, running, paused or closed (the paused span stays out), and
     // leaves the mixed file at finalMixedPath(), or nothing there when mixing failed
