@@ -61,13 +61,19 @@ MixerAnalysis::Decoded noteAudio(DevService &dev, int index)
     return MixerAnalysis::decode(file.fileName());
 }
 
-// The application with the session the service made directly, saved in the keyring.
-std::unique_ptr<SelvaroRecorderApp> linkedApp(DevService &dev)
+// A session the service made directly, saved in the keyring unless one is there.
+void saveSession(DevService &dev)
 {
     SessionStore store(SessionStore::Load::fromKeychain);
     QCoro::waitFor(store.waitUntilLoaded());
     if (!store.isLinked())
         QCoro::waitFor(store.save(*SessionPayload::fromJson(dev.createSession(false))));
+}
+
+// The application, linked.
+std::unique_ptr<SelvaroRecorderApp> linkedApp(DevService &dev)
+{
+    saveSession(dev);
     auto app = std::make_unique<SelvaroRecorderApp>(dev.baseUrl());
     app->show();
     return app;
@@ -143,7 +149,7 @@ private Q_SLOTS:
         TonePlayer speakers(440);
         TonePlayer microphone(1000, "micfeed");
         dev.reset();
-        linkedApp(dev).reset();
+        saveSession(dev);
         QProcess child;
         QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
         environment.insert(QStringLiteral("SELVARO_RECORD_UNTIL_KILLED"), QStringLiteral("1"));
