@@ -18,6 +18,13 @@ AppModel::AppModel(QUrl baseUrl, std::chrono::milliseconds storeWait, QObject *p
     connect(&m_storeWait, &QTimer::timeout, this,
         [this] { setIfChanged(m_storeSilent, true, this, &AppModel::storeSilentChanged); });
     connect(&m_store, &SessionStore::loadedChanged, this, &AppModel::storeAnswered);
+    // What an earlier run could not send is offered once there is an account to send it to.
+    for (auto changed : { &SessionStore::loadedChanged, &SessionStore::sessionChanged }) {
+        connect(&m_store, changed, this, [this] {
+            if (m_store.isLoaded() && m_store.isLinked())
+                m_recorder->offerUnsent();
+        });
+    }
     if (!m_store.isLoaded())
         m_storeWait.start(storeWait);
 }
@@ -43,6 +50,7 @@ void AppModel::storeAnswered()
 
 QCoro::Task<> AppModel::unlink()
 {
-    m_recorder->discard();
+    // The recordings belong to the account being unlinked: none is kept for the next.
+    m_recorder->deleteAllRecordings();
     co_await m_store.forget();
 }

@@ -47,8 +47,9 @@ public:
     // Every start renews the saved session with the service (or forgets it when
     // the service no longer knows this computer). Started when the window first shows.
     QCoro::Task<> refreshAtStart();
-    // Local only: any recording is discarded, the secret-store item removed and
-    // the session cleared, which brings back the pairing screen.
+    // Local only: any recording is discarded and every unsent one deleted, the
+    // secret-store item removed and the session cleared, which brings back the
+    // pairing screen.
     QCoro::Task<> unlink();
 
     // True from `storeWait` after the start until the secret store's first read answers.

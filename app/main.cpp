@@ -1,5 +1,6 @@
 #include "app/Appearance.h"
 #include "app/CommandLine.h"
+#include "app/QuitOnSignals.h"
 #include "app/SelvaroRecorderApp.h"
 #include "app/Snapshot.h"
 #include "common/Logging.h"
@@ -46,6 +47,9 @@ int main(int argc, char *argv[])
     if (Snapshot::runIfAsked(QApplication::arguments()))
         return 0;
 
+    // A signal ends the loop like "Quit": the recorder below is destroyed on the way
+    // out, which closes a running recording's files for the next start.
+    QuitOnSignals quitOnSignals;
     SelvaroRecorderApp recorder;
     recorder.show();
     return QApplication::exec();

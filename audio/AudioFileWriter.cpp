@@ -108,6 +108,13 @@ void AudioFileWriter::close()
     m_spare.clear();
 }
 
+std::optional<WriteFailure> AudioFileWriter::failure() const
+{
+    if (!m_failed.load(std::memory_order_acquire))
+        return std::nullopt;
+    return writeFailureOf(m_failureErrno.load(std::memory_order_relaxed));
+}
+
 void AudioFileWriter::run()
 {
     pthread_setname_np(pthread_self(), m_threadName);
@@ -135,6 +142,7 @@ void AudioFileWriter::write(const Block &block)
         return;
     }
     sf_count_t written = 0;
+    errno = 0;
     if (!block.samples.empty()) {
         written = sf_writef_float(m_file, block.samples.data(), block.frames);
     } else {
@@ -151,7 +159,9 @@ void AudioFileWriter::write(const Block &block)
     }
     m_framesWritten.fetch_add(static_cast<quint64>(written), std::memory_order_relaxed);
     if (written != block.frames) {
-        m_failed = true;
+        // libsndfile leaves the errno of the write() that failed.
+        m_failureErrno.store(errno, std::memory_order_relaxed);
+        m_failed.store(true, std::memory_order_release);
         qCCritical(m_category).noquote()
             << "Failed to write audio file:" << QString::fromUtf8(sf_strerror(m_file))
             << "- no more audio will be written to it";

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "audio/SoundServer.h"
+#include "audio/WriteFailure.h"
 
 #include <QLoggingCategory>
 #include <QString>
@@ -24,7 +25,8 @@ struct sf_private_tag;
 // is created with mode 0600 (recordings are private).
 //
 // A failed write (disk full, I/O error) is logged once; from then on nothing more
-// is written and the file keeps what it held.
+// is written and the file keeps what it held. Its reason is kept for failure(),
+// which the owner polls: nothing is signalled from the writer thread.
 //
 // Thread contract: open(), close() and the destructor on the owner's thread;
 // push() and setDropping() from any thread (push() only copies and queues); the
@@ -58,6 +60,8 @@ public:
     [[nodiscard]] quint64 framesWritten() const { return m_framesWritten.load(); }
     [[nodiscard]] quint64 framesDropped() const { return m_framesDropped.load(); }
     [[nodiscard]] bool failed() const { return m_failed.load(); }
+    // Why writing stopped, once it has (any thread).
+    [[nodiscard]] std::optional<WriteFailure> failure() const;
 
 private:
     struct Block
@@ -85,6 +89,8 @@ private:
 
     std::atomic<bool> m_dropping { false };
     std::atomic<bool> m_failed { false };
+    // The errno of the failed write; stored before m_failed is set.
+    std::atomic<int> m_failureErrno { 0 };
     std::atomic<quint64> m_framesWritten { 0 };
     std::atomic<quint64> m_framesDropped { 0 };
 };

@@ -139,14 +139,15 @@ void DualRecorder::cancel()
 {
     qCDebug(lcDualRecorder, "cancel()");
     // Deliberately honoured only when not running: discarding a running recording
-    // deletes nothing here, the engines go with the recorder. During stop() the mixer
-    // reads the files, so a discard then must not delete them.
+    // deletes nothing here (the flow closes it first). During stop() the mixer reads
+    // the files, so a discard then must not delete them.
     if (m_state == State::recording || m_state == State::stopping)
         return;
     if (m_systemRecorder)
         m_systemRecorder->cancel();
     if (m_micRecorder)
         m_micRecorder->cancel();
+    QFile::remove(m_finalMixedPath);
     m_state = State::ended;
     qCDebug(lcDualRecorder, "Dual recording cancelled");
 }
@@ -154,15 +155,12 @@ void DualRecorder::cancel()
 QCoro::Task<> DualRecorder::stop()
 {
     qCDebug(lcDualRecorder, "stop()");
-    if (m_state != State::recording && m_state != State::paused)
+    if (m_state != State::recording && m_state != State::paused && m_state != State::closed)
         co_return;
-    // Both close their files before the mix reads them; a paused engine closes without
-    // taking anything in.
-    if (m_systemRecorder)
-        m_systemRecorder->stop();
-    if (m_micRecorder)
-        m_micRecorder->stop();
+    // Both close their files before the mix reads them.
+    close();
     m_state = State::stopping;
+    m_mixFailure.reset();
     qCDebug(lcDualRecorder, "Dual recording stopped, starting mixing...");
 
     // Nothing after the await touches the recorder unless it is still there: its owner
@@ -170,23 +168,53 @@ QCoro::Task<> DualRecorder::stop()
     QPointer<DualRecorder> self(this);
     const QString output = m_finalMixedPath;
     const QStringList intermediate { m_systemAudioPath, m_microphonePath };
+    std::optional<QString> failure;
     try {
         co_await mixAudioFiles();
         qCDebug(lcDualRecorder, "Audio mixing completed successfully");
     } catch (const DualRecorderError &error) {
-        qCCritical(lcDualRecorder, "Audio mixing failed: %s", qPrintable(error.description()));
+        failure = error.description();
     } catch (const std::exception &error) {
         // Anything else (memory running out) is a failed mix too: stop() never throws.
-        qCCritical(lcDualRecorder, "Audio mixing failed: %s", error.what());
+        failure = QString::fromUtf8(error.what());
     }
+    if (failure)
+        qCCritical(lcDualRecorder, "Audio mixing failed: %s", qPrintable(*failure));
     qCDebug(lcDualRecorder, "Stop completed, file ready at: %s", qPrintable(output));
-    if (self)
-        self->m_state = State::ended;
+    // A failed mix leaves the recorder closed, its two files kept for the next stop().
+    if (self) {
+        self->m_state = failure ? State::closed : State::ended;
+        self->m_mixFailure = failure;
+    }
     // A retry sends the mixed file, so the two captures would only pile up in the folder.
-    if (QFileInfo(output).size() > 0) {
+    if (!failure && QFileInfo(output).size() > 0) {
         for (const QString &path : intermediate)
             QFile::remove(path);
     }
+}
+
+void DualRecorder::close()
+{
+    if (m_state != State::recording && m_state != State::paused)
+        return;
+    // A paused engine closes without taking anything in.
+    if (m_systemRecorder)
+        m_systemRecorder->stop();
+    if (m_micRecorder)
+        m_micRecorder->stop();
+    m_state = State::closed;
+}
+
+std::optional<WriteFailure> DualRecorder::writeFailure() const
+{
+    for (const SourceRecorder *recorder : { static_cast<const SourceRecorder *>(m_systemRecorder.get()),
+             static_cast<const SourceRecorder *>(m_micRecorder.get()) }) {
+        if (recorder) {
+            if (auto failure = recorder->writeFailure())
+                return failure;
+        }
+    }
+    return std::nullopt;
 }
 
 QCoro::Task<> DualRecorder::mixAudioFiles()

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "audio/MicRecorder.h"
 #include "recording/RecordingCapture.h"
 
 #include <QObject>
@@ -12,7 +13,6 @@
 
 class AlertSound;
 class QDir;
-class MicRecorder;
 class SoundServer;
 class SystemRecorder;
 
@@ -26,6 +26,10 @@ class SystemRecorder;
 // STAMP_system.wav, STAMP_microphone.wav and STAMP_mixed.m4a. The folder is the
 // caller's: this class never creates or deletes it.
 //
+// A recording that cannot go on (a writer failed, the application quits) is close()d:
+// both files end with what they hold and stay; a later stop() mixes them. A mix that
+// fails keeps the two files too, and the next stop() mixes again.
+//
 // Thread contract: every member on the main thread. stop() does its mixing on the
 // mixer's own worker thread and never blocks the main thread; the alert sound plays on
 // Qt's global thread pool.
@@ -34,6 +38,11 @@ class DualRecorder final : public QObject, public RecordingCapture
     Q_OBJECT
 
 public:
+    // What one second of recording takes on disk: 48 kHz stereo float system audio
+    // and 48 kHz mono 16-bit microphone.
+    static constexpr qint64 bytesPerSecond
+        = 48000 * 2 * 4 + qint64 { MicRecorder::sampleRate } * MicRecorder::channels * 2;
+
     // `server` must outlive the recorder. Touches no file.
     DualRecorder(const QString &baseDir, SoundServer &server, std::shared_ptr<AlertSound> alertSound,
         QObject *parent = nullptr);
@@ -62,16 +71,22 @@ public:
     // Looks at "recording" only: on a stopped or never-started recorder it claims to
     // record although no engine runs. The session never does that.
     void resume() override;
-    // Only when paused or not started: both files deleted. Does nothing while recording,
-    // and nothing while stop() runs (the mixer is reading the files).
+    // Only when not running: every file of the recording deleted (the two captures and
+    // the mix). Does nothing while recording, and nothing while stop() runs (the mixer
+    // is reading the files).
     void cancel() override;
-    // From recording or paused: stops both engines (a paused one keeps its pause out of
-    // the files) and mixes. Never throws; the mixed file exists afterwards if and only
-    // if mixing succeeded, and then the two intermediate files are deleted.
+    // From recording, paused or closed: stops both engines (a paused one keeps its pause
+    // out of the files) and mixes. Never throws; the mixed file exists afterwards if and
+    // only if mixing succeeded, and then the two intermediate files are deleted. After a
+    // failed mix the recorder is closed again, mixFailure() says why.
     [[nodiscard]] QCoro::Task<> stop() override;
+    // From recording or paused: both engines stopped, both files closed, nothing mixed.
+    void close() override;
+    [[nodiscard]] std::optional<WriteFailure> writeFailure() const override;
+    [[nodiscard]] std::optional<QString> mixFailure() const override { return m_mixFailure; }
 
 private:
-    enum class State { idle, recording, paused, stopping, ended };
+    enum class State { idle, recording, paused, closed, stopping, ended };
 
     DualRecorder(const QDir &dir, const QString &stamp, SoundServer &server,
         std::shared_ptr<AlertSound> alertSound, QObject *parent);
@@ -83,6 +98,7 @@ private:
     const QString m_finalMixedPath;
     State m_state = State::idle;
     QString m_logs;
+    std::optional<QString> m_mixFailure;
     SoundServer &m_server;
     const std::shared_ptr<AlertSound> m_alertSound;
     std::unique_ptr<SystemRecorder> m_systemRecorder;

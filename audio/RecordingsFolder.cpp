@@ -34,7 +34,10 @@ std::optional<QString> makePrivate(const QString &path)
 
 QString RecordingsFolder::defaultPath()
 {
-    return QDir::tempPath() + QStringLiteral("/selvaro-%1/Recordings").arg(::getuid());
+    QString state = qEnvironmentVariable("XDG_STATE_HOME");
+    if (!QDir::isAbsolutePath(state))
+        state = QDir::homePath() + QStringLiteral("/.local/state");
+    return state + QStringLiteral("/selvaro-recorder/Recordings");
 }
 
 std::optional<QString> RecordingsFolder::create(const QString &path)
@@ -42,7 +45,7 @@ std::optional<QString> RecordingsFolder::create(const QString &path)
     const QString parent = QFileInfo(path).absolutePath();
     if (!QDir().mkpath(parent))
         return QStringLiteral("Cannot create %1").arg(parent);
-    // The folder this class names for us sits in a per-user parent; that one must
+    // The folder this class names for us sits in a parent of our own; that one must
     // be private too, or anyone could swap the Recordings folder underneath.
     if (QFileInfo(parent).fileName().startsWith(QLatin1String("selvaro-"))) {
         if (auto error = makePrivate(parent))

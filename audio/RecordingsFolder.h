@@ -5,12 +5,13 @@
 #include <optional>
 
 // The private folder that holds the recordings: "Recordings" under the user's own
-// temporary location, never a folder other users can read or plant files in.
+// state folder, on disk and kept across reboots (an unsent recording must survive
+// them), never a folder other users can read or plant files in.
 class RecordingsFolder
 {
 public:
-    // "$TMPDIR/selvaro-<uid>/Recordings" (TMPDIR defaults to /tmp). The per-user
-    // parent keeps a shared /tmp from handing us a folder someone else made.
+    // "$XDG_STATE_HOME/selvaro-recorder/Recordings" (XDG_STATE_HOME defaults to
+    // ~/.local/state; a relative one is ignored, as the base directory rules say).
     [[nodiscard]] static QString defaultPath();
 
     // Creates `path` (and missing parents) as mode 0700, or tightens an existing

@@ -1,6 +1,7 @@
 #include "audio/SourceRecorder.h"
 
 #include <QFile>
+#include <QFileInfo>
 
 SourceRecorder::SourceRecorder(QString filePath, const Profile &profile)
     : m_filePath(std::move(filePath))
@@ -111,6 +112,16 @@ void SourceRecorder::cancel()
     }
     m_state = State::closed;
     qCDebug(m_profile.category).noquote() << m_profile.subject << "cancelled";
+}
+
+std::optional<WriteFailure> SourceRecorder::writeFailure() const
+{
+    if (auto failure = m_file.failure())
+        return failure;
+    // Writing to a removed file goes on without an error: it is the disk that says so.
+    if (isOpen() && !QFileInfo::exists(m_filePath))
+        return WriteFailure::fileRemoved;
+    return std::nullopt;
 }
 
 SourceRecorder::Statistics SourceRecorder::statistics() const

@@ -53,6 +53,10 @@ public:
     // As stop(), then deletes the file this recorder made.
     void cancel();
 
+    // Why this recorder's file stopped taking audio, if it did: the writer's failure,
+    // or the file gone from the disk while open. Polled on the owner's thread.
+    [[nodiscard]] std::optional<WriteFailure> writeFailure() const;
+
     // The counts so far; after stop() the final ones.
     [[nodiscard]] Statistics statistics() const;
 

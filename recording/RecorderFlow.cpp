@@ -1,12 +1,19 @@
 #include "recording/RecorderFlow.h"
 
 #include "account/SessionStore.h"
+#include "audio/DualRecorder.h"
+#include "audio/KeptRecording.h"
 #include "audio/RecordingsFolder.h"
 #include "common/Logging.h"
 #include "common/Observable.h"
 #include "common/SystemClock.h"
+#include "recording/UnsentRecordings.h"
 
+#include <QFile>
+#include <QFileInfo>
+#include <QLocale>
 #include <QNetworkAccessManager>
+#include <QStorageInfo>
 
 #include <cmath>
 
@@ -37,6 +44,46 @@ double secondsBetween(std::chrono::steady_clock::time_point from, std::chrono::s
     return std::chrono::duration<double>(to - from).count();
 }
 
+// The recorder screen's clock: "mm:ss", from one hour on "h:mm:ss".
+QString clockText(double seconds)
+{
+    const qint64 t = wholeSeconds(seconds);
+    if (t >= 3600)
+        return QString::asprintf("%lld:%02lld:%02lld", t / 3600, (t / 60) % 60, t % 60);
+    return QString::asprintf("%02lld:%02lld", t / 60, t % 60);
+}
+
+// The time of day a recording started, with its date when that was not today.
+QString startText(const QDateTime &startedAt)
+{
+    const QDateTime local = startedAt.toLocalTime();
+    if (local.date() == QDate::currentDate())
+        return local.toString(QStringLiteral("HH:mm"));
+    return QLocale().toString(local, QLocale::ShortFormat);
+}
+
+// Where a recording got, in its sidecar; a sidecar that cannot be written is logged,
+// the recording goes on (its files can still say how long it is).
+void writeSidecar(const RecordingCapture &capture, const QDateTime &startedAt, double seconds,
+    RecordingSidecar::Stage stage)
+{
+    const QString mixed = capture.finalMixedPath();
+    const RecordingSidecar sidecar { RecordingSidecar::stampOf(mixed), startedAt, seconds, stage };
+    if (auto error = sidecar.write(RecordingSidecar::pathBeside(mixed)))
+        qCWarning(lcRecorder, "sidecar: %s", qUtf8Printable(*error));
+}
+
+void removeSidecar(const RecordingCapture &capture)
+{
+    QFile::remove(RecordingSidecar::pathBeside(capture.finalMixedPath()));
+}
+
+std::optional<qint64> freeSpaceOf(const QString &folder)
+{
+    const QStorageInfo storage(folder);
+    return storage.isValid() ? std::optional(storage.bytesAvailable()) : std::nullopt;
+}
+
 } // namespace
 
 RecorderFlow::RecorderFlow(SelvaroAPI api, SessionStore &store, Platform platform, QObject *parent)
@@ -48,6 +95,8 @@ RecorderFlow::RecorderFlow(SelvaroAPI api, SessionStore &store, Platform platfor
         m_platform.clock = std::make_shared<SystemClock>();
     if (m_platform.recordingsFolder.isEmpty())
         m_platform.recordingsFolder = RecordingsFolder::defaultPath();
+    if (!m_platform.freeSpace)
+        m_platform.freeSpace = freeSpaceOf;
     // The probes answer some time after they were asked (at construction, on
     // activation, after a request), so the flow follows their changes rather than
     // only reading them when told to.
@@ -60,8 +109,11 @@ RecorderFlow::RecorderFlow(SelvaroAPI api, SessionStore &store, Platform platfor
 }
 
 // Running tasks are not stopped here: each holds the flow through a QPointer and
-// ends at its next step.
-RecorderFlow::~RecorderFlow() = default;
+// ends at its next step. A running recording is closed, to be offered at the next start.
+RecorderFlow::~RecorderFlow()
+{
+    closeForExit();
+}
 
 std::unique_ptr<RecorderFlow> RecorderFlow::preview(
     const State &state, double elapsed, Permission microphone, Permission systemAudio)
@@ -176,6 +228,15 @@ void RecorderFlow::record()
     const QString folder = m_platform.recordingsFolder;
     std::shared_ptr<RecordingCapture> capture;
     std::optional<QString> error = RecordingsFolder::create(folder);
+    const qint64 room = std::chrono::seconds(roomToStart).count() * DualRecorder::bytesPerSecond;
+    const std::optional<qint64> free = error ? std::nullopt : m_platform.freeSpace(folder);
+    if (free && *free < room) {
+        qCCritical(lcRecorder, "start: %lld bytes free, %lld needed", static_cast<long long>(*free),
+            static_cast<long long>(room));
+        setState(State::failed(tr("There is not enough free disk space to record: ten minutes need %1 MB.")
+                                   .arg(room / 1000000)));
+        return;
+    }
     if (!error) {
         capture = m_platform.makeCapture ? m_platform.makeCapture(folder) : nullptr;
         error = capture ? capture->start() : std::optional<QString>(QStringLiteral("no capture available"));
@@ -190,6 +251,7 @@ void RecorderFlow::record()
     }
 
     setRecording(std::move(capture), m_platform.clock->now());
+    writeSidecar(*m_capture, *m_startedAt, 0, RecordingSidecar::Stage::recording);
     m_segmentStart = m_platform.clock->monotonicNow();
     setElapsed(0);
     setState(State::recording());
@@ -220,15 +282,121 @@ void RecorderFlow::discard()
     if (m_frozenForPreview)
         return;
     cancelTicker();
-    // Without pausing first: the capture ignores a cancel while it runs, so a running
-    // recording's intermediate files stay. A send under way is deliberately not
-    // cancelled either; it keeps its own reference to the capture.
-    if (m_capture)
+    // A running capture ignores a cancel: it is closed first, so nothing of it stays. A
+    // send under way is deliberately not cancelled; it keeps its own reference to the
+    // capture, and what it leaves is offered again.
+    if (m_capture && !m_state.is(State::Kind::saving)) {
+        if (m_isLive)
+            m_capture->close();
         m_capture->cancel();
+        removeSidecar(*m_capture);
+    }
     setRecording(nullptr, std::nullopt);
     m_segmentStart.reset();
     setElapsed(0);
     setState(State::idle());
+}
+
+void RecorderFlow::checkCapture()
+{
+    if (!m_isLive || !m_capture)
+        return;
+    const std::optional<WriteFailure> failure = m_capture->writeFailure();
+    if (!failure)
+        return;
+    closeSegment();
+    cancelTicker();
+    m_capture->close();
+    const QString at = clockText(m_elapsed);
+    qCCritical(lcRecorder, "recording stopped at %s: a file stopped taking audio (%d)", qUtf8Printable(at),
+        static_cast<int>(*failure));
+    if (*failure == WriteFailure::fileRemoved) {
+        // Its files went with the folder: nothing is left to send.
+        setRecording(nullptr, std::nullopt);
+        setState(State::failed(
+            tr("The recordings folder was removed. The recording stopped at %1 and could not be kept.")
+                .arg(at)));
+        return;
+    }
+    writeSidecar(*m_capture, *m_startedAt, m_elapsed, RecordingSidecar::Stage::recorded);
+    switch (*failure) {
+    case WriteFailure::diskFull:
+        setState(State::failed(
+            tr("The disk is full. The recording stopped at %1; what was recorded can still be sent.")
+                .arg(at)));
+        break;
+    case WriteFailure::fileTooLarge:
+        setState(State::failed(tr("The recording reached the largest file the disk allows. The recording "
+                                  "stopped at %1; what was recorded can still be sent.")
+                                   .arg(at)));
+        break;
+    default:
+        setState(State::failed(tr("The disk could not be written. The recording stopped at %1; what was "
+                                  "recorded can still be sent.")
+                                   .arg(at)));
+        break;
+    }
+}
+
+void RecorderFlow::closeForExit()
+{
+    if (!m_isLive || !m_capture || !m_startedAt)
+        return;
+    if (m_ticker)
+        m_ticker->cancelled = true;
+    m_capture->close();
+    writeSidecar(*m_capture, *m_startedAt, runningElapsed(), RecordingSidecar::Stage::recorded);
+}
+
+// --- recordings kept in the folder -------------------------------------------
+
+void RecorderFlow::offerUnsent()
+{
+    if (m_frozenForPreview || m_offering || m_capture || m_isLive || m_state.is(State::Kind::saving))
+        return;
+    m_offering = true;
+    recover(this);
+}
+
+QCoro::Task<> RecorderFlow::recover(QPointer<RecorderFlow> self)
+{
+    const QList<UnsentRecordings::Recording> unsent = UnsentRecordings::in(self->m_platform.recordingsFolder);
+    if (unsent.isEmpty()) {
+        self->m_offering = false;
+        co_return;
+    }
+    const UnsentRecordings::Recording oldest = unsent.first();
+    auto kept = std::make_shared<KeptRecording>(self->m_platform.recordingsFolder, oldest.stamp);
+    if (kept->hasCaptures()) {
+        qCInfo(lcRecorder, "mixing the recording %s left unsent", qUtf8Printable(oldest.stamp));
+        QCoro::Task<> mixing = kept->stop();
+        co_await std::move(mixing);
+        if (!self)
+            co_return;
+        if (!kept->mixFailure())
+            writeSidecar(*kept, oldest.startedAt, oldest.recordedSeconds, RecordingSidecar::Stage::mixed);
+    }
+    self->m_offering = false;
+    // A recording started (or one offered) meanwhile comes first; this one waits.
+    if (self->m_capture || self->m_isLive || self->m_state.is(State::Kind::saving))
+        co_return;
+    self->setRecording(std::move(kept), oldest.startedAt);
+    self->setElapsed(oldest.recordedSeconds);
+    self->setDisplayedElapsed(oldest.recordedSeconds);
+    const qint64 minutes = std::max<qint64>(1, std::llround(oldest.recordedSeconds / 60));
+    self->setState(State::failed(
+        tr("A recording from %1 (%2 min) was not sent.").arg(startText(oldest.startedAt)).arg(minutes)));
+}
+
+bool RecorderFlow::hasUnsentRecordings() const
+{
+    return m_capture || !UnsentRecordings::in(m_platform.recordingsFolder).isEmpty();
+}
+
+void RecorderFlow::deleteAllRecordings()
+{
+    discard();
+    UnsentRecordings::removeAll(m_platform.recordingsFolder);
 }
 
 // --- the display clock -------------------------------------------------------
@@ -261,6 +429,7 @@ QCoro::Task<> RecorderFlow::runTicker(
         if (ticker->cancelled || !self)
             co_return;
         self->setDisplayedElapsed(self->runningElapsed());
+        self->checkCapture();
     }
 }
 
@@ -329,6 +498,7 @@ void RecorderFlow::save()
     closeSegment();
     cancelTicker();
     const qint64 duration = wholeSeconds(m_elapsed);
+    writeSidecar(*m_capture, *m_startedAt, m_elapsed, RecordingSidecar::Stage::recorded);
     setState(State::saving(tr("Finishing the recording…")));
     finishAndSend(this, m_capture, *m_startedAt, duration);
 }
@@ -337,8 +507,14 @@ void RecorderFlow::retrySend()
 {
     if (m_frozenForPreview || !m_canRetrySend)
         return;
-    // The mixed file of the first attempt is sent as it is; nothing is stopped or
-    // mixed again. The send moves the state on before it first waits.
+    // A mixed file is sent as it is. Without one (a recording stopped by a failure, a
+    // failed mix, one left by an earlier run) the captures are mixed first. Either
+    // moves the state on before it first waits.
+    if (!QFileInfo::exists(m_capture->finalMixedPath())) {
+        setState(State::saving(tr("Finishing the recording…")));
+        finishAndSend(this, m_capture, *m_startedAt, wholeSeconds(m_elapsed));
+        return;
+    }
     send(this, m_capture, *m_startedAt, wholeSeconds(m_elapsed));
 }
 
@@ -356,6 +532,13 @@ QCoro::Task<> RecorderFlow::finishAndSend(QPointer<RecorderFlow> self,
     co_await std::move(stopping);
     if (!self)
         co_return;
+    // A failed mix keeps the captures: "Send again" mixes again.
+    if (const std::optional<QString> failure = capture->mixFailure()) {
+        if (self->ownsOutcomeOf(capture))
+            self->setState(State::failed(tr("Sending failed: %1").arg(*failure)));
+        co_return;
+    }
+    writeSidecar(*capture, startedAt, static_cast<double>(duration), RecordingSidecar::Stage::mixed);
     QCoro::Task<> sending = send(self, std::move(capture), std::move(startedAt), duration);
     co_await std::move(sending);
 }
@@ -374,13 +557,22 @@ QCoro::Task<> RecorderFlow::send(QPointer<RecorderFlow> self, std::shared_ptr<Re
     QCoro::Task<std::optional<SendPipeline::Outcome>> sending = self->m_sendPipeline.send(
         capture->finalMixedPath(), std::move(startedAt), duration, self.data(), report);
     const std::optional<SendPipeline::Outcome> outcome = co_await std::move(sending);
+    const bool sent = outcome && outcome->state.is(State::Kind::sent);
+    // A sent or empty recording is done with, whoever owns the screen now.
+    if (outcome && outcome->spent) {
+        if (!sent)
+            capture->cancel();
+        removeSidecar(*capture);
+    }
     if (!outcome || !self || !self->ownsOutcomeOf(capture))
         co_return;
     if (outcome->spent)
         self->setRecording(nullptr, std::nullopt);
-    if (outcome->state.is(State::Kind::sent)) {
+    if (sent) {
         self->setElapsed(0);
         self->setDisplayedElapsed(0);
     }
     self->setState(outcome->state);
+    if (sent)
+        self->offerUnsent();
 }

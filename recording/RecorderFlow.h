@@ -2,6 +2,7 @@
 
 #include "recording/RecorderPlatform.h"
 #include "recording/RecorderState.h"
+#include "recording/RecordingSidecar.h"
 #include "recording/SendPipeline.h"
 #include "service/SelvaroAPI.h"
 
@@ -34,13 +35,19 @@ class SessionStore;
 // the permissions; they are brought up to date before the change of their source is
 // announced, so whoever observes the source reads them current.
 //
+// A recording is never lost by anything but discard(): a file that stops taking audio
+// stops the recording (failed, its part kept for "Send again"), a failed mix keeps the
+// captures ("Send again" mixes again), and what a quit, a crash or a failed send left
+// in the folder is offered again by offerUnsent(), oldest first, one after the other.
+// Each recording's sidecar (RecordingSidecar) says how far it got.
+//
 // Deliberate behaviours that look odd:
 // - discard() does not cancel a send under way: the state goes to idle at once and
-//   the send later overwrites it with its own outcome.
-// - discard() while recording does not pause first, and the capture ignores a cancel
-//   while it runs, so the intermediate files of a running recording stay in the folder.
+//   the send later overwrites it with its own outcome; what the send leaves stays in
+//   the folder, to be offered again.
 // - a record() that fails to start after a failed send keeps the earlier recording,
-//   so "Send again" still sends it.
+//   so "Send again" still sends it. A record() that starts lets it go from the screen
+//   but not from the folder: it is offered again once the new one is sent.
 //
 // Thread contract: main thread only. The tasks it starts (ticker, permission poll,
 // send) resume on the main thread and hold the flow through a QPointer, so the flow
@@ -66,6 +73,8 @@ public:
     static constexpr std::chrono::milliseconds tickInterval { 500 };
     static constexpr std::chrono::milliseconds permissionPollInterval { 1000 };
     static constexpr int permissionPollAttempts = 10;
+    // A recording starts only with room for this much of it.
+    static constexpr std::chrono::minutes roomToStart { 10 };
 
     // `store` must outlive the flow; so must `api`'s network manager. Reads the
     // permissions once.
@@ -110,6 +119,17 @@ public:
     // Sends the kept recording again; only when canRetrySend.
     void retrySend();
 
+    // Offers the oldest recording the folder keeps unsent, mixing it first when its
+    // captures are still there, as failed with "Send again"; only when no recording is
+    // kept or under way. The application calls it once a session is loaded; a send that
+    // succeeds calls it for the next one.
+    void offerUnsent();
+    // Whether forgetting the folder would lose a recording: one kept, under way, or
+    // left in the folder.
+    [[nodiscard]] bool hasUnsentRecordings() const;
+    // Discards the current recording and deletes every recording in the folder.
+    void deleteAllRecordings();
+
     // Reads both permissions again (nothing in a preview).
     void refreshPermissions();
     // Probes both sources again, for a change made while the application was in
@@ -149,6 +169,11 @@ private:
     [[nodiscard]] double runningElapsed() const;
     // Closes the running segment into elapsed.
     void closeSegment();
+    // Stops a recording whose file stopped taking audio; called by the ticker.
+    void checkCapture();
+    // A running recording's files closed and its sidecar at "recorded", on the way out.
+    void closeForExit();
+    static QCoro::Task<> recover(QPointer<RecorderFlow> self);
     void startTicker();
     void cancelTicker();
     static QCoro::Task<> runTicker(
@@ -184,4 +209,5 @@ private:
     std::optional<QDateTime> m_startedAt;
     std::optional<std::chrono::steady_clock::time_point> m_segmentStart;
     std::shared_ptr<Ticker> m_ticker;
+    bool m_offering = false;
 };

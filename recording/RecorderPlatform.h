@@ -7,19 +7,22 @@
 
 #include <QString>
 
+#include <functional>
 #include <memory>
+#include <optional>
 
 class AlertSound;
 class SoundServer;
 
 // Everything platform-bound the recorder flow uses, handed to it whole in its
 // constructor: how a recording's capture is made, the two permissions, the clock, the
-// folder the recordings go into and what keeps the computer awake while recording. The
-// flow takes ownership of all of it.
+// folder the recordings go into, the free space there and what keeps the computer awake
+// while recording. The flow takes ownership of all of it.
 //
 // A member left empty is simply absent: no factory means a record() that fails to
 // start, no permission reads as `unknown`, no clock is real time, an empty folder is
-// RecordingsFolder::defaultPath(), no inhibitor lets the computer sleep.
+// RecordingsFolder::defaultPath(), no free-space reader is the file system's answer, no
+// inhibitor lets the computer sleep.
 struct RecorderPlatform
 {
     // Kept alive for the permissions, which probe it until they are destroyed; the
@@ -31,6 +34,8 @@ struct RecorderPlatform
     std::shared_ptr<Clock> clock;
     QString recordingsFolder;
     std::unique_ptr<SleepInhibitor> sleepInhibitor;
+    // Bytes free for the user on the file system of `folder`; nothing when unknown.
+    std::function<std::optional<qint64>(const QString &folder)> freeSpace;
 
     // The application's platform: a DualRecorder on `server` per recording (playing
     // `alertSound` at each start), the microphone and system-audio permissions probed

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "audio/WriteFailure.h"
+
 #include <QString>
 
 #include <qcoro/qcorotask.h>
@@ -27,13 +29,21 @@ public:
     [[nodiscard]] virtual std::optional<QString> start() = 0;
     virtual void pause() = 0;
     virtual void resume() = 0;
-    // Deletes the intermediate files, but only when the capture is not running
-    // (the dual recorder's rule, which a discard while recording relies on).
+    // Deletes every file of the recording, but only when the capture is not running
+    // and not mixing (the dual recorder's rule: a discard closes a running one first).
     virtual void cancel() = 0;
-    // Ends the capture, running or paused (the paused span stays out), and leaves the
-    // mixed file at finalMixedPath(), or nothing there when mixing failed. Never throws.
+    // Ends the capture, running, paused or closed (the paused span stays out), and
+    // leaves the mixed file at finalMixedPath(), or nothing there when mixing failed
+    // (mixFailure() then says why, and the next stop() mixes again). Never throws.
     [[nodiscard]] virtual QCoro::Task<> stop() = 0;
+    // Running or paused: ends the capture and closes its files with what they hold,
+    // without mixing; a later stop() mixes them.
+    virtual void close() = 0;
     [[nodiscard]] virtual QString finalMixedPath() const = 0;
+    // Why the capture's files stopped taking audio, if they did; polled while it runs.
+    [[nodiscard]] virtual std::optional<WriteFailure> writeFailure() const = 0;
+    // The mixer's error when the last stop() could not mix.
+    [[nodiscard]] virtual std::optional<QString> mixFailure() const = 0;
 };
 
 // Makes the capture of a new recording whose files go into `folder`.

@@ -107,7 +107,7 @@ QCoro::Task<std::optional<SendPipeline::Outcome>> SendPipeline::run(SendPipeline
         co_return Outcome { RecorderState::failed(tr("Sending failed: %1").arg(*otherError)), false };
     }
 
-    // A file that cannot be removed is left for the temporary folder's cleaning.
+    // A file that cannot be removed stays in the folder.
     QFile::remove(file);
     co_return Outcome { RecorderState::sent(), true };
 }

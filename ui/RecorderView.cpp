@@ -328,6 +328,9 @@ void RecorderView::confirmUnlink()
     m_confirmation->setAttribute(Qt::WA_DeleteOnClose);
     m_confirmation->setIcon(QMessageBox::NoIcon);
     m_confirmation->setText(tr("Unlink this Mac?"));
+    // Unlinking deletes them: the user is told, in one line.
+    if (m_flow && m_flow->hasUnsentRecordings())
+        m_confirmation->setInformativeText(tr("Recordings that were not sent are deleted."));
     QPushButton *unlink = m_confirmation->addButton(tr("Unlink this Mac"), QMessageBox::DestructiveRole);
     unlink->setObjectName(QStringLiteral("confirmUnlinkButton"));
     m_confirmation->setDefaultButton(m_confirmation->addButton(QMessageBox::Cancel));

@@ -3,9 +3,11 @@
 // one place above the audio layer where the recorded tones are checked.
 #include "account/Keychain.h"
 #include "account/PairingFlow.h"
+#include "account/SessionStore.h"
 #include "app/Appearance.h"
 #include "app/ContentView.h"
 #include "app/SelvaroRecorderApp.h"
+#include "audio/RecordingsFolder.h"
 #include "recording/RecorderFlow.h"
 #include "support/DevService.h"
 #include "support/MixerAnalysis.h"
@@ -15,6 +17,8 @@
 #include "ui/RecorderView.h"
 
 #include <QAbstractButton>
+#include <QElapsedTimer>
+#include <QProcess>
 #include <QTemporaryFile>
 #include <QTest>
 
@@ -44,6 +48,35 @@ double toneOf(const std::vector<float> &channel)
 {
     return ToneAnalysis::dominantFrequency(
         std::span<const float>(channel).subspan(14400, channel.size() - 19200), 48000);
+}
+
+// The note the service holds at `index`, decoded.
+MixerAnalysis::Decoded noteAudio(DevService &dev, int index)
+{
+    QTemporaryFile file;
+    if (!file.open()
+        || file.write(dev.download(dev.notes()[index][QStringLiteral("recordingKey")].toString())) < 1)
+        return {};
+    file.close();
+    return MixerAnalysis::decode(file.fileName());
+}
+
+// A session the service made directly, saved in the keyring unless one is there.
+void saveSession(DevService &dev)
+{
+    SessionStore store(SessionStore::Load::fromKeychain);
+    QCoro::waitFor(store.waitUntilLoaded());
+    if (!store.isLinked())
+        QCoro::waitFor(store.save(*SessionPayload::fromJson(dev.createSession(false))));
+}
+
+// The application, linked.
+std::unique_ptr<SelvaroRecorderApp> linkedApp(DevService &dev)
+{
+    saveSession(dev);
+    auto app = std::make_unique<SelvaroRecorderApp>(dev.baseUrl());
+    app->show();
+    return app;
 }
 
 } // namespace
@@ -83,13 +116,8 @@ private Q_SLOTS:
         QTRY_COMPARE_WITH_TIMEOUT(app.model().recorder().state(), RecorderFlow::State::sent(), 30000);
 
         // The note holds the system audio on the left and the microphone on the right.
-        const QJsonArray notes = dev.notes();
-        QCOMPARE(notes.size(), 1);
-        QTemporaryFile file;
-        QVERIFY(file.open()
-            && file.write(dev.download(notes.first()[QStringLiteral("recordingKey")].toString())) > 0);
-        file.close();
-        const MixerAnalysis::Decoded note = MixerAnalysis::decode(file.fileName());
+        QCOMPARE(dev.notes().size(), 1);
+        const MixerAnalysis::Decoded note = noteAudio(dev, 0);
         QCOMPARE(note.error, QString());
         QVERIFY(std::abs(toneOf(note.left) - 440) <= 2 && std::abs(toneOf(note.right) - 1000) <= 2);
 
@@ -99,6 +127,64 @@ private Q_SLOTS:
         QVERIFY(click(screen->unlinkConfirmation(), QStringLiteral("Unlink this computer")));
         QTRY_COMPARE(content.currentScreen(), static_cast<QWidget *>(content.pairingView()));
         QVERIFY(!QCoro::waitFor(Keychain::read(QLatin1String(Keychain::sessionAccount))));
+    }
+
+    // The child process of the next test: the application, recording until it is killed.
+    void recordUntilKilled()
+    {
+        if (!qEnvironmentVariableIsSet("SELVARO_RECORD_UNTIL_KILLED"))
+            QSKIP("runs only as the child of keepsAKilledRecording");
+        DevService dev;
+        const auto app = linkedApp(dev);
+        QTRY_VERIFY_WITH_TIMEOUT(button(app->content().recorderView(), QStringLiteral("Record")), 10000);
+        QVERIFY(click(app->content().recorderView(), QStringLiteral("Record")));
+        QTest::qWait(60000);
+    }
+
+    // A recording killed with SIGKILL is offered at the next start, mixed from its two
+    // files and sent, and nothing of it stays.
+    void keepsAKilledRecording()
+    {
+        DevService dev;
+        TonePlayer speakers(440);
+        TonePlayer microphone(1000, "micfeed");
+        dev.reset();
+        saveSession(dev);
+        QProcess child;
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(QStringLiteral("SELVARO_RECORD_UNTIL_KILLED"), QStringLiteral("1"));
+        child.setProcessEnvironment(environment);
+        child.start(QCoreApplication::applicationFilePath(), { QStringLiteral("recordUntilKilled") });
+        // Timed from the moment both files hold audio: the fixture's monitors take about a
+        // second to deliver their first block.
+        const auto capturing = [folder = QDir(RecordingsFolder::defaultPath())] {
+            const QFileInfoList files = folder.entryInfoList({ QStringLiteral("*.wav") });
+            return files.size() == 2 && files[0].size() > 4096 && files[1].size() > 4096;
+        };
+        QTRY_VERIFY_WITH_TIMEOUT(capturing(), 20000);
+        QElapsedTimer recorded;
+        recorded.start();
+        QTest::qWait(3000);
+        child.kill();
+        QVERIFY(child.waitForFinished());
+        const double killedAt = recorded.elapsed() / 1000.0;
+
+        auto app = linkedApp(dev);
+        const RecorderFlow &flow = app->model().recorder();
+        QTRY_VERIFY_WITH_TIMEOUT(flow.canRetrySend(), 20000);
+        QVERIFY(flow.state().text().endsWith(QStringLiteral("(1 min) was not sent.")));
+        QVERIFY(click(app->content().recorderView(), QStringLiteral("Send again")));
+        QTRY_COMPARE_WITH_TIMEOUT(flow.state(), RecorderFlow::State::sent(), 30000);
+        const MixerAnalysis::Decoded killed = noteAudio(dev, 0);
+        QVERIFY2(killed.duration > killedAt - 1,
+            qPrintable(QStringLiteral("%1 s of %2 s").arg(killed.duration).arg(killedAt)));
+        const auto lastSecond = [](const std::vector<float> &channel) {
+            return ToneAnalysis::dominantFrequency(std::span(channel).last(48000).first(43200), 48000);
+        };
+        QVERIFY(
+            std::abs(lastSecond(killed.left) - 440) <= 2 && std::abs(lastSecond(killed.right) - 1000) <= 2);
+
+        QCOMPARE(QDir(RecordingsFolder::defaultPath()).entryList(QDir::Files), QStringList());
     }
 };
 

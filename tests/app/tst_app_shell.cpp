@@ -5,6 +5,7 @@
 #include "app/AppModel.h"
 #include "app/ContentView.h"
 #include "app/MainWindow.h"
+#include "app/QuitOnSignals.h"
 #include "app/ScreenFrame.h"
 #include "app/Snapshot.h"
 #include "app/Updater.h"
@@ -23,9 +24,11 @@
 #include <QTemporaryDir>
 #include <QTemporaryFile>
 #include <QTest>
+#include <QTimer>
 
 #include <qcoro/qcorotask.h>
 
+#include <csignal>
 #include <utility>
 
 using Outcome = Updater::Check::Outcome;
@@ -161,6 +164,15 @@ private Q_SLOTS:
         QTRY_COMPARE(content.currentScreen(), static_cast<QWidget *>(content.pairingView()));
         QTRY_COMPARE(
             log.lines(QStringLiteral("session")).filter(QStringLiteral("keychain read failed")).size(), 2);
+    }
+
+    // SIGTERM (a logout, `kill`) ends the event loop as Quit does, so main() returns and
+    // a running recording is closed on the way out; without it the signal kills the test.
+    void terminateQuits()
+    {
+        QuitOnSignals quitOnSignals;
+        QTimer::singleShot(0, [] { ::raise(SIGTERM); });
+        QCOMPARE(QCoreApplication::exec(), 0);
     }
 };
 

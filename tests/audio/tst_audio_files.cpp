@@ -44,7 +44,9 @@ class AudioFiles : public QObject
 private Q_SLOTS:
     void foldersArePrivate()
     {
-        QVERIFY(RecordingsFolder::defaultPath().startsWith(QDir::tempPath() + QStringLiteral("/selvaro-")));
+        QCOMPARE(RecordingsFolder::defaultPath(),
+            qEnvironmentVariable("XDG_STATE_HOME", QDir::homePath() + QStringLiteral("/.local/state"))
+                + QStringLiteral("/selvaro-recorder/Recordings"));
         const QString parent = m_dir.filePath(QStringLiteral("selvaro-test"));
         const QString path = parent + QStringLiteral("/Recordings");
         QVERIFY(!RecordingsFolder::create(path));
@@ -99,6 +101,7 @@ private Q_SLOTS:
         for (int i = 0; i < 20; ++i)
             writer.push(m_ramp.data(), 1024);
         QTRY_VERIFY(writer.failed());
+        QCOMPARE(writer.failure(), WriteFailure::fileTooLarge);
         writer.close();
         QCOMPARE(::setrlimit(RLIMIT_FSIZE, &saved), 0);
         QCOMPARE(log.lines(QStringLiteral("SystemRecorder"))

@@ -11,6 +11,9 @@
 #include <QTest>
 #include <QThreadPool>
 
+#include <csignal>
+#include <sys/resource.h>
+
 using namespace Qt::StringLiterals;
 
 constexpr auto mic = CaptureSource::defaultInput;
@@ -179,16 +182,43 @@ private slots:
         QVERIFY(QFileInfo(output).size() > 0);
     }
 
-    // A failed mix leaves no mixed file and keeps both captures.
+    // A mix that fails (the output cannot be written) keeps both captures and says why;
+    // the next stop() mixes again.
     void failedMixKeepsTheCaptures()
     {
-        m_fake->sources[mic].frames = 0;
         LogCapture log;
         QVERIFY(!m_recorder->start());
+        QVERIFY(QDir().mkdir(m_recorder->finalMixedPath()));
         QCoro::waitFor(m_recorder->stop());
-        QVERIFY(m_recorder->logs().endsWith(u"ERROR: One file is empty (not yet supported)\n"_s));
+        QCOMPARE(m_recorder->mixFailure(), u"Could not start AVAssetWriter"_s);
         QCOMPARE(files(), (QStringList { named("_microphone.wav"), named("_system.wav") }));
-        QVERIFY(log.lines(u"DualRecorder"_s).contains(u"Audio mixing failed: Cannot mix with empty audio"_s));
+        QVERIFY(
+            log.lines(u"DualRecorder"_s).contains(u"Audio mixing failed: Could not start AVAssetWriter"_s));
+        QVERIFY(QDir().rmdir(m_recorder->finalMixedPath()));
+        QCoro::waitFor(m_recorder->stop());
+        QCOMPARE(m_recorder->mixFailure(), std::nullopt);
+        QCOMPARE(files(), QStringList { named("_mixed.m4a") });
+    }
+
+    // A file that stops taking audio (a size limit standing in for a full disk) is
+    // reported; close() keeps what both files hold, and stop() mixes that part.
+    void writeFailureKeepsThePart()
+    {
+        std::signal(SIGXFSZ, SIG_IGN);
+        rlimit saved {};
+        QCOMPARE(::getrlimit(RLIMIT_FSIZE, &saved), 0);
+        QVERIFY(!m_recorder->start());
+        QTRY_VERIFY(QFileInfo(m_recorder->systemAudioPath()).size() >= 48000 * 8);
+        rlimit limited = saved;
+        limited.rlim_cur = 200000; // past the system file, not yet the microphone's
+        QCOMPARE(::setrlimit(RLIMIT_FSIZE, &limited), 0);
+        m_fake->deliver(speakers, 48000);
+        m_fake->deliver(mic, 48000);
+        QTRY_COMPARE(m_recorder->writeFailure(), WriteFailure::fileTooLarge);
+        m_recorder->close();
+        QCOMPARE(::setrlimit(RLIMIT_FSIZE, &saved), 0);
+        QCoro::waitFor(m_recorder->stop());
+        QVERIFY(std::abs(MixerAnalysis::decode(m_recorder->finalMixedPath()).duration - 2.0) < 0.05);
     }
 };
 

@@ -31,7 +31,8 @@ inline const QString tokenOfAcc1 = u"hdr.eyJpZCI6ImFjYzEifQ.sig"_s;
 inline const QByteArray someMix = QByteArray::fromHex("00000018667479704d344120000000004d34412069736f6d");
 
 // Records nothing: notes the calls it gets; stop() leaves `mix` as the mixed file (no
-// file when null). A held stop() waits for release().
+// file when null), or fails with `mixError` once. A held stop() waits for release().
+// writeFailure() answers `failure`.
 class StandInCapture : public RecordingCapture
 {
 public:
@@ -40,6 +41,8 @@ public:
     std::optional<QString> startError;
     QByteArray mix = someMix;
     bool holdStop = false;
+    std::optional<WriteFailure> failure;
+    std::optional<QString> mixError;
 
     std::optional<QString> start() override
     {
@@ -54,11 +57,15 @@ public:
         calls << u"stop"_s;
         if (holdStop)
             co_await Held { this };
+        m_mixFailure = std::exchange(mixError, std::nullopt);
         QFile file(mixedPath);
-        if (!mix.isNull() && file.open(QIODevice::WriteOnly))
+        if (!m_mixFailure && !mix.isNull() && file.open(QIODevice::WriteOnly))
             file.write(mix);
     }
+    void close() override { calls << u"close"_s; }
     [[nodiscard]] QString finalMixedPath() const override { return mixedPath; }
+    [[nodiscard]] std::optional<WriteFailure> writeFailure() const override { return failure; }
+    [[nodiscard]] std::optional<QString> mixFailure() const override { return m_mixFailure; }
     void release()
     {
         if (const auto held = std::exchange(m_held, {}))
@@ -74,6 +81,7 @@ private:
         void await_resume() const noexcept { }
     };
     std::coroutine_handle<> m_held;
+    std::optional<QString> m_mixFailure;
 };
 
 // Answers the probes of each source with its own value, and nothing else.
@@ -137,6 +145,7 @@ struct StandIns
     bool holdStop = false;
     QByteArray mix = someMix;
     bool awake = false;
+    std::optional<qint64> freeSpace; // unknown: never refuses
 
     [[nodiscard]] StandInCapture &last() { return *made.last(); }
     [[nodiscard]] QString folder() const { return dir.filePath(u"Recordings"_s); }
@@ -151,7 +160,7 @@ struct StandIns
         platform.soundServer = server;
         platform.makeCapture = [this](const QString &in) -> std::shared_ptr<RecordingCapture> {
             auto capture = std::make_shared<StandInCapture>();
-            capture->mixedPath = u"%1/%2.m4a"_s.arg(in).arg(made.size());
+            capture->mixedPath = u"%1/%2_mixed.m4a"_s.arg(in).arg(1000 + made.size());
             std::tie(capture->startError, capture->holdStop, capture->mix)
                 = std::tie(startError, holdStop, mix);
             return made.emplace_back(capture);
@@ -161,6 +170,7 @@ struct StandIns
         platform.clock = clock;
         platform.recordingsFolder = folder();
         platform.sleepInhibitor = std::make_unique<StandInInhibitor>(awake);
+        platform.freeSpace = [this](const QString &) { return freeSpace; };
         return std::make_unique<RecorderFlow>(SelvaroAPI(&network, service), *store, std::move(platform));
     }
 };

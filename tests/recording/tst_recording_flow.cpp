@@ -5,6 +5,7 @@
 
 #include "support/LogCapture.h"
 
+#include <QDir>
 #include <QSignalSpy>
 #include <QTest>
 
@@ -21,7 +22,9 @@ const State finishing = State::saving(u"Finishing the recording…"_s);
 
 // Calls the actions `events` names, in order: "record failing" starts with an error,
 // "tick" moves the clock a second, "release" ends the first capture's held stop(),
-// "link [token]" stores a session, "mix none" and "mix empty" set what stop() leaves.
+// "link [token]" stores a session, "mix none" and "mix empty" set what stop() leaves,
+// "mix fails" fails the next stop()'s mix, "disk fails" the first capture's file, "disk
+// full" leaves too little room to start.
 void act(StandIns &bench, RecorderFlow &flow, const QString &events)
 {
     static const QHash<QString, void (RecorderFlow::*)()> actions { { u"record"_s, &RecorderFlow::record },
@@ -34,6 +37,12 @@ void act(StandIns &bench, RecorderFlow &flow, const QString &events)
             bench.clock->advanceInTicks(1s);
         else if (event.startsWith(u"link"_s))
             bench.link(event.size() > 4 ? event.mid(5) : tokenOfAcc1);
+        else if (event == u"mix fails"_s)
+            bench.made.first()->mixError = u"Could not start AVAssetWriter"_s;
+        else if (event == u"disk fails"_s)
+            bench.made.first()->failure = WriteFailure::diskFull;
+        else if (event == u"disk full"_s)
+            bench.freeSpace = 10 * 60 * 480000 - 1;
         else if (event.startsWith(u"mix"_s))
             bench.made.first()->mix = event.endsWith(u"none"_s) ? QByteArray() : QByteArray("");
         else if (event == u"release"_s)
@@ -81,20 +90,20 @@ private Q_SLOTS:
         row("recording", "resume", recording, false, 0, "start");
         row("recording", "pause", paused, false, 0, "start pause");
         row("recording", "save", finishing, false, 0, "start stop");
-        // Cancelled as it runs, not paused first: the capture then keeps its files.
-        row("recording", "discard", idle, false, 0, "start cancel");
+        // Closed first: a running capture ignores a cancel, and nothing of it may stay.
+        row("recording", "discard", idle, false, 0, "start close cancel");
         row("paused", "pause", paused, false, 1, "start pause");
         row("paused", "record", paused, false, 1, "start pause");
         row("paused", "resume", recording, false, 1, "start pause resume");
         row("paused", "save", finishing, false, 1, "start pause stop");
-        row("paused", "discard", idle, false, 0, "start pause cancel");
+        row("paused", "discard", idle, false, 0, "start pause close cancel");
         row("saving", "record", finishing, false, 1, "start pause stop");
         row("saving", "save", finishing, false, 1, "start pause stop");
-        row("saving", "discard", idle, false, 0, "start pause stop cancel");
+        row("saving", "discard", idle, false, 0, "start pause stop");
         // Deliberately not cancelled: the send overwrites idle with its own outcome…
-        row("saving", "discard, release", failedSend, false, 0, "start pause stop cancel");
+        row("saving", "discard, release", failedSend, false, 0, "start pause stop");
         // …but never the state of a newer recording.
-        row("saving", "discard, record, release", recording, false, 0, "start pause stop cancel start");
+        row("saving", "discard, record, release", recording, false, 0, "start pause stop start");
         row("failed send", "record", recording, false, 0, "start pause stop start");
         // The mixed file is sent again as it is: not stopped or mixed again.
         row("failed send", "retrySend", failedSend, true, 1, "start pause stop");
@@ -104,8 +113,23 @@ private Q_SLOTS:
         // Without an account id in the token, as without a session: kept for when it is linked again.
         row("paused", "link a.b.c, save, release", failedSend, true, 1, "start pause stop");
         // Nothing to send, now or later. Sent nowhere: a request would end in "Sending failed: …".
-        row("paused", "link, mix none, save, release", State::failed(empty), false, 1, "start pause stop");
-        row("paused", "link, mix empty, save, release", State::failed(empty), false, 1, "start pause stop");
+        row("paused", "link, mix none, save, release", State::failed(empty), false, 1,
+            "start pause stop cancel");
+        row("paused", "link, mix empty, save, release", State::failed(empty), false, 1,
+            "start pause stop cancel");
+        // A file that stops taking audio stops the recording; "Send again" mixes what it holds.
+        const State diskFull = State::failed(
+            u"The disk is full. The recording stopped at 00:01; what was recorded can still be sent."_s);
+        row("recording", "tick, disk fails, tick", diskFull, true, 1.5, "start close");
+        row("recording", "tick, disk fails, tick, retrySend", finishing, false, 1.5, "start close stop");
+        // A failed mix keeps the recording, and "Send again" mixes again.
+        const State mixFailed = State::failed(u"Sending failed: Could not start AVAssetWriter"_s);
+        row("paused", "mix fails, save, release", mixFailed, true, 1, "start pause stop");
+        row("paused", "mix fails, save, release, retrySend", finishing, false, 1, "start pause stop stop");
+        row("idle", "disk full, record",
+            State::failed(u"There is not enough free disk space to record: ten "
+                          u"minutes need 288 MB."_s),
+            false, 0, "");
         row("failed start", "record", recording, false, 0, "start start");
         row("failed start", "retrySend", failedStart, false, 0, "start");
     }
@@ -120,8 +144,8 @@ private Q_SLOTS:
         act(bench, *flow, event);
         QTEST(flow->state(), "to");
         const bool failing = event.endsWith(u"failing"_s);
-        QCOMPARE(
-            log.lines(u"recorder"_s), failing ? QStringList { u"start: no microphone"_s } : QStringList());
+        QCOMPARE(log.lines(u"recorder"_s).filter(u"start: no"_s),
+            failing ? QStringList { u"start: no microphone"_s } : QStringList());
         QTEST(flow->canRetrySend(), "canRetrySend");
         QTEST(flow->elapsed(), "elapsed");
         QStringList calls;
@@ -129,6 +153,26 @@ private Q_SLOTS:
             calls << capture->calls;
         QTEST(calls.join(u' '), "calls");
         QCOMPARE(bench.awake, flow->state().is(State::Kind::recording));
+    }
+
+    // The way out closes a running recording for the next start; unlinking deletes them all.
+    void quitKeepsAndUnlinkDeletes()
+    {
+        StandIns bench;
+        auto flow = bench.makeFlow();
+        flow->record();
+        bench.clock->advanceInTicks(2s);
+        flow.reset();
+        QCOMPARE(bench.last().calls, (QStringList { u"start"_s, u"close"_s }));
+        const auto sidecar = RecordingSidecar::read(bench.folder() + u"/1000.json"_s);
+        QVERIFY(
+            sidecar && sidecar->stage == RecordingSidecar::Stage::recorded && sidecar->recordedSeconds == 2);
+        QFile capture(bench.folder() + u"/1000_system.wav"_s);
+        QVERIFY(capture.open(QIODevice::WriteOnly));
+        flow = bench.makeFlow();
+        QVERIFY(flow->hasUnsentRecordings());
+        flow->deleteAllRecordings();
+        QCOMPARE(QDir(bench.folder()).entryList(QDir::Files), QStringList());
     }
 
     void screenChoices_data()

@@ -162,6 +162,33 @@ private Q_SLOTS:
         QCOMPARE(requestsTo(u"GET"_s, target), targets + 1);
         QCOMPARE(m_dev.download(m_dev.notes().first()[u"recordingKey"_s].toString()), someMix);
     }
+
+    // A failed send is offered again by a new flow (the next start), after a recording an
+    // earlier run left without a sidecar; each is sent once, oldest first.
+    void unsentRecordingsAreOfferedAgain()
+    {
+        link();
+        addFault(u"GET"_s, target, { { u"status"_s, 500 }, { u"count"_s, 1 } });
+        send(150s);
+        QVERIFY(m_flow->canRetrySend());
+        m_flow.reset();
+        QFile older(m_bench->folder() + u"/1700000000_mixed.m4a"_s);
+        QVERIFY(older.open(QIODevice::WriteOnly) && older.write(someMix) > 0);
+        older.close();
+        m_flow = m_bench->makeFlow(m_dev.baseUrl());
+        m_flow->offerUnsent();
+        QVERIFY(m_flow->canRetrySend() && m_flow->state().text().endsWith(u"(1 min) was not sent."_s));
+        m_flow->retrySend();
+        QTRY_VERIFY(m_flow->canRetrySend()); // the next one, offered once the first is sent
+        QVERIFY(m_flow->state().text().endsWith(u"(3 min) was not sent."_s));
+        QCOMPARE(m_flow->displayedElapsed(), 150.0);
+        m_flow->retrySend();
+        QTRY_COMPARE(m_flow->state(), State::sent());
+        const QJsonArray sent = m_dev.notes();
+        QCOMPARE(sent.size(), 2);
+        QCOMPARE(sent[0][u"body"_s][u"duration"_s].toInt() + sent[1][u"body"_s][u"duration"_s].toInt(), 150);
+        QCOMPARE(QDir(m_bench->folder()).entryList(QDir::Files), QStringList());
+    }
 };
 
 QTEST_GUILESS_MAIN(TestRecordingSend)

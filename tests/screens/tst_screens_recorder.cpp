@@ -131,7 +131,7 @@ private Q_SLOTS:
         QCOMPARE(child<QLabel>(screen.view, "clock")->text(), u"00:03"_s);
         for (const char *button : { "pauseButton", "resumeButton", "pauseButton", "discardButton" })
             screen.click(button);
-        QCOMPARE(bench.last().calls.join(u' '), u"start pause resume pause cancel"_s);
+        QCOMPARE(bench.last().calls.join(u' '), u"start pause resume pause close cancel"_s);
 
         for (const char *button : { "recordButton", "pauseButton", "saveButton" })
             screen.click(button);

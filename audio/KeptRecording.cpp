@@ -1,0 +1,80 @@
+#include "audio/KeptRecording.h"
+
+#include "audio/AudioMixer.h"
+#include "audio/DualRecorderError.h"
+#include "common/Logging.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+
+#include <sndfile.h>
+
+#include <algorithm>
+
+namespace {
+
+double secondsIn(const QString &path)
+{
+    SF_INFO info {};
+    SNDFILE *file = sf_open(QFile::encodeName(path).constData(), SFM_READ, &info);
+    if (!file)
+        return 0;
+    sf_close(file);
+    return info.samplerate > 0 ? static_cast<double>(info.frames) / info.samplerate : 0;
+}
+
+} // namespace
+
+KeptRecording::KeptRecording(const QString &folder, const QString &stamp)
+    : m_system(QDir(folder).filePath(stamp + QStringLiteral("_system.wav")))
+    , m_microphone(QDir(folder).filePath(stamp + QStringLiteral("_microphone.wav")))
+    , m_mixed(QDir(folder).filePath(stamp + QStringLiteral("_mixed.m4a")))
+{ }
+
+bool KeptRecording::hasCaptures() const
+{
+    return QFileInfo::exists(m_system) || QFileInfo::exists(m_microphone);
+}
+
+double KeptRecording::capturedSeconds() const
+{
+    return std::max(secondsIn(m_system), secondsIn(m_microphone));
+}
+
+std::optional<QString> KeptRecording::start()
+{
+    return QStringLiteral("a kept recording does not record");
+}
+
+void KeptRecording::cancel()
+{
+    for (const QString &path : { m_system, m_microphone, m_mixed })
+        QFile::remove(path);
+}
+
+QCoro::Task<> KeptRecording::stop()
+{
+    // Only a mix that succeeded deletes the captures: a mixed file beside them is one
+    // the process did not finish.
+    if (!hasCaptures())
+        co_return;
+    m_mixFailure.reset();
+    try {
+        QCoro::Task<> mixing
+            = AudioMixer::mixAudioFiles({ m_system, m_microphone, m_mixed }, [](const QString &) {});
+        co_await std::move(mixing);
+    } catch (const DualRecorderError &error) {
+        m_mixFailure = error.description();
+    } catch (const std::exception &error) {
+        m_mixFailure = QString::fromUtf8(error.what());
+    }
+    if (m_mixFailure) {
+        qCCritical(lcDualRecorder, "Audio mixing failed: %s", qPrintable(*m_mixFailure));
+        co_return;
+    }
+    if (QFileInfo(m_mixed).size() > 0) {
+        QFile::remove(m_system);
+        QFile::remove(m_microphone);
+    }
+}

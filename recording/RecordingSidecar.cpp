@@ -1,0 +1,78 @@
+#include "recording/RecordingSidecar.h"
+
+#include "audio/RecordingsFolder.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QJsonDocument>
+#include <QJsonObject>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <iterator>
+#include <unistd.h>
+
+namespace {
+
+constexpr std::array stageNames { "recording", "recorded", "mixed" };
+const QLatin1String mixedSuffix("_mixed.m4a");
+
+} // namespace
+
+QString RecordingSidecar::stampOf(const QString &mixedPath)
+{
+    const QString name = QFileInfo(mixedPath).fileName();
+    return name.endsWith(mixedSuffix) ? name.chopped(mixedSuffix.size()) : QFileInfo(name).completeBaseName();
+}
+
+QString RecordingSidecar::pathBeside(const QString &mixedPath)
+{
+    return QFileInfo(mixedPath).dir().filePath(stampOf(mixedPath) + QStringLiteral(".json"));
+}
+
+std::optional<QString> RecordingSidecar::write(const QString &path) const
+{
+    const QJsonObject json { { QStringLiteral("stamp"), stamp },
+        { QStringLiteral("startedAt"), startedAt.toUTC().toString(Qt::ISODateWithMs) },
+        { QStringLiteral("recordedSeconds"), recordedSeconds },
+        { QStringLiteral("stage"), QLatin1String(stageNames.at(static_cast<std::size_t>(stage))) } };
+    const QByteArray bytes = QJsonDocument(json).toJson(QJsonDocument::Compact);
+    const QString next = path + QStringLiteral(".new");
+    const int descriptor = RecordingsFolder::createPrivateFile(next);
+    if (descriptor < 0)
+        return QString::fromLocal8Bit(std::strerror(errno));
+    const bool written
+        = ::write(descriptor, bytes.constData(), static_cast<size_t>(bytes.size())) == bytes.size()
+        && ::fsync(descriptor) == 0;
+    const int error = errno;
+    ::close(descriptor);
+    if (!written
+        || std::rename(QFile::encodeName(next).constData(), QFile::encodeName(path).constData()) != 0) {
+        const QString reason = QString::fromLocal8Bit(std::strerror(written ? errno : error));
+        QFile::remove(next);
+        return reason;
+    }
+    return std::nullopt;
+}
+
+std::optional<RecordingSidecar> RecordingSidecar::read(const QString &path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return std::nullopt;
+    const QJsonObject json = QJsonDocument::fromJson(file.read(64 * 1024)).object();
+    const QString stage = json.value(QStringLiteral("stage")).toString();
+    const auto known = std::find_if(stageNames.begin(), stageNames.end(),
+        [&stage](const char *name) { return stage == QLatin1String(name); });
+    const QDateTime startedAt
+        = QDateTime::fromString(json.value(QStringLiteral("startedAt")).toString(), Qt::ISODateWithMs);
+    if (known == stageNames.end() || !startedAt.isValid())
+        return std::nullopt;
+    return RecordingSidecar { json.value(QStringLiteral("stamp")).toString(), startedAt,
+        json.value(QStringLiteral("recordedSeconds")).toDouble(),
+        static_cast<Stage>(std::distance(stageNames.begin(), known)) };
+}

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <QDateTime>
+#include <QString>
+
+#include <optional>
+
+// The small JSON file beside a recording's audio, STAMP.json, that lets a later run
+// offer a recording this one could not send:
+//   {"stamp": "1763977200.25", "startedAt": "2026-11-24T09:40:00.250Z",
+//    "recordedSeconds": 1380.5, "stage": "recorded"}
+// `stage` is how far the recording got: "recording" (still capturing when last
+// written: recordedSeconds cannot be trusted, the files can), "recorded" (both files
+// closed, not mixed) or "mixed". Written whole at each stage, private (0600).
+struct RecordingSidecar
+{
+    enum class Stage { recording, recorded, mixed };
+
+    QString stamp;
+    QDateTime startedAt;
+    double recordedSeconds = 0;
+    Stage stage = Stage::recording;
+
+    // The sidecar's path beside a recording's mixed file: "…/STAMP_mixed.m4a" gives
+    // "…/STAMP.json" (any other name loses its extension only).
+    [[nodiscard]] static QString pathBeside(const QString &mixedPath);
+    // The STAMP of a mixed file's name.
+    [[nodiscard]] static QString stampOf(const QString &mixedPath);
+
+    // Replaces `path` atomically (a new file renamed over it), mode 0600. The reason
+    // on failure.
+    [[nodiscard]] std::optional<QString> write(const QString &path) const;
+    // Nothing when absent or unreadable.
+    [[nodiscard]] static std::optional<RecordingSidecar> read(const QString &path);
+};
