@@ -11,6 +11,7 @@
 #include <optional>
 
 class AlertSound;
+class LiveMixer;
 class QDir;
 class MicRecorder;
 class SoundServer;
@@ -26,9 +27,9 @@ class SystemRecorder;
 // STAMP_system.wav, STAMP_microphone.wav and STAMP_mixed.m4a. The folder is the
 // caller's: this class never creates or deletes it.
 //
-// Thread contract: every member on the main thread. stop() does its mixing on the
-// mixer's own worker thread and never blocks the main thread; the alert sound plays on
-// Qt's global thread pool.
+// Thread contract: every member on the main thread. The mix runs on the mixer's own
+// worker thread, following the files while the recording runs (LiveMixer), and stop()
+// never blocks the main thread; the alert sound plays on Qt's global thread pool.
 class DualRecorder final : public QObject, public RecordingCapture
 {
     Q_OBJECT
@@ -87,4 +88,6 @@ private:
     const std::shared_ptr<AlertSound> m_alertSound;
     std::unique_ptr<SystemRecorder> m_systemRecorder;
     std::unique_ptr<MicRecorder> m_micRecorder;
+    // Follows the two files from start() on, so that stop() only finishes the mix.
+    std::unique_ptr<LiveMixer> m_liveMixer;
 };

@@ -6,6 +6,7 @@
 
 #include <QDateTime>
 #include <QDir>
+#include <QFile>
 #include <QFileInfo>
 #include <QTemporaryDir>
 #include <QTest>
@@ -115,7 +116,8 @@ private slots:
         m_recorder->resume();
         QVERIFY(m_recorder->isRecording() && !m_fake->sources[mic].suspended);
         m_recorder->pause();
-        m_recorder->cancel(); // paused: both files deleted, nothing mixed
+        QTRY_VERIFY(QFileInfo::exists(m_recorder->finalMixedPath())); // the mix follows
+        m_recorder->cancel(); // paused: both files deleted, and the partial mix
         QVERIFY(!m_recorder->isPaused() && !m_recorder->isRecording() && files().isEmpty());
 
         // resume() looks at "recording" only: a never-started recorder claims to record,
@@ -177,6 +179,31 @@ private slots:
         m_recorder.reset();
         QCoro::waitFor(stopping);
         QVERIFY(QFileInfo(output).size() > 0);
+    }
+
+    // A recording discarded while it runs (the recorder dropped) keeps its captures but
+    // leaves no partial mix.
+    void discardedWhileMixing()
+    {
+        QVERIFY(!m_recorder->start());
+        QTRY_VERIFY(QFileInfo::exists(m_recorder->finalMixedPath()));
+        const QStringList captures { named("_microphone.wav"), named("_system.wav") };
+        m_recorder.reset();
+        QCOMPARE(files(), captures);
+    }
+
+    // A mix that fails while following (its output removed) is logged once, and stop()
+    // mixes the finished files instead.
+    void failedLiveMixFallsBack()
+    {
+        LogCapture log;
+        QVERIFY(!m_recorder->start());
+        QTRY_VERIFY(QFileInfo::exists(m_recorder->finalMixedPath()));
+        QVERIFY(QFile::remove(m_recorder->finalMixedPath()));
+        QCoro::waitFor(m_recorder->stop());
+        QVERIFY(m_recorder->logs().endsWith(u"=== MIXING COMPLETED SUCCESSFULLY ===\n"_s));
+        QCOMPARE(files(), QStringList { named("_mixed.m4a") });
+        QCOMPARE(log.lines(u"AudioMixer"_s).filter(u"Live mixing stopped"_s).size(), 1);
     }
 
     // A failed mix leaves no mixed file and keeps both captures.
