@@ -94,12 +94,8 @@ private slots:
         QCOMPARE(privateFiles(folder.path()), QStringList { QStringLiteral("mixed.m4a") });
         QVERIFY(!log.contains(QStringLiteral("Live mixing stopped")));
         QCoro::waitFor(AudioMixer::mixAudioFiles(keptFiles, [](const QString &) {}));
-        const auto bytes = [](const QString &path) {
-            QFile file(path);
-            return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-        };
-        const QByteArray mixed = bytes(recorder.finalMixedPath());
-        QVERIFY(!mixed.isEmpty() && mixed == bytes(keptFiles.output));
+        const QByteArray mixed = MixerAnalysis::contents(recorder.finalMixedPath());
+        QVERIFY(!mixed.isEmpty() && mixed == MixerAnalysis::contents(keptFiles.output));
 
         const MixerAnalysis::Decoded out = MixerAnalysis::decode(recorder.finalMixedPath());
         QCOMPARE(out.error, QString());

@@ -181,17 +181,6 @@ private slots:
         QVERIFY(QFileInfo(output).size() > 0);
     }
 
-    // A recording discarded while it runs (the recorder dropped) keeps its captures but
-    // leaves no partial mix.
-    void discardedWhileMixing()
-    {
-        QVERIFY(!m_recorder->start());
-        QTRY_VERIFY(QFileInfo::exists(m_recorder->finalMixedPath()));
-        const QStringList captures { named("_microphone.wav"), named("_system.wav") };
-        m_recorder.reset();
-        QCOMPARE(files(), captures);
-    }
-
     // A mix that fails while following (its output removed) is logged once, and stop()
     // mixes the finished files instead.
     void failedLiveMixFallsBack()

@@ -46,7 +46,8 @@ QCoro::Task<> catching(QCoro::Task<> task, QString &error)
     }
 }
 
-Run await(const std::function<QCoro::Task<>(AudioMixer::Transcript)> &mixing)
+// The mix of finished files, or the end of `live`'s.
+Run mix(const AudioMixer::Files &files, LiveMixer *live = nullptr)
 {
     Run run;
     QThread *awaiting = QThread::currentThread();
@@ -54,25 +55,18 @@ Run await(const std::function<QCoro::Task<>(AudioMixer::Transcript)> &mixing)
         run.transcript += line;
         run.onAwaitingThread &= QThread::currentThread() == awaiting;
     };
-    QCoro::waitFor(catching(mixing(append), run.error));
+    QCoro::waitFor(
+        catching(live ? live->finish(append) : AudioMixer::mixAudioFiles(files, append), run.error));
     return run;
-}
-
-Run mix(const AudioMixer::Files &files)
-{
-    return await(
-        [&files](AudioMixer::Transcript append) { return AudioMixer::mixAudioFiles(files, append); });
 }
 
 // What `work` prints on standard output (the mixer's "Progress:" lines).
 QByteArray printedBy(const std::function<void()> &work)
 {
     QTemporaryFile file;
-    if (!file.open())
-        return "no file";
-    std::fflush(stdout);
     const int saved = ::dup(1);
-    ::dup2(file.handle(), 1);
+    if (!file.open() || std::fflush(stdout) != 0 || ::dup2(file.handle(), 1) < 0)
+        return "not captured";
     work();
     std::fflush(stdout);
     ::dup2(saved, 1);
@@ -87,12 +81,6 @@ QString comparable(const Run &run, const QString &output)
     return QString(run.transcript)
         .replace(output, u"OUTPUT"_s)
         .remove(QRegularExpression(u"Timestams, [^\n]*"_s));
-}
-
-QByteArray contents(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
 std::span<const float> seconds(const std::vector<float> &samples, double from, double to)
@@ -274,11 +262,9 @@ private slots:
                 system.push(samples.data(), std::min(block, systemFrames - at));
                 microphone.push(samples.data(), std::min(block, microphoneFrames - at));
             }
-            if (std::min(systemFrames, microphoneFrames) > AudioMixer::chunkFrames)
-                QTRY_VERIFY(QFileInfo::exists(liveOutput)); // it follows rather than waits for the end
             system.close();
             microphone.close();
-            live = await([&mixer](AudioMixer::Transcript append) { return mixer.finish(append); });
+            live = mix(m_files, &mixer);
         });
         m_files.output = m_dir.filePath(u"batch.m4a"_s);
         Run batch;
