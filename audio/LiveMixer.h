@@ -52,8 +52,9 @@ public:
     // once, and keep the mixer alive until the task completes.
     [[nodiscard]] QCoro::Task<> finish(AudioMixer::Transcript transcript);
 
-    // How often the thread looks at the files while nothing asks for it.
-    static constexpr int pollMilliseconds = 50;
+    // How often the thread looks at the files while nothing asks for it: a few chunks
+    // at a time keep its wake-ups rare; stop() wakes it at once.
+    static constexpr int pollMilliseconds = 200;
 
 private:
     void run();
