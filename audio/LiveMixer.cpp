@@ -8,6 +8,8 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QFuture>
+#include <QObject>
+#include <QPromise>
 #include <QThread>
 
 #include <qcoro/qcorofuture.h>
@@ -29,8 +31,9 @@ public:
         , m_microphone(files.microphone)
     { }
 
-    // Mixes every chunk both files hold in whole, until `cancelled`.
-    void follow(const std::atomic<bool> &cancelled)
+    // Mixes every chunk both files hold in whole, until `cancelled`, counting them in
+    // `followed`.
+    void follow(const std::atomic<bool> &cancelled, std::atomic<long long> &followed)
     {
         while (!m_failed && !cancelled.load() && bothHoldAChunk()) {
             if (!m_encoder && !startEncoder())
@@ -40,6 +43,7 @@ public:
             if (!m_encoder->step() || m_encoder->lastChunkFrames() != AudioMixer::chunkFrames
                 || m_system.chunkFrames() != m_microphone.chunkFrames())
                 return fail(QStringLiteral("a chunk could not be mixed"));
+            followed.fetch_add(AudioMixer::chunkFrames);
         }
         // Someone removing the output would otherwise go unnoticed until the end.
         if (m_encoder && !m_failed && !QFileInfo::exists(m_files.output))
@@ -174,10 +178,9 @@ void LiveMixer::run()
     std::unique_lock lock(m_mutex);
     for (;;) {
         if (m_finishing.load()) {
-            const std::shared_ptr<QPromise<QStringList>> reply = m_reply;
+            const auto reply = m_reply;
             lock.unlock();
-            reply->addResult(follower.finish());
-            reply->finish();
+            reply(follower.finish());
             return;
         }
         if (m_cancelled.load()) {
@@ -186,7 +189,7 @@ void LiveMixer::run()
             return;
         }
         lock.unlock();
-        follower.follow(m_cancelled);
+        follower.follow(m_cancelled, m_framesFollowed);
         lock.lock();
         m_wake.wait_for(lock, std::chrono::milliseconds(pollMilliseconds),
             [this] { return m_finishing.load() || m_cancelled.load(); });
@@ -196,12 +199,24 @@ void LiveMixer::run()
 QCoro::Task<> LiveMixer::finish(AudioMixer::Transcript transcript)
 {
     qCDebug(lcMixer, "LiveMixer::finish()");
+    // The answer is posted to a receiver living in this frame and completes the future
+    // only there: so finish() always completes through the event loop, never inside the
+    // call, as the mix of finished files does.
+    QObject mailbox;
     auto reply = std::make_shared<QPromise<QStringList>>();
     QFuture<QStringList> mixed = reply->future();
     reply->start();
     {
         std::lock_guard lock(m_mutex);
-        m_reply = reply;
+        m_reply = [mailbox = &mailbox, reply](const QStringList &lines) {
+            QMetaObject::invokeMethod(
+                mailbox,
+                [reply, lines] {
+                    reply->addResult(lines);
+                    reply->finish();
+                },
+                Qt::QueuedConnection);
+        };
         m_finishing = true;
     }
     m_wake.notify_one();

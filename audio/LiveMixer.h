@@ -2,7 +2,6 @@
 
 #include "audio/AudioMixer.h"
 
-#include <QPromise>
 #include <QString>
 #include <QStringList>
 
@@ -10,6 +9,7 @@
 
 #include <atomic>
 #include <condition_variable>
+#include <functional>
 #include <memory>
 #include <mutex>
 
@@ -52,6 +52,11 @@ public:
     // once, and keep the mixer alive until the task completes.
     [[nodiscard]] QCoro::Task<> finish(AudioMixer::Transcript transcript);
 
+    // Frames of each file mixed while following, from any thread: how far behind the
+    // recording the mix is (save_bench keeps a simulation faster than real time honest
+    // with it).
+    [[nodiscard]] long long framesFollowed() const { return m_framesFollowed.load(); }
+
     // How often the thread looks at the files while nothing asks for it: a few chunks
     // at a time keep its wake-ups rare; stop() wakes it at once.
     static constexpr int pollMilliseconds = 200;
@@ -64,6 +69,8 @@ private:
     std::condition_variable m_wake;
     std::atomic<bool> m_cancelled { false };
     std::atomic<bool> m_finishing { false };
-    std::shared_ptr<QPromise<QStringList>> m_reply; // under m_mutex
+    std::atomic<long long> m_framesFollowed { 0 };
+    // finish()'s answer: every transcript line, or none for the fallback. Under m_mutex.
+    std::function<void(const QStringList &lines)> m_reply;
     QThread *m_thread = nullptr;
 };

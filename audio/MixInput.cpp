@@ -1,6 +1,7 @@
 #include "audio/MixInput.h"
 
 #include "audio/DecimalText.h"
+#include "common/Logging.h"
 
 #include <QFile>
 
@@ -35,8 +36,8 @@ bool MixInput::refresh()
     SF_INFO info {};
     m_handle = sf_open(QFile::encodeName(m_path).constData(), SFM_READ, &info);
     // The container may change under the reader (the writer starts an RF64 file and
-    // rewrites it as a plain WAV), the samples may not.
-    const bool same = m_info.channels == 0
+    // rewrites it as a plain WAV), the samples may not once any has been read.
+    const bool same = m_position == 0
         || (info.channels == m_info.channels && info.samplerate == m_info.samplerate
             && (info.format & SF_FORMAT_SUBMASK) == (m_info.format & SF_FORMAT_SUBMASK));
     if (m_handle && same && info.frames >= m_position
@@ -44,6 +45,7 @@ bool MixInput::refresh()
         m_info = info;
         return true;
     }
+    qCDebug(lcMixer, "%s cannot be read yet: %s", qPrintable(m_path), sf_strerror(m_handle));
     close();
     return false;
 }

@@ -109,14 +109,14 @@ private slots:
         m_recorder->pause(); // before start: nothing
         QVERIFY(!m_recorder->isPaused());
         QVERIFY(!m_recorder->start());
+        QTRY_VERIFY(QFileInfo::exists(m_recorder->finalMixedPath())); // the mix follows
         m_recorder->cancel(); // while recording: nothing
-        QVERIFY(m_recorder->isRecording() && files().size() == 2);
+        QVERIFY(m_recorder->isRecording() && files().size() == 3);
         m_recorder->pause();
         QVERIFY(m_recorder->isPaused() && m_fake->sources[mic].suspended);
         m_recorder->resume();
         QVERIFY(m_recorder->isRecording() && !m_fake->sources[mic].suspended);
         m_recorder->pause();
-        QTRY_VERIFY(QFileInfo::exists(m_recorder->finalMixedPath())); // the mix follows
         m_recorder->cancel(); // paused: both files deleted, and the partial mix
         QVERIFY(!m_recorder->isPaused() && !m_recorder->isRecording() && files().isEmpty());
 
