@@ -4,6 +4,7 @@
 #include "audio/AudioMixer.h"
 #include "audio/DecimalText.h"
 #include "audio/DualRecorderError.h"
+#include "audio/LiveMixer.h"
 #include "audio/MicRecorder.h"
 #include "audio/SystemRecorder.h"
 #include "common/Logging.h"
@@ -105,6 +106,10 @@ std::optional<QString> DualRecorder::start()
     });
 
     m_state = State::recording;
+    // The mix follows the recording from here on, so that stop() only has to finish it.
+    m_liveMixer.reset();
+    m_liveMixer = std::make_unique<LiveMixer>(
+        AudioMixer::Files { m_systemAudioPath, m_microphonePath, m_finalMixedPath });
     qCDebug(lcDualRecorder, "Dual recording started");
     return std::nullopt;
 }
@@ -147,6 +152,9 @@ void DualRecorder::cancel()
         m_systemRecorder->cancel();
     if (m_micRecorder)
         m_micRecorder->cancel();
+    // The live mix goes first (it takes its partial output with it), then whatever
+    // mixed file is left.
+    m_liveMixer.reset();
     QFile::remove(m_finalMixedPath);
     m_state = State::ended;
     qCDebug(lcDualRecorder, "Dual recording cancelled");
@@ -225,9 +233,13 @@ QCoro::Task<> DualRecorder::mixAudioFiles()
         if (self)
             self->appendLog(line);
     };
+    // Kept by this frame until the mix is finished: the recorder may go first.
+    const std::unique_ptr<LiveMixer> live = std::move(m_liveMixer);
     // Built outside the co_await expression: GCC 12 destroys temporaries of an awaited
     // full-expression twice, which here released the shared path strings once too often.
-    QCoro::Task<> mixing = AudioMixer::mixAudioFiles(
-        { m_systemAudioPath, m_microphonePath, m_finalMixedPath }, std::move(transcript));
+    QCoro::Task<> mixing = live
+        ? live->finish(std::move(transcript))
+        : AudioMixer::mixAudioFiles(
+            { m_systemAudioPath, m_microphonePath, m_finalMixedPath }, std::move(transcript));
     co_await std::move(mixing);
 }

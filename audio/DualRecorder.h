@@ -12,6 +12,7 @@
 #include <optional>
 
 class AlertSound;
+class LiveMixer;
 class QDir;
 class SoundServer;
 class SystemRecorder;
@@ -30,9 +31,9 @@ class SystemRecorder;
 // both files end with what they hold and stay; a later stop() mixes them. A mix that
 // fails keeps the two files too, and the next stop() mixes again.
 //
-// Thread contract: every member on the main thread. stop() does its mixing on the
-// mixer's own worker thread and never blocks the main thread; the alert sound plays on
-// Qt's global thread pool.
+// Thread contract: every member on the main thread. The mix runs on the mixer's own
+// worker thread, following the files while the recording runs (LiveMixer), and stop()
+// never blocks the main thread; the alert sound plays on Qt's global thread pool.
 class DualRecorder final : public QObject, public RecordingCapture
 {
     Q_OBJECT
@@ -103,4 +104,6 @@ private:
     const std::shared_ptr<AlertSound> m_alertSound;
     std::unique_ptr<SystemRecorder> m_systemRecorder;
     std::unique_ptr<MicRecorder> m_micRecorder;
+    // Follows the two files from start() on, so that stop() only finishes the mix.
+    std::unique_ptr<LiveMixer> m_liveMixer;
 };

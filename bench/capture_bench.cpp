@@ -1,12 +1,15 @@
 // Records system audio and the microphone from a private PulseAudio daemon while
-// tones play, and reports the process's CPU use and whether any frame was lost
-// between the server and the files. Starts the daemon itself (through the test
+// tones play, with the live mixer following the two files as in a real recording, and
+// reports the process's CPU use (capture, writers and mixing) and whether any frame was
+// lost between the server and the files. Starts the daemon itself (through the test
 // fixtures) unless it already runs under one.
 //
 //   build/bench/capture_bench [seconds]      (default 60)
 //
-// Last line: cpu_percent=<n> lost_frames=<n>
+// Last line: cpu_percent=<n> lost_frames=<n> mixed=<1 when the live mix finished>
 
+#include "audio/DualRecorderError.h"
+#include "audio/LiveMixer.h"
 #include "audio/MicRecorder.h"
 #include "audio/SystemRecorder.h"
 #include "audio/pulse/PulseSoundServer.h"
@@ -16,6 +19,8 @@
 #include <QFileInfo>
 #include <QProcess>
 #include <QTemporaryDir>
+
+#include <qcoro/qcorotask.h>
 
 #include <chrono>
 #include <cmath>
@@ -75,6 +80,16 @@ int underFixtures(int argc, char **argv)
     return process.exitCode();
 }
 
+QCoro::Task<> finishCatching(QCoro::Task<> task, bool &ok)
+{
+    try {
+        co_await std::move(task);
+        ok = true;
+    } catch (const DualRecorderError &error) {
+        std::fprintf(stderr, "mix: %s\n", error.what());
+    }
+}
+
 } // namespace
 
 int main(int argc, char **argv)
@@ -105,6 +120,8 @@ int main(int argc, char **argv)
         std::fprintf(stderr, "system: %s\n", qPrintable(describe(*error)));
         return 1;
     }
+    LiveMixer mixer(
+        { system.filePath(), microphone.filePath(), dir.filePath(QStringLiteral("bench_mixed.m4a")) });
     const double cpuBefore = cpuSeconds();
     const auto wallBefore = std::chrono::steady_clock::now();
     std::this_thread::sleep_for(std::chrono::seconds(seconds));
@@ -114,6 +131,8 @@ int main(int argc, char **argv)
     system.stop();
     const double cpu = cpuSeconds() - cpuBefore;
     const double wall = std::chrono::duration<double>(std::chrono::steady_clock::now() - wallBefore).count();
+    bool mixed = false;
+    QCoro::waitFor(finishCatching(mixer.finish([](const QString &) {}), mixed));
     systemPlayer.kill();
     microphonePlayer.kill();
     systemPlayer.waitForFinished();
@@ -136,6 +155,6 @@ int main(int argc, char **argv)
         static_cast<double>(microphoneAfter.framesWritten) / 48000,
         static_cast<double>(systemBefore.framesWritten) / 48000,
         static_cast<double>(microphoneBefore.framesWritten) / 48000);
-    std::printf("cpu_percent=%.2f lost_frames=%lld\n", 100 * cpu / wall, lost);
+    std::printf("cpu_percent=%.2f lost_frames=%lld mixed=%d\n", 100 * cpu / wall, lost, mixed ? 1 : 0);
     return 0;
 }

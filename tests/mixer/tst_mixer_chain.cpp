@@ -1,3 +1,4 @@
+#include "audio/AudioMixer.h"
 #include "audio/DualRecorder.h"
 #include "audio/pulse/PulseAlertSound.h"
 #include "audio/pulse/PulseSoundServer.h"
@@ -13,6 +14,7 @@
 #include <QTest>
 
 #include <span>
+#include <unistd.h>
 
 using namespace ToneAnalysis;
 
@@ -35,7 +37,8 @@ QStringList privateFiles(const QString &folder)
 // The whole way from the private sound server to the uploaded file: the default sink
 // "speakers" plays 440 Hz, the microphone feed 1000 Hz, and while paused 880 Hz and 660 Hz
 // join them. The mixed M4A carries 440 Hz on its left channel and 1000 Hz on its right,
-// and nothing of the pause.
+// and nothing of the pause. The mix followed the recording, and is byte for byte what
+// the mix of the finished captures (kept through a second link) makes.
 class MixerChain : public QObject
 {
     Q_OBJECT
@@ -62,6 +65,11 @@ private slots:
             5000));
         QCOMPARE(privateFiles(folder.path()),
             (QStringList { QStringLiteral("microphone.wav"), QStringLiteral("system.wav") }));
+        QTemporaryDir kept;
+        const AudioMixer::Files keptFiles { kept.filePath(QStringLiteral("system.wav")),
+            kept.filePath(QStringLiteral("microphone.wav")), kept.filePath(QStringLiteral("batch.m4a")) };
+        QVERIFY(::link(qPrintable(recorder.systemAudioPath()), qPrintable(keptFiles.systemAudio)) == 0
+            && ::link(qPrintable(recorder.microphonePath()), qPrintable(keptFiles.microphone)) == 0);
         QElapsedTimer running;
         running.start();
         QTest::qWait(800);
@@ -84,6 +92,10 @@ private slots:
             qPrintable(recorder.logs()));
         QVERIFY(log.contains(QStringLiteral("Triggered system sound to activate GlobalTap")));
         QCOMPARE(privateFiles(folder.path()), QStringList { QStringLiteral("mixed.m4a") });
+        QVERIFY(!log.contains(QStringLiteral("Live mixing stopped")));
+        QCoro::waitFor(AudioMixer::mixAudioFiles(keptFiles, [](const QString &) {}));
+        const QByteArray mixed = MixerAnalysis::contents(recorder.finalMixedPath());
+        QVERIFY(!mixed.isEmpty() && mixed == MixerAnalysis::contents(keptFiles.output));
 
         const MixerAnalysis::Decoded out = MixerAnalysis::decode(recorder.finalMixedPath());
         QCOMPARE(out.error, QString());

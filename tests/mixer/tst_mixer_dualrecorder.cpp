@@ -6,6 +6,7 @@
 
 #include <QDateTime>
 #include <QDir>
+#include <QFile>
 #include <QFileInfo>
 #include <QTemporaryDir>
 #include <QTest>
@@ -111,14 +112,15 @@ private slots:
         m_recorder->pause(); // before start: nothing
         QVERIFY(!m_recorder->isPaused());
         QVERIFY(!m_recorder->start());
+        QTRY_VERIFY(QFileInfo::exists(m_recorder->finalMixedPath())); // the mix follows
         m_recorder->cancel(); // while recording: nothing
-        QVERIFY(m_recorder->isRecording() && files().size() == 2);
+        QVERIFY(m_recorder->isRecording() && files().size() == 3);
         m_recorder->pause();
         QVERIFY(m_recorder->isPaused() && m_fake->sources[mic].suspended);
         m_recorder->resume();
         QVERIFY(m_recorder->isRecording() && !m_fake->sources[mic].suspended);
         m_recorder->pause();
-        m_recorder->cancel(); // paused: both files deleted, nothing mixed
+        m_recorder->cancel(); // paused: both files deleted, and the partial mix
         QVERIFY(!m_recorder->isPaused() && !m_recorder->isRecording() && files().isEmpty());
 
         // resume() looks at "recording" only: a never-started recorder claims to record,
@@ -180,6 +182,20 @@ private slots:
         m_recorder.reset();
         QCoro::waitFor(stopping);
         QVERIFY(QFileInfo(output).size() > 0);
+    }
+
+    // A mix that fails while following (its output removed) is logged once, and stop()
+    // mixes the finished files instead.
+    void failedLiveMixFallsBack()
+    {
+        LogCapture log;
+        QVERIFY(!m_recorder->start());
+        QTRY_VERIFY(QFileInfo::exists(m_recorder->finalMixedPath()));
+        QVERIFY(QFile::remove(m_recorder->finalMixedPath()));
+        QCoro::waitFor(m_recorder->stop());
+        QVERIFY(m_recorder->logs().endsWith(u"=== MIXING COMPLETED SUCCESSFULLY ===\n"_s));
+        QCOMPARE(files(), QStringList { named("_mixed.m4a") });
+        QCOMPARE(log.lines(u"AudioMixer"_s).filter(u"Live mixing stopped"_s).size(), 1);
     }
 
     // A mix that fails (the output cannot be written) keeps both captures and says why;

@@ -1,5 +1,9 @@
+#include "audio/AudioFileWriter.h"
 #include "audio/AudioMixer.h"
 #include "audio/DualRecorderError.h"
+#include "audio/LiveMixer.h"
+#include "common/Logging.h"
+#include "support/LogCapture.h"
 #include "support/MixerAnalysis.h"
 #include "support/ToneAnalysis.h"
 
@@ -7,12 +11,15 @@
 #include <QFileInfo>
 #include <QRegularExpression>
 #include <QTemporaryDir>
+#include <QTemporaryFile>
 #include <QTest>
 #include <QThread>
 
 #include <qcoro/qcorotask.h>
 
+#include <cstdio>
 #include <span>
+#include <unistd.h>
 
 using namespace MixerAnalysis;
 using namespace Qt::StringLiterals;
@@ -39,7 +46,8 @@ QCoro::Task<> catching(QCoro::Task<> task, QString &error)
     }
 }
 
-Run mix(const AudioMixer::Files &files)
+// The mix of finished files, or the end of `live`'s.
+Run mix(const AudioMixer::Files &files, LiveMixer *live = nullptr)
 {
     Run run;
     QThread *awaiting = QThread::currentThread();
@@ -47,8 +55,32 @@ Run mix(const AudioMixer::Files &files)
         run.transcript += line;
         run.onAwaitingThread &= QThread::currentThread() == awaiting;
     };
-    QCoro::waitFor(catching(AudioMixer::mixAudioFiles(files, append), run.error));
+    QCoro::waitFor(
+        catching(live ? live->finish(append) : AudioMixer::mixAudioFiles(files, append), run.error));
     return run;
+}
+
+// What `work` prints on standard output (the mixer's "Progress:" lines).
+QByteArray printedBy(const std::function<void()> &work)
+{
+    QTemporaryFile file;
+    const int saved = ::dup(1);
+    if (!file.open() || std::fflush(stdout) != 0 || ::dup2(file.handle(), 1) < 0)
+        return "not captured";
+    work();
+    std::fflush(stdout);
+    ::dup2(saved, 1);
+    ::close(saved);
+    file.seek(0);
+    return file.readAll();
+}
+
+// The transcript without what differs between two runs: the time and the output's name.
+QString comparable(const Run &run, const QString &output)
+{
+    return QString(run.transcript)
+        .replace(output, u"OUTPUT"_s)
+        .remove(QRegularExpression(u"Timestams, [^\n]*"_s));
 }
 
 std::span<const float> seconds(const std::vector<float> &samples, double from, double to)
@@ -186,6 +218,64 @@ private slots:
             QStringLiteral("Output M4A file size: %1 bytes").arg(QFileInfo(m_files.output).size()),
             QStringLiteral("=== MIXING COMPLETED SUCCESSFULLY ===") };
         QCOMPARE(got, expected);
+    }
+
+    // The mix that follows the files while their writers grow them (in blocks of a size
+    // no chunk divides, pauses dropped by the writer) writes the same bytes, transcript
+    // and progress lines as the mix of the finished files.
+    void liveMixEqualsTheFinishedFilesMix_data()
+    {
+        QTest::addColumn<int>("systemChannels");
+        QTest::addColumn<qint64>("systemFrames");
+        QTest::addColumn<qint64>("microphoneFrames");
+        QTest::addColumn<bool>("paused");
+        QTest::newRow("mono system longer, progress")
+            << 1 << qint64(4096 * 101 + 5) << qint64(90000) << false;
+        QTest::newRow("stereo system, microphone longer") << 2 << qint64(70000) << qint64(80000) << false;
+        QTest::newRow("with a pause") << 2 << qint64(100000) << qint64(100000) << true;
+        QTest::newRow("shorter than one chunk") << 2 << qint64(1000) << qint64(3000) << false;
+    }
+
+    void liveMixEqualsTheFinishedFilesMix()
+    {
+        QFETCH(int, systemChannels);
+        QFETCH(qint64, systemFrames);
+        QFETCH(qint64, microphoneFrames);
+        QFETCH(bool, paused);
+        AudioFileWriter system("SystemRecorder", lcMixer());
+        AudioFileWriter microphone("MicRecorder", lcMixer());
+        QCOMPARE(system.open(m_files.systemAudio, { SampleSpec::Sample::float32, rate, systemChannels }),
+            std::nullopt);
+        QCOMPARE(microphone.open(m_files.microphone, { SampleSpec::Sample::int16, rate, 1 }), std::nullopt);
+        const QString liveOutput = m_files.output;
+        LogCapture log;
+        Run live;
+        const QByteArray printedLive = printedBy([&] {
+            LiveMixer mixer(m_files);
+            constexpr qint64 block = 997;
+            std::vector<float> samples(block * 2);
+            for (qint64 at = 0; at < std::max(systemFrames, microphoneFrames); at += block) {
+                for (size_t i = 0; i < samples.size(); ++i)
+                    samples[i] = static_cast<float>(0.4 * std::sin(0.031 * static_cast<double>(at * 2 + i)));
+                system.setDropping(paused && at > 30000 && at < 60000);
+                microphone.setDropping(paused && at > 30000 && at < 60000);
+                system.push(samples.data(), std::min(block, systemFrames - at));
+                microphone.push(samples.data(), std::min(block, microphoneFrames - at));
+            }
+            system.close();
+            microphone.close();
+            live = mix(m_files, &mixer);
+        });
+        m_files.output = m_dir.filePath(u"batch.m4a"_s);
+        Run batch;
+        const QByteArray printedBatch = printedBy([&] { batch = mix(m_files); });
+        QCOMPARE(live.error + batch.error, QString());
+        QVERIFY(!log.contains(u"Live mixing stopped"_s)); // not the other mix run instead
+        QVERIFY(live.onAwaitingThread && isPrivate(liveOutput));
+        QVERIFY(contents(liveOutput) == contents(m_files.output));
+        QCOMPARE(comparable(live, liveOutput), comparable(batch, m_files.output));
+        QCOMPARE(printedLive, printedBatch);
+        QCOMPARE(printedLive.count("Progress: "), systemFrames / (AudioMixer::chunkFrames * 100));
     }
 
     // Inputs that are missing, unreadable or empty, and an output that cannot be made.

@@ -92,4 +92,10 @@ Decoded decode(const QString &path)
     return out;
 }
 
+QByteArray contents(const QString &path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
 } // namespace MixerAnalysis

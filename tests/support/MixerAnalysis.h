@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QByteArray>
 #include <QList>
 #include <QString>
 
@@ -37,5 +38,8 @@ struct Decoded
 };
 
 Decoded decode(const QString &path);
+
+// The file's bytes; empty when it cannot be read.
+QByteArray contents(const QString &path);
 
 } // namespace MixerAnalysis
