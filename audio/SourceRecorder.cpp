@@ -22,10 +22,16 @@ std::optional<CaptureError> SourceRecorder::start()
                                        << "while already recording";
         return std::nullopt;
     }
-    // Runs on the server's thread: hand a copy to the writer and return.
+    // Runs on the server's thread: hand a copy to the writer and return. The level
+    // comes from the very samples the file gets; the writer's format is set before
+    // the capture starts, so its channel count is fixed by then.
     AudioFileWriter *file = &m_file;
-    Opened opened = open(m_file,
-        [file](const void *data, qint64 frames) { file->push(static_cast<const float *>(data), frames); });
+    PeakMeter *level = &m_level;
+    Opened opened = open(m_file, [file, level](const void *data, qint64 frames) {
+        const auto *samples = static_cast<const float *>(data);
+        level->take(samples, frames * file->channels());
+        file->push(samples, frames);
+    });
     if (auto *error = std::get_if<CaptureError>(&opened)) {
         // Nothing was recorded: leave no empty file behind.
         if (m_file.isOpen()) {
@@ -116,6 +122,7 @@ void SourceRecorder::cancel()
 SourceRecorder::Statistics SourceRecorder::statistics() const
 {
     const Capture::Counters counters = m_capture ? m_capture->counters() : m_finalCounters;
-    return { counters.framesReceived + counters.framesOfSilence, counters.framesOfSilence,
-        m_file.framesWritten(), m_file.framesDropped() };
+    return { counters.framesReceived - counters.framesAbsorbed + counters.framesOfSilence,
+        counters.framesOfSilence, m_file.framesWritten(), m_file.framesDropped(), counters.framesAbsorbed,
+        counters.framesBeforeFirstBlock };
 }

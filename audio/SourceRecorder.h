@@ -2,6 +2,7 @@
 
 #include "audio/AudioFileWriter.h"
 #include "audio/CaptureError.h"
+#include "audio/PeakMeter.h"
 #include "audio/SoundServer.h"
 
 #include <QLoggingCategory>
@@ -30,10 +31,12 @@ class SourceRecorder
 public:
     struct Statistics
     {
-        quint64 framesDelivered = 0; // by the server, silence for interruptions included
-        quint64 framesOfSilence = 0; // of those, silence written for interruptions
+        quint64 framesDelivered = 0; // by the capture, silence for gaps included
+        quint64 framesOfSilence = 0; // of those, silence written for gaps
         quint64 framesWritten = 0;
         quint64 framesDropped = 0; // while paused, or after a write error
+        quint64 framesAbsorbed = 0; // received but ahead of the clock, never delivered
+        quint64 framesBeforeFirstBlock = 0; // the wait from start() to the first block
     };
 
     virtual ~SourceRecorder();
@@ -55,6 +58,10 @@ public:
 
     // The counts so far; after stop() the final ones.
     [[nodiscard]] Statistics statistics() const;
+
+    // The loudest sample written since the previous call, 0..1 of full scale; 0 when
+    // only silence (or nothing) came. Reading resets it: one reader only.
+    [[nodiscard]] float takeLevel() { return m_level.read(); }
 
 protected:
     struct Profile
@@ -86,8 +93,9 @@ private:
     const QString m_filePath;
     const Profile m_profile;
     State m_state = State::idle;
-    // Declared before the capture so that it outlives it: the capture's thread pushes into it.
+    // Declared before the capture so that they outlive it: the capture's thread pushes into them.
     AudioFileWriter m_file;
+    PeakMeter m_level;
     std::unique_ptr<Capture> m_capture;
     Capture::Counters m_finalCounters;
 };
