@@ -189,6 +189,12 @@ QCoro::Task<> DualRecorder::stop()
     }
 }
 
+RecordingCapture::Levels DualRecorder::takeLevels()
+{
+    return { m_systemRecorder ? m_systemRecorder->takeLevel() : 0.0f,
+        m_micRecorder ? m_micRecorder->takeLevel() : 0.0f };
+}
+
 QCoro::Task<> DualRecorder::mixAudioFiles()
 {
     // Transcript lines can arrive after the recorder is gone; then nobody reads them.

@@ -70,6 +70,9 @@ public:
     // if mixing succeeded, and then the two intermediate files are deleted.
     [[nodiscard]] QCoro::Task<> stop() override;
 
+    // Each recorder's level since the previous call (0 for one not running).
+    [[nodiscard]] Levels takeLevels() override;
+
 private:
     enum class State { idle, recording, paused, stopping, ended };
 

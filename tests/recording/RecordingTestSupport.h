@@ -40,6 +40,7 @@ public:
     std::optional<QString> startError;
     QByteArray mix = someMix;
     bool holdStop = false;
+    Levels levels; // what every read of the levels answers
 
     std::optional<QString> start() override
     {
@@ -59,6 +60,7 @@ public:
             file.write(mix);
     }
     [[nodiscard]] QString finalMixedPath() const override { return mixedPath; }
+    [[nodiscard]] Levels takeLevels() override { return levels; }
     void release()
     {
         if (const auto held = std::exchange(m_held, {}))
