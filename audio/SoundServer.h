@@ -6,6 +6,7 @@
 #include <QString>
 #include <QtGlobal>
 
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <variant>
@@ -66,6 +67,12 @@ public:
     // heard nor a block later.
     virtual void catchUp() = 0;
     [[nodiscard]] virtual Counters counters() const = 0;
+
+    // Counts the timeline from `origin`, an instant before the start (the press of
+    // Record), instead of from the start itself, so that captures started one after
+    // the other begin together. Call it right after the start, before audio flows;
+    // a capture that keeps no timeline ignores it.
+    virtual void setOrigin(std::chrono::steady_clock::time_point origin) { Q_UNUSED(origin); }
 };
 
 // Access to the sound server: the few reads the recorders need, captures and the

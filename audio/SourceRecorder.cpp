@@ -14,7 +14,7 @@ SourceRecorder::~SourceRecorder()
     m_capture.reset();
 }
 
-std::optional<CaptureError> SourceRecorder::start()
+std::optional<CaptureError> SourceRecorder::start(std::optional<std::chrono::steady_clock::time_point> origin)
 {
     qCDebug(m_profile.category) << "start()";
     if (m_state != State::idle) {
@@ -41,6 +41,8 @@ std::optional<CaptureError> SourceRecorder::start()
         return *error;
     }
     m_capture = std::move(std::get<std::unique_ptr<Capture>>(opened));
+    if (origin)
+        m_capture->setOrigin(*origin);
     m_state = State::recording;
     qCDebug(m_profile.category).noquote() << m_profile.subject << "started";
     return std::nullopt;

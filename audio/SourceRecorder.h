@@ -8,6 +8,7 @@
 #include <QLoggingCategory>
 #include <QString>
 
+#include <chrono>
 #include <memory>
 #include <optional>
 #include <variant>
@@ -47,8 +48,11 @@ public:
     [[nodiscard]] bool isRecording() const { return m_state == State::recording; }
     [[nodiscard]] bool isPaused() const { return m_state == State::paused; }
 
-    // Opens the file (it exists from then on) and starts capturing.
-    [[nodiscard]] std::optional<CaptureError> start();
+    // Opens the file (it exists from then on) and starts capturing. The file's
+    // timeline begins at `origin` when given (the press of Record, shared by both
+    // sources of a recording), else at this call.
+    [[nodiscard]] std::optional<CaptureError> start(
+        std::optional<std::chrono::steady_clock::time_point> origin = std::nullopt);
     void pause();
     void resume();
     // Closes the file, from recording or paused, and ends the capture.

@@ -33,6 +33,9 @@
 //   beyond gapAfter at once from the front of the block (that time is already
 //   written), below it a frame in every absorbStride, which nobody hears;
 // - blocks arriving while suspended are dropped (they come after the pause).
+// Blocks are placed by when they were heard: one with more queued behind it ends
+// that much before the present. Small blocks (a sink at a call's latency sends a
+// few milliseconds at a time) are gathered into fragments before they are handed on.
 // Record streams get no overrun callback: a stream that loses data shows as a
 // gap, filled and logged like any other.
 //
@@ -52,6 +55,7 @@ public:
 
     void setSuspended(bool suspended) override;
     void catchUp() override;
+    void setOrigin(std::chrono::steady_clock::time_point origin) override;
     [[nodiscard]] Counters counters() const override;
 
 private:
@@ -78,6 +82,7 @@ private:
     [[nodiscard]] qint64 expectedFrames(Clock::time_point now) const;
     [[nodiscard]] qint64 framesOf(std::chrono::milliseconds span) const;
     void deliver(const void *data, qint64 frames);
+    void flush();
 
     PulseConnection m_connection;
     const CaptureSource m_source;
@@ -104,6 +109,7 @@ private:
     qint64 m_gapAt = -1;
     qint64 m_gapFrames = 0;
     std::vector<char> m_thinned; // a block with frames taken out, reused
+    std::vector<char> m_gathered; // small blocks gathered into a fragment
 
     std::atomic<quint64> m_framesReceived { 0 };
     std::atomic<quint64> m_framesOfSilence { 0 };

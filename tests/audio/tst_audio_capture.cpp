@@ -151,7 +151,8 @@ private Q_SLOTS:
         MicRecorder microphone(paths[1], server);
         QElapsedTimer recorded;
         recorded.start();
-        QVERIFY(!microphone.start() && !system.start());
+        const auto pressed = std::chrono::steady_clock::now();
+        QVERIFY(!microphone.start(pressed) && !system.start(pressed));
         QVERIFY(waitForFirstAudio(system) && waitForFirstAudio(microphone));
         QTest::qWait(std::max(0, quietMs - static_cast<int>(recorded.elapsed())));
         const auto now = [&recorded] { return static_cast<double>(recorded.nsecsElapsed()) / 1e9; };
