@@ -46,6 +46,8 @@ public:
     // and sample type (float32 as 32-bit float, int16 as 16-bit PCM).
     [[nodiscard]] std::optional<QString> open(const QString &path, const SampleSpec &stored);
     [[nodiscard]] bool isOpen() const { return m_file != nullptr; }
+    // Channels per frame of what push() takes; set by open(), before any capture runs.
+    [[nodiscard]] int channels() const { return m_spec.channels; }
 
     // Queues a copy of `frames` interleaved frames; null `data` means that many
     // frames of silence. Never waits on the disk. Blocks pushed when the file is

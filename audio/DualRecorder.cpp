@@ -87,13 +87,15 @@ std::optional<QString> DualRecorder::start()
     // pair is released here.
     m_systemRecorder.reset();
     m_micRecorder = std::make_unique<MicRecorder>(m_microphonePath, m_server);
-    if (auto error = m_micRecorder->start())
+    // Both files begin at this instant, however long each start takes.
+    const auto pressed = std::chrono::steady_clock::now();
+    if (auto error = m_micRecorder->start(pressed))
         return describe(*error);
     qCDebug(lcDualRecorder, "Microphone recording started immediately");
 
     m_systemRecorder = std::make_unique<SystemRecorder>(m_systemAudioPath, m_server);
     // Deliberately leaves the microphone running: the caller decides what to clean up.
-    if (auto error = m_systemRecorder->start())
+    if (auto error = m_systemRecorder->start(pressed))
         return describe(*error);
     qCDebug(lcDualRecorder, "System audio recording started");
 
@@ -223,6 +225,12 @@ std::optional<WriteFailure> DualRecorder::writeFailure() const
         }
     }
     return std::nullopt;
+}
+
+RecordingCapture::Levels DualRecorder::takeLevels()
+{
+    return { m_systemRecorder ? m_systemRecorder->takeLevel() : 0.0f,
+        m_micRecorder ? m_micRecorder->takeLevel() : 0.0f };
 }
 
 QCoro::Task<> DualRecorder::mixAudioFiles()

@@ -86,6 +86,9 @@ public:
     [[nodiscard]] std::optional<WriteFailure> writeFailure() const override;
     [[nodiscard]] std::optional<QString> mixFailure() const override { return m_mixFailure; }
 
+    // Each recorder's level since the previous call (0 for one not running).
+    [[nodiscard]] Levels takeLevels() override;
+
 private:
     enum class State { idle, recording, paused, closed, stopping, ended };
 

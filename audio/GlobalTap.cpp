@@ -62,6 +62,12 @@ Capture::Counters GlobalTap::counters() const
     return m_capture ? m_capture->counters() : Capture::Counters {};
 }
 
+void GlobalTap::setOrigin(std::chrono::steady_clock::time_point origin)
+{
+    if (m_capture)
+        m_capture->setOrigin(origin);
+}
+
 void GlobalTap::catchUp()
 {
     if (m_capture)

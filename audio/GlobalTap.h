@@ -48,6 +48,7 @@ public:
     // never suspended; catchUp() and counters() pass through to the stream.
     void setSuspended(bool) override { }
     void catchUp() override;
+    void setOrigin(std::chrono::steady_clock::time_point origin) override;
     [[nodiscard]] Counters counters() const override;
 
 private:

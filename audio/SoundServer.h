@@ -6,6 +6,7 @@
 #include <QString>
 #include <QtGlobal>
 
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <variant>
@@ -48,7 +49,9 @@ public:
     struct Counters
     {
         quint64 framesReceived = 0; // frames the server delivered (its gaps included)
-        quint64 framesOfSilence = 0; // frames of silence written for quiet spells and reconnections
+        quint64 framesOfSilence = 0; // frames of silence written where the server sent nothing
+        quint64 framesAbsorbed = 0; // of those received, frames not passed on: ahead of the clock
+        quint64 framesBeforeFirstBlock = 0; // the wait from the start to the first block
     };
 
     virtual ~Capture() = default;
@@ -59,11 +62,17 @@ public:
     // Asks the server to stop (true) or restart (false) sending; time spent
     // suspended is simply absent from what is delivered.
     virtual void setSuspended(bool suspended) = 0;
-    // Delivers silence up to the present when the server has sent nothing lately,
-    // so that a capture being stopped ends at the present and not when the last
-    // sound was heard.
+    // Delivers silence up to the present for what has not arrived, and nothing after
+    // it: a capture being stopped ends at the present, not when the last sound was
+    // heard nor a block later.
     virtual void catchUp() = 0;
     [[nodiscard]] virtual Counters counters() const = 0;
+
+    // Counts the timeline from `origin`, an instant before the start (the press of
+    // Record), instead of from the start itself, so that captures started one after
+    // the other begin together. Call it right after the start, before audio flows;
+    // a capture that keeps no timeline ignores it.
+    virtual void setOrigin(std::chrono::steady_clock::time_point origin) { Q_UNUSED(origin); }
 };
 
 // Access to the sound server: the few reads the recorders need, captures and the
@@ -90,7 +99,9 @@ public:
     // Starts capturing `source` in `spec` and returns once the server sends (or has
     // refused: then the server's status text). A systemOutput capture follows the
     // default output when it changes or disappears and reconnects after the server
-    // restarts, filling gaps with silence so that the timeline stays continuous.
+    // restarts. What a capture delivers follows the monotonic clock from this call
+    // on (suspended time left out): silence where the server sent nothing, excess
+    // taken out, so that two captures started together stay side by side.
     [[nodiscard]] virtual std::variant<std::unique_ptr<Capture>, QString> startCapture(
         CaptureSource source, const SampleSpec &spec, BlockHandler onBlock)
         = 0;

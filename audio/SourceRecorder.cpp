@@ -15,7 +15,7 @@ SourceRecorder::~SourceRecorder()
     m_capture.reset();
 }
 
-std::optional<CaptureError> SourceRecorder::start()
+std::optional<CaptureError> SourceRecorder::start(std::optional<std::chrono::steady_clock::time_point> origin)
 {
     qCDebug(m_profile.category) << "start()";
     if (m_state != State::idle) {
@@ -23,10 +23,16 @@ std::optional<CaptureError> SourceRecorder::start()
                                        << "while already recording";
         return std::nullopt;
     }
-    // Runs on the server's thread: hand a copy to the writer and return.
+    // Runs on the server's thread: hand a copy to the writer and return. The level
+    // comes from the very samples the file gets; the writer's format is set before
+    // the capture starts, so its channel count is fixed by then.
     AudioFileWriter *file = &m_file;
-    Opened opened = open(m_file,
-        [file](const void *data, qint64 frames) { file->push(static_cast<const float *>(data), frames); });
+    PeakMeter *level = &m_level;
+    Opened opened = open(m_file, [file, level](const void *data, qint64 frames) {
+        const auto *samples = static_cast<const float *>(data);
+        level->take(samples, frames * file->channels());
+        file->push(samples, frames);
+    });
     if (auto *error = std::get_if<CaptureError>(&opened)) {
         // Nothing was recorded: leave no empty file behind.
         if (m_file.isOpen()) {
@@ -36,6 +42,8 @@ std::optional<CaptureError> SourceRecorder::start()
         return *error;
     }
     m_capture = std::move(std::get<std::unique_ptr<Capture>>(opened));
+    if (origin)
+        m_capture->setOrigin(*origin);
     m_state = State::recording;
     qCDebug(m_profile.category).noquote() << m_profile.subject << "started";
     return std::nullopt;
@@ -127,6 +135,7 @@ std::optional<WriteFailure> SourceRecorder::writeFailure() const
 SourceRecorder::Statistics SourceRecorder::statistics() const
 {
     const Capture::Counters counters = m_capture ? m_capture->counters() : m_finalCounters;
-    return { counters.framesReceived + counters.framesOfSilence, counters.framesOfSilence,
-        m_file.framesWritten(), m_file.framesDropped() };
+    return { counters.framesReceived - counters.framesAbsorbed + counters.framesOfSilence,
+        counters.framesOfSilence, m_file.framesWritten(), m_file.framesDropped(), counters.framesAbsorbed,
+        counters.framesBeforeFirstBlock };
 }

@@ -2,11 +2,13 @@
 
 #include "audio/AudioFileWriter.h"
 #include "audio/CaptureError.h"
+#include "audio/PeakMeter.h"
 #include "audio/SoundServer.h"
 
 #include <QLoggingCategory>
 #include <QString>
 
+#include <chrono>
 #include <memory>
 #include <optional>
 #include <variant>
@@ -30,10 +32,12 @@ class SourceRecorder
 public:
     struct Statistics
     {
-        quint64 framesDelivered = 0; // by the server, silence for interruptions included
-        quint64 framesOfSilence = 0; // of those, silence written for interruptions
+        quint64 framesDelivered = 0; // by the capture, silence for gaps included
+        quint64 framesOfSilence = 0; // of those, silence written for gaps
         quint64 framesWritten = 0;
         quint64 framesDropped = 0; // while paused, or after a write error
+        quint64 framesAbsorbed = 0; // received but ahead of the clock, never delivered
+        quint64 framesBeforeFirstBlock = 0; // the wait from start() to the first block
     };
 
     virtual ~SourceRecorder();
@@ -44,8 +48,11 @@ public:
     [[nodiscard]] bool isRecording() const { return m_state == State::recording; }
     [[nodiscard]] bool isPaused() const { return m_state == State::paused; }
 
-    // Opens the file (it exists from then on) and starts capturing.
-    [[nodiscard]] std::optional<CaptureError> start();
+    // Opens the file (it exists from then on) and starts capturing. The file's
+    // timeline begins at `origin` when given (the press of Record, shared by both
+    // sources of a recording), else at this call.
+    [[nodiscard]] std::optional<CaptureError> start(
+        std::optional<std::chrono::steady_clock::time_point> origin = std::nullopt);
     void pause();
     void resume();
     // Closes the file, from recording or paused, and ends the capture.
@@ -59,6 +66,10 @@ public:
 
     // The counts so far; after stop() the final ones.
     [[nodiscard]] Statistics statistics() const;
+
+    // The loudest sample written since the previous call, 0..1 of full scale; 0 when
+    // only silence (or nothing) came. Reading resets it: one reader only.
+    [[nodiscard]] float takeLevel() { return m_level.read(); }
 
 protected:
     struct Profile
@@ -90,8 +101,9 @@ private:
     const QString m_filePath;
     const Profile m_profile;
     State m_state = State::idle;
-    // Declared before the capture so that it outlives it: the capture's thread pushes into it.
+    // Declared before the capture so that they outlive it: the capture's thread pushes into them.
     AudioFileWriter m_file;
+    PeakMeter m_level;
     std::unique_ptr<Capture> m_capture;
     Capture::Counters m_finalCounters;
 };

@@ -1,12 +1,22 @@
 // Records system audio and the microphone from a private PulseAudio daemon while
-// tones play, with the live mixer following the two files as in a real recording, and
-// reports the process's CPU use (capture, writers and mixing) and whether any frame was
-// lost between the server and the files. Starts the daemon itself (through the test
-// fixtures) unless it already runs under one.
+// tones play at a call's latency (20 ms), the speakers falling idle for 10 s in the
+// middle, with the live mixer following the two files as in a real recording, and
+// reports the process's CPU use (capture, writers, levels read as the screen reads
+// them, and mixing), whether any frame was lost between the server and the files, how
+// long each source took to its first block, and how far a track ever was from the
+// recorded time. Starts the daemon itself (through the test fixtures) unless it
+// already runs under one.
 //
 //   build/bench/capture_bench [seconds]      (default 60)
 //
 // Last line: cpu_percent=<n> lost_frames=<n> mixed=<1 when the live mix finished>
+// start_gap_system_ms=<n> start_gap_microphone_ms=<n> track_error_ms=<n> track_lag_ms=<n>
+//
+// The recorded time counts from the first start() (the microphone's) to the stop.
+// track_error_ms: the largest difference between a file's length and the recorded
+// time, or between the two files: what the mix lays side by side. track_lag_ms: the
+// most a track ever was behind the clock while running, sampled every 40 ms: audio
+// on its way, or a gap not yet long enough to be written as silence (100 ms).
 
 #include "audio/DualRecorderError.h"
 #include "audio/LiveMixer.h"
@@ -22,6 +32,7 @@
 
 #include <qcoro/qcorotask.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <cstdio>
@@ -104,39 +115,72 @@ int main(int argc, char **argv)
     const QString microphoneTone = dir.filePath(QStringLiteral("1000.wav"));
     if (!writeTone(systemTone, 440, seconds + 5) || !writeTone(microphoneTone, 1000, seconds + 5))
         return 1;
-    QProcess systemPlayer, microphonePlayer;
-    systemPlayer.start(QStringLiteral("paplay"), { QStringLiteral("--device=speakers"), systemTone });
-    microphonePlayer.start(QStringLiteral("paplay"), { QStringLiteral("--device=micfeed"), microphoneTone });
+    const auto play = [](QProcess &player, const char *device, const QString &tone) {
+        player.start(QStringLiteral("paplay"),
+            { QStringLiteral("--latency-msec=20"), QString::fromLatin1(device), tone });
+    };
+    QProcess systemPlayer, microphonePlayer, laterPlayer;
+    play(systemPlayer, "--device=speakers", systemTone);
+    play(microphonePlayer, "--device=micfeed", microphoneTone);
     std::this_thread::sleep_for(std::chrono::milliseconds(500));
 
     PulseSoundServer server;
     SystemRecorder system(dir.filePath(QStringLiteral("bench_system.wav")), server);
     MicRecorder microphone(dir.filePath(QStringLiteral("bench_microphone.wav")), server);
-    if (auto error = microphone.start()) {
+    using Steady = std::chrono::steady_clock;
+    const Steady::time_point pressed = Steady::now();
+    if (auto error = microphone.start(pressed)) {
         std::fprintf(stderr, "microphone: %s\n", qPrintable(describe(*error)));
         return 1;
     }
-    if (auto error = system.start()) {
+    if (auto error = system.start(pressed)) {
         std::fprintf(stderr, "system: %s\n", qPrintable(describe(*error)));
         return 1;
     }
     LiveMixer mixer(
         { system.filePath(), microphone.filePath(), dir.filePath(QStringLiteral("bench_mixed.m4a")) });
     const double cpuBefore = cpuSeconds();
-    const auto wallBefore = std::chrono::steady_clock::now();
-    std::this_thread::sleep_for(std::chrono::seconds(seconds));
+    const auto wallBefore = Steady::now();
+    const auto since
+        = [](Steady::time_point from) { return std::chrono::duration<double>(Steady::now() - from).count(); };
+    // The screen reads both levels 25 times a second while recording.
+    const double idleFrom = seconds * 0.5 - 5;
+    bool idle = false;
+    bool resumed = false;
+    double trackLag = 0;
+    float loudest[2] {};
+    while (since(wallBefore) < seconds) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(40));
+        loudest[0] = std::max(loudest[0], system.takeLevel());
+        loudest[1] = std::max(loudest[1], microphone.takeLevel());
+        const double recorded = since(pressed);
+        for (const SourceRecorder::Statistics &track : { system.statistics(), microphone.statistics() }) {
+            const double length = static_cast<double>(track.framesDelivered) / 48000;
+            trackLag = std::max(trackLag, recorded - length);
+        }
+        if (!idle && since(wallBefore) >= idleFrom) {
+            idle = true;
+            systemPlayer.kill();
+            systemPlayer.waitForFinished();
+        }
+        if (idle && !resumed && since(wallBefore) >= idleFrom + 10) {
+            resumed = true;
+            play(laterPlayer, "--device=speakers", systemTone);
+        }
+    }
     const SystemRecorder::Statistics systemBefore = system.statistics();
     const MicRecorder::Statistics microphoneBefore = microphone.statistics();
     microphone.stop();
     system.stop();
+    const double recorded = since(pressed);
     const double cpu = cpuSeconds() - cpuBefore;
-    const double wall = std::chrono::duration<double>(std::chrono::steady_clock::now() - wallBefore).count();
+    const double wall = since(wallBefore);
     bool mixed = false;
     QCoro::waitFor(finishCatching(mixer.finish([](const QString &) {}), mixed));
-    systemPlayer.kill();
-    microphonePlayer.kill();
-    systemPlayer.waitForFinished();
-    microphonePlayer.waitForFinished();
+    for (QProcess *player : { &systemPlayer, &microphonePlayer, &laterPlayer }) {
+        player->kill();
+        player->waitForFinished();
+    }
 
     const SystemRecorder::Statistics systemAfter = system.statistics();
     const MicRecorder::Statistics microphoneAfter = microphone.statistics();
@@ -155,6 +199,21 @@ int main(int argc, char **argv)
         static_cast<double>(microphoneAfter.framesWritten) / 48000,
         static_cast<double>(systemBefore.framesWritten) / 48000,
         static_cast<double>(microphoneBefore.framesWritten) / 48000);
-    std::printf("cpu_percent=%.2f lost_frames=%lld mixed=%d\n", 100 * cpu / wall, lost, mixed ? 1 : 0);
+    const double systemSeconds = static_cast<double>(systemAfter.framesWritten) / 48000;
+    const double microphoneSeconds = static_cast<double>(microphoneAfter.framesWritten) / 48000;
+    const double trackError = std::max({ std::abs(systemSeconds - recorded),
+        std::abs(microphoneSeconds - recorded), std::abs(systemSeconds - microphoneSeconds) });
+    std::printf(
+        "recorded %.3f s from the first start(); loudest levels read: system %.2f, microphone %.2f; "
+        "absorbed: system %llu, microphone %llu frames; silence: system %llu, microphone %llu frames\n",
+        recorded, static_cast<double>(loudest[0]), static_cast<double>(loudest[1]),
+        static_cast<unsigned long long>(systemAfter.framesAbsorbed),
+        static_cast<unsigned long long>(microphoneAfter.framesAbsorbed),
+        static_cast<unsigned long long>(systemAfter.framesOfSilence),
+        static_cast<unsigned long long>(microphoneAfter.framesOfSilence));
+    std::printf("cpu_percent=%.2f lost_frames=%lld mixed=%d start_gap_system_ms=%.0f start_gap_microphone_ms=%.0f "
+                "track_error_ms=%.0f track_lag_ms=%.0f\n",
+        100 * cpu / wall, lost, mixed ? 1 : 0, static_cast<double>(systemAfter.framesBeforeFirstBlock) / 48,
+        static_cast<double>(microphoneAfter.framesBeforeFirstBlock) / 48, 1000 * trackError, 1000 * trackLag);
     return 0;
 }

@@ -127,6 +127,10 @@ std::unique_ptr<RecorderFlow> RecorderFlow::preview(
     flow->setDisplayedElapsed(elapsed);
     flow->setMicrophone(microphone);
     flow->setSystemAudio(systemAudio);
+    // Fixed levels, so that the meters of a live snapshot show something and
+    // always the same: the other side talking, the user's voice softer.
+    if (state.is(State::Kind::recording) || state.is(State::Kind::paused))
+        flow->setLevels(0.5, 0.12);
     flow->m_frozenForPreview = true;
     return flow;
 }
@@ -257,6 +261,7 @@ void RecorderFlow::record()
     setState(State::recording());
     // displayedElapsed is not reset here: the first tick brings it up to date.
     startTicker();
+    startLevels();
 }
 
 void RecorderFlow::pause()
@@ -265,6 +270,7 @@ void RecorderFlow::pause()
         return;
     m_capture->pause();
     closeSegment();
+    m_lastLevelRead.reset(); // paused time counts toward no silence
     setState(State::paused());
 }
 
@@ -274,6 +280,7 @@ void RecorderFlow::resume()
         return;
     m_capture->resume();
     m_segmentStart = m_platform.clock->monotonicNow();
+    m_lastLevelRead = m_segmentStart;
     setState(State::recording());
 }
 
@@ -282,6 +289,7 @@ void RecorderFlow::discard()
     if (m_frozenForPreview)
         return;
     cancelTicker();
+    resetLevels();
     // A running capture ignores a cancel: it is closed first, so nothing of it stays. A
     // send under way is deliberately not cancelled; it keeps its own reference to the
     // capture, and what it leaves is offered again.
@@ -306,6 +314,7 @@ void RecorderFlow::checkCapture()
         return;
     closeSegment();
     cancelTicker();
+    resetLevels();
     m_capture->close();
     const QString at = clockText(m_elapsed);
     qCCritical(lcRecorder, "recording stopped at %s: a file stopped taking audio (%d)", qUtf8Printable(at),
@@ -433,6 +442,68 @@ QCoro::Task<> RecorderFlow::runTicker(
     }
 }
 
+// --- live levels and the silent-source hint ----------------------------------
+
+void RecorderFlow::startLevels()
+{
+    resetLevels();
+    m_levelTicker = std::make_shared<Ticker>();
+    m_lastLevelRead = m_platform.clock->monotonicNow();
+    runLevels(this, m_platform.clock, m_levelTicker);
+}
+
+void RecorderFlow::resetLevels()
+{
+    if (m_levelTicker)
+        m_levelTicker->cancelled = true;
+    m_levelTicker.reset();
+    m_systemQuiet = m_microphoneQuiet = {};
+    m_lastLevelRead.reset();
+    setLevels(0, 0);
+    setIfChanged(m_silenceHint, QString(), this, &RecorderFlow::silenceHintChanged);
+}
+
+QCoro::Task<> RecorderFlow::runLevels(
+    QPointer<RecorderFlow> self, std::shared_ptr<Clock> clock, std::shared_ptr<Ticker> ticker)
+{
+    while (!ticker->cancelled) {
+        co_await clock->sleep(levelInterval);
+        if (ticker->cancelled || !self)
+            co_return;
+        self->readLevels();
+    }
+}
+
+void RecorderFlow::setLevels(double system, double microphone)
+{
+    setIfChanged(m_systemLevel, system, this, &RecorderFlow::systemLevelChanged);
+    setIfChanged(m_microphoneLevel, microphone, this, &RecorderFlow::microphoneLevelChanged);
+}
+
+// A source that only ever sends zeros (or nothing) while the other is heard is
+// more likely a fault than a quiet moment: a quiet room or a pause in a call still
+// carries noise, and both sides are rarely digitally silent for long at once. Only
+// recorded time counts.
+void RecorderFlow::readLevels()
+{
+    if (!m_state.is(State::Kind::recording) || !m_capture)
+        return;
+    const RecordingCapture::Levels levels = m_capture->takeLevels();
+    const auto now = m_platform.clock->monotonicNow();
+    const auto span = m_lastLevelRead ? now - *m_lastLevelRead : std::chrono::steady_clock::duration {};
+    m_lastLevelRead = now;
+    m_systemQuiet = levels.systemAudio > 0 ? std::chrono::steady_clock::duration {} : m_systemQuiet + span;
+    m_microphoneQuiet
+        = levels.microphone > 0 ? std::chrono::steady_clock::duration {} : m_microphoneQuiet + span;
+    setLevels(levels.systemAudio, levels.microphone);
+    QString hint;
+    if (m_systemQuiet >= silenceHintAfter && m_microphoneQuiet < m_systemQuiet)
+        hint = tr("Nothing heard from the other apps yet.");
+    else if (m_microphoneQuiet >= silenceHintAfter && m_systemQuiet < m_microphoneQuiet)
+        hint = tr("Nothing heard from the microphone yet.");
+    setIfChanged(m_silenceHint, hint, this, &RecorderFlow::silenceHintChanged);
+}
+
 // --- permissions -------------------------------------------------------------
 
 void RecorderFlow::refreshPermissions()
@@ -497,6 +568,7 @@ void RecorderFlow::save()
         return;
     closeSegment();
     cancelTicker();
+    resetLevels();
     const qint64 duration = wholeSeconds(m_elapsed);
     writeSidecar(*m_capture, *m_startedAt, m_elapsed, RecordingSidecar::Stage::recorded);
     setState(State::saving(tr("Finishing the recording…")));

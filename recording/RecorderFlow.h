@@ -65,6 +65,9 @@ class RecorderFlow : public QObject
     Q_PROPERTY(bool isLive READ isLive NOTIFY isLiveChanged)
     Q_PROPERTY(bool showsPermissions READ showsPermissions NOTIFY showsPermissionsChanged)
     Q_PROPERTY(bool systemAudioStepEnabled READ systemAudioStepEnabled NOTIFY systemAudioStepEnabledChanged)
+    Q_PROPERTY(double systemLevel READ systemLevel NOTIFY systemLevelChanged)
+    Q_PROPERTY(double microphoneLevel READ microphoneLevel NOTIFY microphoneLevelChanged)
+    Q_PROPERTY(QString silenceHint READ silenceHint NOTIFY silenceHintChanged)
 
 public:
     using State = RecorderState;
@@ -75,6 +78,12 @@ public:
     static constexpr int permissionPollAttempts = 10;
     // A recording starts only with room for this much of it.
     static constexpr std::chrono::minutes roomToStart { 10 };
+    // Levels are read 25 times a second: lively meters, and never more than 30
+    // changes a second.
+    static constexpr std::chrono::milliseconds levelInterval { 40 };
+    // How long one source may stay silent while the other is heard before the
+    // screen says so (see docs/screens.md for why this long).
+    static constexpr std::chrono::seconds silenceHintAfter { 30 };
 
     // `store` must outlive the flow; so must `api`'s network manager. Reads the
     // permissions once.
@@ -141,6 +150,15 @@ public:
     // is known, at most ten times.
     void requestSystemAudio();
 
+    // --- live levels and the silent-source hint ---
+    // The loudest sample of each source in the last read, 0..1 of full scale; 0 when
+    // not recording. Frozen while paused.
+    [[nodiscard]] double systemLevel() const { return m_systemLevel; }
+    [[nodiscard]] double microphoneLevel() const { return m_microphoneLevel; }
+    // The status line's sentence while one source has been digital silence for
+    // silenceHintAfter of recording while the other was heard; empty otherwise.
+    [[nodiscard]] QString silenceHint() const { return m_silenceHint; }
+
 Q_SIGNALS:
     void stateChanged();
     void elapsedChanged();
@@ -151,6 +169,9 @@ Q_SIGNALS:
     void isLiveChanged();
     void showsPermissionsChanged();
     void systemAudioStepEnabledChanged();
+    void systemLevelChanged();
+    void microphoneLevelChanged();
+    void silenceHintChanged();
 
 private:
     struct Ticker;
@@ -210,4 +231,22 @@ private:
     std::optional<std::chrono::steady_clock::time_point> m_segmentStart;
     std::shared_ptr<Ticker> m_ticker;
     bool m_offering = false;
+
+    // --- live levels and the silent-source hint ---
+    // Runs from record() to save() or discard(); reads nothing while paused.
+    void startLevels();
+    static QCoro::Task<> runLevels(
+        QPointer<RecorderFlow> self, std::shared_ptr<Clock> clock, std::shared_ptr<Ticker> ticker);
+    void readLevels();
+    void resetLevels();
+    void setLevels(double system, double microphone);
+
+    std::shared_ptr<Ticker> m_levelTicker;
+    double m_systemLevel = 0;
+    double m_microphoneLevel = 0;
+    QString m_silenceHint;
+    // Recording time each source has been silent for, up to the last read.
+    std::chrono::steady_clock::duration m_systemQuiet {};
+    std::chrono::steady_clock::duration m_microphoneQuiet {};
+    std::optional<std::chrono::steady_clock::time_point> m_lastLevelRead;
 };

@@ -44,6 +44,17 @@ public:
     [[nodiscard]] virtual std::optional<WriteFailure> writeFailure() const = 0;
     // The mixer's error when the last stop() could not mix.
     [[nodiscard]] virtual std::optional<QString> mixFailure() const = 0;
+
+    // --- live levels ---
+    // The loudest sample each source wrote since the previous call, 0..1 of full
+    // scale; 0 is digital silence or nothing at all. Reading resets both, so there
+    // is one reader: the flow. A capture that measures nothing reads 0.
+    struct Levels
+    {
+        float systemAudio = 0;
+        float microphone = 0;
+    };
+    [[nodiscard]] virtual Levels takeLevels() { return {}; }
 };
 
 // Makes the capture of a new recording whose files go into `folder`.

@@ -4,6 +4,7 @@
 #include "ui/ClockText.h"
 #include "ui/EqualColumnsLayout.h"
 #include "ui/FadingStack.h"
+#include "ui/LevelMeter.h"
 #include "ui/Motion.h"
 #include "ui/OutlinedBox.h"
 #include "ui/Palette.h"
@@ -176,16 +177,22 @@ RecorderView::RecorderView(RecorderFlow *flow, SoundSettings::Opener openSetting
     m_waveform = new WaveformIndicator;
     m_waveform->setFont(footnote);
     m_waveform->setColor(Palette::secondaryText());
-    auto *recordingText = new TextLabel(
+    m_recordingText = new TextLabel(
         tr("Recording the system audio and the microphone"), footnote, Palette::secondaryText());
-    recordingText->setObjectName(QStringLiteral("recordingStatus"));
-    topAligned(m_recordingStatus)->addWidget(labelled(m_waveform, recordingText));
+    m_recordingText->setObjectName(QStringLiteral("recordingStatus"));
+    auto *recordingLayout = topAligned(m_recordingStatus);
+    recordingLayout->addWidget(labelled(m_waveform, m_recordingText));
+    recordingLayout->addSpacing(12);
+    recordingLayout->addWidget(metersRow(m_recordingMeters, false));
     m_status->addPage(m_recordingStatus);
 
     m_pausedStatus = new QWidget;
     auto *pausedText = new TextLabel(tr("Paused"), footnote, Palette::secondaryText());
     pausedText->setObjectName(QStringLiteral("pausedStatus"));
-    topAligned(m_pausedStatus)->addWidget(pausedText);
+    auto *pausedLayout = topAligned(m_pausedStatus);
+    pausedLayout->addWidget(pausedText);
+    pausedLayout->addSpacing(12);
+    pausedLayout->addWidget(metersRow(m_pausedMeters, true));
     m_status->addPage(m_pausedStatus);
 
     m_savingStatus = new QWidget;
@@ -279,6 +286,9 @@ RecorderView::RecorderView(RecorderFlow *flow, SoundSettings::Opener openSetting
             connect(m_flow, changed, this, &RecorderView::showPermissions);
         connect(m_flow, &RecorderFlow::canRetrySendChanged, this, &RecorderView::showRetry);
         connect(m_flow, &RecorderFlow::displayedElapsedChanged, this, &RecorderView::showClock);
+        connect(m_flow, &RecorderFlow::systemLevelChanged, this, &RecorderView::showLevels);
+        connect(m_flow, &RecorderFlow::microphoneLevelChanged, this, &RecorderView::showLevels);
+        connect(m_flow, &RecorderFlow::silenceHintChanged, this, &RecorderView::showRecordingText);
     }
 
     setAnimated(true);
@@ -287,6 +297,8 @@ RecorderView::RecorderView(RecorderFlow *flow, SoundSettings::Opener openSetting
     showBody();
     showPermissions();
     showState();
+    showLevels();
+    showRecordingText();
 }
 
 QString RecorderView::format(double seconds)
@@ -428,4 +440,45 @@ void RecorderView::showState()
         break;
     }
     showRetry();
+}
+
+// Captions name the sources; the meters themselves carry no text.
+QWidget *RecorderView::metersRow(Meters &meters, bool dimmed)
+{
+    auto *row = new QWidget;
+    auto *layout = new QHBoxLayout(row);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->setSpacing(6);
+    layout->addStretch(1);
+    const auto add = [&](const QString &caption, const QString &name, const char *objectName) {
+        auto *label = new TextLabel(caption, Typography::system(9), Palette::tertiaryText(), row);
+        auto *meter = new LevelMeter(row);
+        meter->setObjectName(QLatin1String(objectName));
+        meter->setAccessibleName(name);
+        meter->setDimmed(dimmed);
+        layout->addWidget(label, 0, Qt::AlignVCenter);
+        layout->addWidget(meter, 0, Qt::AlignVCenter);
+        return meter;
+    };
+    meters.systemAudio = add(tr("System audio"), tr("System audio level"), "systemAudioLevel");
+    layout->addSpacing(14);
+    meters.microphone = add(tr("Microphone"), tr("Microphone level"), "microphoneLevel");
+    layout->addStretch(1);
+    return row;
+}
+
+void RecorderView::showLevels()
+{
+    if (!m_flow)
+        return;
+    for (const Meters &meters : { m_recordingMeters, m_pausedMeters }) {
+        meters.systemAudio->setLevel(m_flow->systemLevel());
+        meters.microphone->setLevel(m_flow->microphoneLevel());
+    }
+}
+
+void RecorderView::showRecordingText()
+{
+    const QString hint = m_flow ? m_flow->silenceHint() : QString();
+    m_recordingText->setText(hint.isEmpty() ? tr("Recording the system audio and the microphone") : hint);
 }

@@ -10,6 +10,7 @@
 
 class BalancedLabel;
 class FadingStack;
+class LevelMeter;
 class PermissionRow;
 class PillButton;
 class TextButton;
@@ -19,9 +20,11 @@ class WaveformIndicator;
 // The screen shown once this computer is linked: it draws a RecorderFlow.
 // From top to bottom: "Unlink" in the corner; the elapsed-time clock; the
 // controls of the state (Record; Pause; Discard, Resume and Save; a spinner
-// while saving); a one-line status; the footer. While a permission is missing
-// and no recording is under way, the two-step permissions box takes the place
-// of the controls and the status.
+// while saving); a one-line status, with a level meter per source under it while
+// recording (dimmed, holding what it showed, while paused); the footer. While
+// recording, the status line gives way to the flow's silenceHint when it has one.
+// While a permission is missing and no recording is under way, the two-step
+// permissions box takes the place of the controls and the status.
 //
 // Every control calls the flow, except "Unlink": after its confirmation the
 // screen emits unlinkRequested() and whoever embeds it unlinks (discarding the
@@ -70,6 +73,8 @@ private:
     void showClock();
     void showClockColour();
     void showRetry();
+    void showLevels();
+    void showRecordingText();
 
     QPointer<RecorderFlow> m_flow;
     SoundSettings::Opener m_openSettings;
@@ -104,4 +109,16 @@ private:
     PermissionRow *m_systemAudioRow;
 
     QPointer<QMessageBox> m_confirmation;
+
+    // The meters of the recording and of the paused status line; the paused ones
+    // are dimmed for good and keep the last levels, which do not change while paused.
+    struct Meters
+    {
+        LevelMeter *systemAudio = nullptr;
+        LevelMeter *microphone = nullptr;
+    };
+    [[nodiscard]] static QWidget *metersRow(Meters &meters, bool dimmed);
+    Meters m_recordingMeters;
+    Meters m_pausedMeters;
+    TextLabel *m_recordingText = nullptr;
 };

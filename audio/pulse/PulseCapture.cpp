@@ -3,6 +3,7 @@
 #include "common/Logging.h"
 
 #include <algorithm>
+#include <cstring>
 
 using namespace std::chrono_literals;
 
@@ -13,9 +14,17 @@ namespace {
 constexpr auto blockDuration = 25ms;
 // How long a failed stream or server waits before the next attempt.
 constexpr auto retryDelay = 1000ms;
-// How often quiet spells are looked for, and how long one must last to count.
+// How often the stream is compared with the clock. A working stream with 25 ms
+// fragments runs between one and three blocks behind the clock (measured on the
+// fixture and on PipeWire); gapAfter is well above that, so a working stream is
+// never filled, and well below what a listener takes for a shift between tracks.
 constexpr auto tickInterval = 50ms;
-constexpr auto quietAfter = 100ms;
+constexpr auto gapAfter = 100ms;
+// How far ahead of the clock a stream may run before frames are taken out, and how
+// thinly: one frame in absorbStride is 0.5 % of the time, about 5 ms a second,
+// far more than any device clock drifts, and a one-sample step is inaudible.
+constexpr auto aheadAllowed = 20ms;
+constexpr qint64 absorbStride = 200;
 // A default sink that vanished is usually replaced within moments (a headset
 // switching profile): give the server that moment before asking for the default.
 constexpr auto followDelay = 100ms;
@@ -55,6 +64,9 @@ const QLoggingCategory &PulseCapture::category() const
 std::optional<QString> PulseCapture::start(const OutputDevice *output)
 {
     PulseConnection::Locker lock(m_connection);
+    // The timeline starts when the recording was asked for, not when the server
+    // first sends: the wait is filled with silence at the first block.
+    m_clockStart = Clock::now();
     if (const int error = m_connection.connect())
         return PulseConnection::errorText(error);
     m_connection.setStateHandler([this](pa_context_state_t state) { onContextState(state); });
@@ -86,7 +98,6 @@ std::optional<QString> PulseCapture::start(const OutputDevice *output)
         return error;
     }
     m_running = true;
-    m_clockStart = m_lastData = Clock::now();
     tick();
     qCDebug(category()).noquote() << "Capturing from"
                                   << (device.isEmpty() ? QByteArray("the default source") : device);
@@ -103,8 +114,6 @@ void PulseCapture::setSuspended(bool suspended)
         m_suspendedAt = Clock::now();
     } else {
         m_suspendedTotal += Clock::now() - m_suspendedAt;
-        m_lastData = Clock::now(); // the first block after a resume takes a moment
-        m_flowing = false;
     }
     if (m_stream && pa_stream_get_state(m_stream) == PA_STREAM_READY) {
         if (pa_operation *operation = pa_stream_cork(m_stream, suspended ? 1 : 0, nullptr, nullptr))
@@ -114,7 +123,8 @@ void PulseCapture::setSuspended(bool suspended)
 
 Capture::Counters PulseCapture::counters() const
 {
-    return { m_framesReceived.load(), m_framesOfSilence.load() };
+    return { m_framesReceived.load(), m_framesOfSilence.load(), m_framesAbsorbed.load(),
+        m_framesBeforeFirstBlock.load() };
 }
 
 bool PulseCapture::openStream(const QByteArray &device)
@@ -185,7 +195,6 @@ void PulseCapture::onStreamState()
         return; // a lost server is handled by onContextState
     // With do-not-move the server kills the stream when its sink goes away.
     qCWarning(category()) << "Capture stream ended:" << m_connection.lastError();
-    m_interrupted = true;
     reconnectIn(followDelay);
 }
 
@@ -203,7 +212,6 @@ void PulseCapture::onContextState(pa_context_state_t state)
         if (!m_outage)
             qCWarning(category()) << "Sound server connection lost:" << m_connection.lastError();
         m_outage = true;
-        m_interrupted = true;
         reconnectIn(retryDelay);
     }
 }
@@ -255,7 +263,6 @@ void PulseCapture::follow(const QByteArray &sink)
         if (eol || !info)
             return;
         capture->m_sink = info->name;
-        capture->m_interrupted = true;
         if (!capture->openStream(info->monitor_source_name))
             capture->reconnectIn(retryDelay);
     };
@@ -298,6 +305,11 @@ void PulseCapture::reconnect()
 void PulseCapture::onRead()
 {
     const int frameBytes = m_spec.bytesPerFrame();
+    const Clock::time_point now = Clock::now();
+    // A block with more queued behind it was heard before the present: a burst that
+    // piled up while this thread waited is placed where it was heard.
+    const size_t readable = m_stream ? pa_stream_readable_size(m_stream) : 0;
+    qint64 queued = readable == static_cast<size_t>(-1) ? 0 : static_cast<qint64>(readable) / frameBytes;
     while (m_stream && pa_stream_readable_size(m_stream) > 0) {
         const void *data = nullptr;
         size_t bytes = 0;
@@ -305,10 +317,16 @@ void PulseCapture::onRead()
             return;
         const auto frames = static_cast<qint64>(bytes / static_cast<size_t>(frameBytes));
         m_framesReceived.fetch_add(static_cast<quint64>(frames), std::memory_order_relaxed);
-        account(frames);
-        deliver(data, frames); // a null pointer is a hole in the stream: silence
+        queued = std::max<qint64>(queued - frames, 0);
+        // A null pointer is a hole in the stream: silence.
+        take(data, frames, now - std::chrono::microseconds(queued * 1000000 / m_spec.rate));
         pa_stream_drop(m_stream);
     }
+}
+
+qint64 PulseCapture::framesOf(std::chrono::milliseconds span) const
+{
+    return m_spec.rate * span.count() / 1000;
 }
 
 qint64 PulseCapture::expectedFrames(Clock::time_point now) const
@@ -319,23 +337,55 @@ qint64 PulseCapture::expectedFrames(Clock::time_point now) const
     return static_cast<qint64>(std::chrono::duration<double>(running).count() * m_spec.rate);
 }
 
-void PulseCapture::account(qint64 frames)
+void PulseCapture::take(const void *data, qint64 frames, Clock::time_point now)
 {
-    const Clock::time_point now = Clock::now();
-    m_lastData = now;
-    m_interrupted = false;
-    const qint64 deficit = expectedFrames(now) - (m_delivered + frames);
-    if (!m_flowing) {
-        m_flowing = true;
-        m_baseline = deficit;
+    if (m_caughtUp || m_suspended) {
+        m_framesAbsorbed.fetch_add(static_cast<quint64>(frames), std::memory_order_relaxed);
         return;
     }
-    if (deficit - m_baseline > m_spec.rate / 4) {
-        qCWarning(category()) << "About" << (deficit - m_baseline) * 1000 / m_spec.rate
-                              << "ms of audio did not arrive from the sound server";
-        m_baseline = deficit;
+    // The block's last frame was heard a moment ago, so it ends at the present at
+    // the latest; how long ago the server does not say.
+    const qint64 expected = expectedFrames(now);
+    if (!m_sawFirstBlock) {
+        m_sawFirstBlock = true;
+        m_framesBeforeFirstBlock.store(static_cast<quint64>(std::max<qint64>(expected, 0)));
+        qCDebug(category()) << "First audio" << expected * 1000 / m_spec.rate
+                            << "ms after the start; the wait is silence";
+        fillUpTo(expected - frames);
+    } else if (expected - frames - m_delivered > framesOf(gapAfter)) {
+        fillUpTo(expected - frames);
     }
-    m_baseline = std::min(m_baseline, deficit);
+    endGap();
+
+    const qint64 ahead = m_delivered + frames - expected;
+    qint64 skip = 0;
+    if (ahead > framesOf(gapAfter))
+        skip = std::min(ahead, frames); // late audio for time already written
+    else if (ahead > framesOf(aheadAllowed))
+        skip = std::min(ahead - framesOf(aheadAllowed), frames / absorbStride + 1);
+    if (skip <= 0) {
+        deliver(data, frames);
+        return;
+    }
+    m_framesAbsorbed.fetch_add(static_cast<quint64>(skip), std::memory_order_relaxed);
+    if (ahead > framesOf(gapAfter) || !data || frames <= skip) {
+        if (frames > skip)
+            deliver(data ? static_cast<const char *>(data) + skip * m_spec.bytesPerFrame() : nullptr,
+                frames - skip);
+        return;
+    }
+    // One frame out of every stretch of the block, spread so that no step is heard.
+    const qint64 frameBytes = m_spec.bytesPerFrame();
+    const qint64 stretch = frames / skip;
+    m_thinned.resize(static_cast<size_t>((frames - skip) * frameBytes));
+    const auto *from = static_cast<const char *>(data);
+    char *to = m_thinned.data();
+    for (qint64 i = 0; i < skip; ++i) {
+        const qint64 kept = (i + 1 == skip ? frames - i * stretch : stretch) - 1;
+        std::memcpy(to, from + (i * stretch + 1) * frameBytes, static_cast<size_t>(kept * frameBytes));
+        to += kept * frameBytes;
+    }
+    deliver(m_thinned.data(), frames - skip);
 }
 
 void PulseCapture::tick()
@@ -344,39 +394,80 @@ void PulseCapture::tick()
         m_ticker = nullptr;
         if (m_stopping)
             return;
-        if (m_interrupted)
-            fillSilence(quietAfter);
+        const qint64 behind = expectedFrames(Clock::now()) - m_delivered;
+        if (!m_suspended && !m_caughtUp && behind > framesOf(gapAfter + blockDuration))
+            fillUpTo(m_delivered + behind - framesOf(blockDuration));
         tick();
     });
 }
 
-void PulseCapture::fillSilence(std::chrono::milliseconds quietFor)
+void PulseCapture::fillUpTo(qint64 target)
 {
-    const Clock::time_point now = Clock::now();
-    if (m_suspended || now - m_lastData < quietFor)
-        return;
-    // Stop a block short of the present: that much is normally on its way.
-    const qint64 slack
-        = m_spec.rate * std::chrono::duration_cast<std::chrono::milliseconds>(blockDuration).count() / 1000;
-    const qint64 missing = expectedFrames(now) - slack - m_delivered;
+    const qint64 missing = target - m_delivered;
     if (missing <= 0)
         return;
-    if (m_flowing)
-        qCDebug(category()) << "No audio from the sound server; writing silence";
-    m_flowing = false;
+    if (m_gapAt < 0)
+        m_gapAt = m_delivered;
+    m_gapFrames += missing;
     m_framesOfSilence.fetch_add(static_cast<quint64>(missing), std::memory_order_relaxed);
     deliver(nullptr, missing);
+}
+
+void PulseCapture::endGap()
+{
+    if (m_gapAt < 0)
+        return;
+    // One line per gap however many ticks filled it; the start's wait is a gap too,
+    // at 0 s. The last few milliseconds before a stop are no news.
+    if (m_gapFrames >= framesOf(gapAfter))
+        qCInfo(category()).noquote() << QStringLiteral("Filled %1 ms without audio at %2 s with silence")
+                                            .arg(m_gapFrames * 1000 / m_spec.rate)
+                                            .arg(static_cast<double>(m_gapAt) / m_spec.rate, 0, 'f', 3);
+    m_gapAt = -1;
+    m_gapFrames = 0;
+}
+
+void PulseCapture::setOrigin(std::chrono::steady_clock::time_point origin)
+{
+    PulseConnection::Locker lock(m_connection);
+    // Once a block is placed the timeline is set; the first block comes tens of
+    // milliseconds after the start at the soonest.
+    if (!m_sawFirstBlock && origin < m_clockStart)
+        m_clockStart = origin;
 }
 
 void PulseCapture::catchUp()
 {
     PulseConnection::Locker lock(m_connection);
-    if (m_running)
-        fillSilence(std::chrono::duration_cast<std::chrono::milliseconds>(blockDuration) * 2);
+    if (!m_running || m_caughtUp)
+        return;
+    // Ends the timeline at the present; what is still on its way comes too late.
+    fillUpTo(expectedFrames(Clock::now()));
+    flush();
+    endGap();
+    m_caughtUp = true;
 }
 
 void PulseCapture::deliver(const void *data, qint64 frames)
 {
     m_delivered += frames;
-    m_onBlock(data, frames);
+    // A sink playing at a call's latency hands its monitor blocks of a few
+    // milliseconds; gathering them into fragments spares the writer most wake-ups.
+    if (data) {
+        const auto *bytes = static_cast<const char *>(data);
+        m_gathered.insert(m_gathered.end(), bytes, bytes + frames * m_spec.bytesPerFrame());
+        if (static_cast<qint64>(m_gathered.size()) < framesOf(blockDuration) * m_spec.bytesPerFrame())
+            return;
+    }
+    flush();
+    if (!data)
+        m_onBlock(nullptr, frames);
+}
+
+void PulseCapture::flush()
+{
+    if (m_gathered.empty())
+        return;
+    m_onBlock(m_gathered.data(), static_cast<qint64>(m_gathered.size()) / m_spec.bytesPerFrame());
+    m_gathered.clear();
 }

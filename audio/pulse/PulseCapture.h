@@ -6,6 +6,7 @@
 #include <atomic>
 #include <chrono>
 #include <optional>
+#include <vector>
 
 // A libpulse record stream that keeps going: the capture behind SoundServer's
 // startCapture (see there for the contract of the block handler).
@@ -17,17 +18,26 @@
 // Instead this follows the default sink itself: on a server event naming a new
 // default, or when its stream is killed with the sink, it connects to the current
 // default's monitor. The microphone stream is connected to the default source and
-// left to the server to move. After any interruption, including the server going
-// away and coming back, the gap is filled with silence measured on the monotonic
-// clock, so that the two files of a recording stay aligned.
+// left to the server to move.
 //
-// Record streams get no overrun callback, so loss is detected by comparing the
-// frames received with the monotonic clock; it is logged. While the stream is
-// interrupted (a sink switch, a lost server) a ticker writes silence as time
-// passes, so the timeline stays continuous and a pause still drops the silence
-// that falls into it. Quiet spells of a working stream are left alone: a sink
-// that plays nothing may send nothing for a while and then deliver it late, and
-// filling those spells would stretch the timeline.
+// What is delivered follows the monotonic clock, with suspended time left out, so
+// that the two files of a recording stay side by side for hours:
+// - the wait from start() to the first block is filled with silence, so the track
+//   begins when the recording was asked for;
+// - when the stream falls more than gapAfter behind the clock (a sink that plays
+//   nothing and sends nothing, a suspended device, a switch, a lost server), the
+//   ticker writes the gap as silence up to a block short of the present, which is
+//   what is normally on its way; one log line per gap says where and how long;
+// - when more arrives than the clock allows (a device clock running fast, or the
+//   late burst of a stream whose gap was already filled), the excess is dropped:
+//   beyond gapAfter at once from the front of the block (that time is already
+//   written), below it a frame in every absorbStride, which nobody hears;
+// - blocks arriving while suspended are dropped (they come after the pause).
+// Blocks are placed by when they were heard: one with more queued behind it ends
+// that much before the present. Small blocks (a sink at a call's latency sends a
+// few milliseconds at a time) are gathered into fragments before they are handed on.
+// Record streams get no overrun callback: a stream that loses data shows as a
+// gap, filled and logged like any other.
 //
 // Thread contract: start(), setSuspended(), counters() and the destructor run on
 // the owner's thread; everything else runs on the connection's mainloop thread.
@@ -45,6 +55,7 @@ public:
 
     void setSuspended(bool suspended) override;
     void catchUp() override;
+    void setOrigin(std::chrono::steady_clock::time_point origin) override;
     [[nodiscard]] Counters counters() const override;
 
 private:
@@ -62,11 +73,16 @@ private:
     void reconnectIn(std::chrono::milliseconds delay);
     void reconnect();
     void subscribe();
-    void account(qint64 frames);
     void tick();
-    void fillSilence(std::chrono::milliseconds quietFor);
+    // Delivers what the clock allows of a block that arrived `now`.
+    void take(const void *data, qint64 frames, Clock::time_point now);
+    // Silence up to `target` frames of the timeline, if that much is missing.
+    void fillUpTo(qint64 target);
+    void endGap();
     [[nodiscard]] qint64 expectedFrames(Clock::time_point now) const;
+    [[nodiscard]] qint64 framesOf(std::chrono::milliseconds span) const;
     void deliver(const void *data, qint64 frames);
+    void flush();
 
     PulseConnection m_connection;
     const CaptureSource m_source;
@@ -81,16 +97,22 @@ private:
     bool m_stopping = false;
     bool m_suspended = false;
     bool m_outage = false;
-    bool m_flowing = false;
-    bool m_interrupted = false;
+    bool m_caughtUp = false;
     pa_time_event *m_ticker = nullptr;
     Clock::time_point m_clockStart;
-    Clock::time_point m_lastData;
     Clock::time_point m_suspendedAt;
     Clock::duration m_suspendedTotal {};
+    // Frames of the timeline delivered so far, silence included.
     qint64 m_delivered = 0;
-    qint64 m_baseline = 0;
+    bool m_sawFirstBlock = false;
+    // The gap being filled: where it began on the timeline and how long it is so far.
+    qint64 m_gapAt = -1;
+    qint64 m_gapFrames = 0;
+    std::vector<char> m_thinned; // a block with frames taken out, reused
+    std::vector<char> m_gathered; // small blocks gathered into a fragment
 
     std::atomic<quint64> m_framesReceived { 0 };
     std::atomic<quint64> m_framesOfSilence { 0 };
+    std::atomic<quint64> m_framesAbsorbed { 0 };
+    std::atomic<quint64> m_framesBeforeFirstBlock { 0 };
 };

@@ -22,10 +22,10 @@ using namespace Qt::StringLiterals;
 namespace {
 
 // An idle monitor of the fixture's null sinks starts delivering only once its latency
-// has come down: recorded time counts from the first block written.
+// has come down (the wait is silence in the file): tones start once it has.
 bool waitForFirstAudio(const SourceRecorder &recorder)
 {
-    return QTest::qWaitFor([&] { return recorder.statistics().framesWritten > 0; }, 5000);
+    return QTest::qWaitFor([&] { return recorder.statistics().framesBeforeFirstBlock > 0; }, 5000);
 }
 
 } // namespace
@@ -60,10 +60,10 @@ private Q_SLOTS:
         LogCapture log;
         const QString path = m_dir.filePath(u"follow_system.wav"_s);
         SystemRecorder recorder(path, server);
-        QVERIFY(!recorder.start());
-        QVERIFY(waitForFirstAudio(recorder));
         QElapsedTimer elapsed;
         elapsed.start();
+        QVERIFY(!recorder.start());
+        QVERIFY(waitForFirstAudio(recorder));
         QTest::qWait(700);
         // A newly followed monitor starts late, later still on a loaded machine: stay on
         // each sink until it has delivered a good part of a second.
@@ -166,7 +166,7 @@ private Q_SLOTS:
             SourceRecorder &recorder;
             int channels;
             double tone;
-            qint64 firstAudio = -1; // recorded time counts from each file's first block
+            qint64 firstAudio = -1;
         } tracks[] = { { system, 2, 440 }, { microphone, 1, 1000 } };
         QElapsedTimer clock;
         clock.start();
@@ -195,9 +195,97 @@ private Q_SLOTS:
                     = ToneAnalysis::dominantFrequency(file.channelSpan(channel, 0, file.seconds()), 48000);
                 QVERIFY2(std::abs(heard - track.tone) <= 2, qPrintable(QString::number(heard)));
             }
-            const double recorded = static_cast<double>(end - track.firstAudio) / 1000;
+            // The wait for the first block is silence at the file's start: it counts.
+            const double recorded = static_cast<double>(end) / 1000;
             QVERIFY2(std::abs(file.seconds() - recorded) < 0.3,
                 qPrintable(u"file %1 s, recorded %2 s"_s.arg(file.seconds()).arg(recorded)));
+        }
+    }
+
+    // Each track follows the clock whatever its source sends (nothing for a while, a
+    // stall): a tone sits where it was played, the gap is silence, both files are as
+    // long as the recorded time, and a level rises only with its own source.
+    void tracksFollowTheClock_data()
+    {
+        QTest::addColumn<int>("quietMs"); // before the tones
+        QTest::addColumn<QByteArrayList>("sinks"); // the tones play into
+        QTest::addColumn<int>("stallMs"); // the speakers suspended after a second of tone
+        const QByteArrayList both { "speakers", "micfeed" };
+        QTest::newRow("idle output, then a tone") << 10000 << both << 0;
+        QTest::newRow("speakers only") << 0 << QByteArrayList { "speakers" } << 0;
+        QTest::newRow("microphone only") << 0 << QByteArrayList { "micfeed" } << 0;
+        QTest::newRow("a stalled sink") << 500 << both << 1000;
+    }
+    void tracksFollowTheClock()
+    {
+        QFETCH(int, quietMs);
+        QFETCH(QByteArrayList, sinks);
+        QFETCH(int, stallMs);
+        PulseSoundServer server;
+        const QString paths[] { m_dir.filePath(u"clock_system.wav"_s),
+            m_dir.filePath(u"clock_microphone.wav"_s) };
+        SystemRecorder system(paths[0], server);
+        MicRecorder microphone(paths[1], server);
+        QElapsedTimer recorded;
+        recorded.start();
+        const auto pressed = std::chrono::steady_clock::now();
+        QVERIFY(!microphone.start(pressed) && !system.start(pressed));
+        QVERIFY(waitForFirstAudio(system) && waitForFirstAudio(microphone));
+        QTest::qWait(std::max(0, quietMs - static_cast<int>(recorded.elapsed())));
+        const auto now = [&recorded] { return static_cast<double>(recorded.nsecsElapsed()) / 1e9; };
+        const double toneAt = now();
+        std::vector<std::unique_ptr<TonePlayer>> tones;
+        for (const QByteArray &sink : sinks)
+            tones.push_back(std::make_unique<TonePlayer>(sink == "speakers" ? 440 : 1000, sink));
+        QTest::qWait(1000);
+        const float levels[] { system.takeLevel(), microphone.takeLevel() };
+        bool ok = true;
+        double stalled[4] {}; // before and after each pactl: the sink stops and starts in between
+        if (stallMs) {
+            stalled[0] = now();
+            pactl({ u"suspend-sink"_s, u"speakers"_s, u"1"_s }, &ok);
+            stalled[1] = now();
+            QTest::qWait(stallMs);
+            stalled[2] = now();
+            pactl({ u"suspend-sink"_s, u"speakers"_s, u"0"_s }, &ok);
+            stalled[3] = now();
+            QTest::qWait(1000);
+        }
+        microphone.stop();
+        system.stop();
+        const double seconds = now();
+        QVERIFY(ok);
+
+        // The first 10 ms from `from` on that carry a tone.
+        const auto onset = [](const SoundFile &file, double from) {
+            for (double t = from; t + 0.01 <= file.seconds(); t += 0.002) {
+                if (ToneAnalysis::rms(file.channelSpan(0, t, 0.01)) > 0.1)
+                    return t;
+            }
+            return -1.0;
+        };
+        for (int track : { 0, 1 }) {
+            const SoundFile file = SoundFile::read(paths[track]);
+            const QString where
+                = u"track %1: file %2 s, recorded %3 s, "_s.arg(track).arg(file.seconds()).arg(seconds);
+            QVERIFY2(std::abs(file.seconds() - seconds) < 0.05, qPrintable(where));
+            const bool played = sinks.contains(track ? "micfeed" : "speakers");
+            QVERIFY2(played ? levels[track] > 0.3 : levels[track] == 0,
+                qPrintable(where + QString::number(levels[track])));
+            if (!played)
+                continue;
+            // The tone players ask for a 50 ms buffer: a tone plays up to that late.
+            const double heard = onset(file, 0);
+            QVERIFY2(heard > toneAt - 0.05 && heard < toneAt + 0.1,
+                qPrintable(where + u"tone at %1 s, played at %2 s"_s.arg(heard).arg(toneAt)));
+            if (track == 1 || !stallMs)
+                continue;
+            const double back = onset(file, stalled[1] + 0.1);
+            QCOMPARE(
+                ToneAnalysis::rms(file.channelSpan(0, stalled[1] + 0.1, stalled[2] - stalled[1] - 0.2)), 0.0);
+            QVERIFY2(back > stalled[2] - 0.05 && back < stalled[3] + 0.1,
+                qPrintable(where
+                    + u"back at %1 s, resumed within %2–%3 s"_s.arg(back).arg(stalled[2]).arg(stalled[3])));
         }
     }
 

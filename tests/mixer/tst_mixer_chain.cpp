@@ -54,9 +54,11 @@ private slots:
         PulseSoundServer server;
         LogCapture log;
         DualRecorder recorder(folder.path(), server, std::make_shared<PulseAlertSound>());
+        QElapsedTimer running;
+        running.start();
         QVERIFY(!recorder.start());
         // An idle monitor of the fixture's null sinks starts delivering only once its
-        // latency has come down, so recorded time counts from when both files grow.
+        // latency has come down; the wait is silence at the start of its file.
         QVERIFY(QTest::qWaitFor(
             [&] {
                 return QFileInfo(recorder.microphonePath()).size() > 4844
@@ -70,8 +72,6 @@ private slots:
             kept.filePath(QStringLiteral("microphone.wav")), kept.filePath(QStringLiteral("batch.m4a")) };
         QVERIFY(::link(qPrintable(recorder.systemAudioPath()), qPrintable(keptFiles.systemAudio)) == 0
             && ::link(qPrintable(recorder.microphonePath()), qPrintable(keptFiles.microphone)) == 0);
-        QElapsedTimer running;
-        running.start();
         QTest::qWait(800);
         recorder.pause();
         qint64 recorded = running.elapsed();

@@ -43,6 +43,7 @@ public:
     bool holdStop = false;
     std::optional<WriteFailure> failure;
     std::optional<QString> mixError;
+    Levels levels; // what every read of the levels answers
 
     std::optional<QString> start() override
     {
@@ -66,6 +67,7 @@ public:
     [[nodiscard]] QString finalMixedPath() const override { return mixedPath; }
     [[nodiscard]] std::optional<WriteFailure> writeFailure() const override { return failure; }
     [[nodiscard]] std::optional<QString> mixFailure() const override { return m_mixFailure; }
+    [[nodiscard]] Levels takeLevels() override { return levels; }
     void release()
     {
         if (const auto held = std::exchange(m_held, {}))

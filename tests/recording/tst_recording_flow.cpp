@@ -232,6 +232,66 @@ private Q_SLOTS:
         QTRY_COMPARE(flow->displayedElapsed(), 0.0); // …the last update does
     }
 
+    // At most 30 changes a second while recording, none while paused; zero once saved.
+    void levelsFollowTheCapture()
+    {
+        StandIns bench;
+        auto flow = bench.makeFlow();
+        QSignalSpy changes(flow.get(), &RecorderFlow::systemLevelChanged);
+        flow->record();
+        for (int step = 0; step < 100; ++step) {
+            bench.last().levels = { step % 8 < 4 ? 0.5f : 0.25f, 0.125f }; // a new level every read
+            bench.clock->advance(10ms);
+        }
+        QVERIFY2(
+            changes.count() >= 20 && changes.count() <= 30, qPrintable(QString::number(changes.count())));
+        QCOMPARE(flow->microphoneLevel(), 0.125);
+        flow->pause();
+        changes.clear();
+        bench.last().levels = { 0.75f, 0.75f };
+        bench.clock->advance(1s);
+        QCOMPARE(changes.count(), 0);
+        flow->save();
+        QCOMPARE(flow->systemLevel() + flow->microphoneLevel(), 0.0);
+    }
+
+    void silenceHint_data()
+    {
+        QTest::addColumn<float>("system");
+        QTest::addColumn<float>("microphone");
+        QTest::addColumn<int>("seconds"); // of recording, with a paused minute in the middle
+        QTest::addColumn<QString>("hint");
+        QTest::newRow("other apps silent")
+            << 0.0f << 0.3f << 31 << u"Nothing heard from the other apps yet."_s;
+        QTest::newRow("microphone silent")
+            << 0.3f << 0.0f << 31 << u"Nothing heard from the microphone yet."_s;
+        QTest::newRow("not long enough") << 0.0f << 0.3f << 29 << QString();
+        QTest::newRow("both silent: a quiet moment") << 0.0f << 0.0f << 60 << QString();
+    }
+    void silenceHint()
+    {
+        QFETCH(float, system);
+        QFETCH(float, microphone);
+        QFETCH(int, seconds);
+        StandIns bench;
+        auto flow = bench.makeFlow();
+        flow->record();
+        bench.last().levels = { system, microphone };
+        const auto run = [&](std::chrono::milliseconds span) {
+            for (auto done = 0ms; done < span; done += RecorderFlow::levelInterval)
+                bench.clock->advance(RecorderFlow::levelInterval);
+        };
+        run(std::chrono::seconds(seconds / 2));
+        flow->pause();
+        run(60s);
+        flow->resume();
+        run(std::chrono::seconds(seconds - seconds / 2));
+        QTEST(flow->silenceHint(), "hint");
+        bench.last().levels = { 0.1f, 0.1f }; // sound again
+        run(RecorderFlow::levelInterval);
+        QCOMPARE(flow->silenceHint(), QString());
+    }
+
     void systemAudioPollIsBounded()
     {
         StandIns bench;

@@ -3,6 +3,7 @@
 #include "ScreenTestSupport.h"
 
 #include "recording/RecordingTestSupport.h"
+#include "ui/LevelMeter.h"
 #include "ui/PermissionRow.h"
 #include "ui/PillButton.h"
 #include "ui/PlatformWording.h"
@@ -11,6 +12,7 @@
 #include "ui/TextLabel.h"
 #include "ui/WaveformIndicator.h"
 
+#include <QAccessible>
 #include <QMessageBox>
 #include <QSignalSpy>
 #include <QTest>
@@ -75,23 +77,26 @@ private Q_SLOTS:
         QTest::addColumn<Permission>("microphone");
         QTest::addColumn<QStringList>("buttons");
         QTest::addColumn<QString>("status"); // the status line, "" while the permissions box shows
+        QTest::addColumn<QString>("meters"); // as assistive technology reads them
         const Permission unknown = Permission::unknown, denied = Permission::denied,
                          granted = Permission::granted;
         const QString unlink = u"Unlink"_s, record = u"Record"_s;
-        QTest::newRow("idle") << State::idle() << granted << QStringList { unlink, record } << u" "_s;
+        const QString meters = u"System audio level 50, Microphone level 12"_s;
+        QTest::newRow("idle") << State::idle() << granted << QStringList { unlink, record } << u" "_s
+                              << QString();
         QTest::newRow("recording, one revoked")
             << State::recording() << denied << QStringList { unlink, u"Pause"_s }
-            << u"Recording the system audio and the microphone"_s;
+            << u"Recording the system audio and the microphone"_s << meters;
         QTest::newRow("paused") << State::paused() << granted
-                                << QStringList { unlink, u"Discard"_s, u"Resume"_s, u"Save"_s }
-                                << u"Paused"_s;
+                                << QStringList { unlink, u"Discard"_s, u"Resume"_s, u"Save"_s } << u"Paused"_s
+                                << u"dimmed "_s + meters;
         QTest::newRow("saving") << State::saving(u"Uploading…"_s) << unknown << QStringList { unlink }
-                                << u"Uploading…"_s;
+                                << u"Uploading…"_s << QString();
         QTest::newRow("sent") << State::sent() << granted << QStringList { unlink, record }
-                              << u"Sent. The note is being written on your phone."_s;
+                              << u"Sent. The note is being written on your phone."_s << QString();
         // A preview keeps no recording: the message alone, no "Send again".
         QTest::newRow("failed") << State::failed(couldNotStart) << granted << QStringList { unlink, record }
-                                << couldNotStart;
+                                << couldNotStart << QString();
     }
     void whatEachStateShows()
     {
@@ -105,6 +110,17 @@ private Q_SLOTS:
                  "sentStatus", "failureMessage" })
             status << (screen.shows(line) ? child<QLabel>(screen.view, line)->text() : QString());
         QTEST(status.join(QString()), "status");
+        QStringList meters;
+        bool dimmed = false;
+        for (LevelMeter *meter : screen.view->findChildren<LevelMeter *>()) {
+            QAccessibleInterface *read = QAccessible::queryAccessibleInterface(meter);
+            if (!meter->isVisibleTo(screen.view))
+                continue;
+            meters << u"%1 %2"_s.arg(read->text(QAccessible::Name))
+                          .arg(read->valueInterface()->currentValue().toInt());
+            dimmed = meter->isDimmed();
+        }
+        QTEST((dimmed ? u"dimmed "_s : QString()) + meters.join(u", "_s), "meters");
         QCOMPARE(screen.shows("spinner"), state.is(State::Kind::saving));
         QCOMPARE(
             screen.view->findChild<WaveformIndicator *>()->isRunning(), state.is(State::Kind::recording));
