@@ -211,8 +211,9 @@ int main(int argc, char **argv)
         static_cast<unsigned long long>(microphoneAfter.framesAbsorbed),
         static_cast<unsigned long long>(systemAfter.framesOfSilence),
         static_cast<unsigned long long>(microphoneAfter.framesOfSilence));
-    std::printf("cpu_percent=%.2f lost_frames=%lld mixed=%d start_gap_system_ms=%.0f start_gap_microphone_ms=%.0f "
-                "track_error_ms=%.0f track_lag_ms=%.0f\n",
+    std::printf(
+        "cpu_percent=%.2f lost_frames=%lld mixed=%d start_gap_system_ms=%.0f start_gap_microphone_ms=%.0f "
+        "track_error_ms=%.0f track_lag_ms=%.0f\n",
         100 * cpu / wall, lost, mixed ? 1 : 0, static_cast<double>(systemAfter.framesBeforeFirstBlock) / 48,
         static_cast<double>(microphoneAfter.framesBeforeFirstBlock) / 48, 1000 * trackError, 1000 * trackLag);
     return 0;

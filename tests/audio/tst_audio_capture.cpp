@@ -166,20 +166,11 @@ private Q_SLOTS:
             SourceRecorder &recorder;
             int channels;
             double tone;
-            qint64 firstAudio = -1;
         } tracks[] = { { system, 2, 440 }, { microphone, 1, 1000 } };
         QElapsedTimer clock;
         clock.start();
         QVERIFY(!system.start() && !microphone.start());
-        QVERIFY(QTest::qWaitFor(
-            [&] {
-                for (Track &track : tracks) {
-                    if (track.firstAudio < 0 && track.recorder.statistics().framesWritten > 0)
-                        track.firstAudio = clock.elapsed();
-                }
-                return tracks[0].firstAudio >= 0 && tracks[1].firstAudio >= 0;
-            },
-            5000));
+        QVERIFY(waitForFirstAudio(system) && waitForFirstAudio(microphone));
         QTest::qWait(1000);
         system.stop();
         microphone.stop();
