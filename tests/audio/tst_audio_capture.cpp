@@ -86,10 +86,13 @@ private Q_SLOTS:
         QCOMPARE(file.rate, 48000); // the format read at start holds throughout
         // A monitor starts late after a switch: the order of the tones, not their times.
         QStringList heard;
+        // While the headset is the default the server may move the speakers' tone along to
+        // it: the headset's tone is what marks its monitor, whatever else plays there.
+        const auto plays = [&file](double t, double frequency) {
+            return ToneAnalysis::amplitudeAt(file.channelSpan(0, t, 0.2), file.rate, frequency) > 0.2;
+        };
         for (double t = 0; t + 0.2 <= file.seconds(); t += 0.1) {
-            const QString name = file.toneAt(t, 0.2, 440) ? u"speakers"_s
-                : file.toneAt(t, 0.2, 660)                ? u"headset"_s
-                                                          : QString();
+            const QString name = plays(t, 660) ? u"headset"_s : plays(t, 440) ? u"speakers"_s : QString();
             if (!name.isEmpty() && (heard.isEmpty() || heard.last() != name))
                 heard.append(name);
         }
