@@ -352,7 +352,9 @@ void PulseCapture::take(const void *data, qint64 frames, Clock::time_point now)
         qCDebug(category()) << "First audio" << expected * 1000 / m_spec.rate
                             << "ms after the start; the wait is silence";
         fillUpTo(expected - frames);
-    } else if (expected - frames - m_delivered > framesOf(gapAfter)) {
+    } else if (m_gapAt >= 0 || expected - frames - m_delivered > framesOf(gapAfter)) {
+        // After a gap the ticker has filled only up to a little before the present: the
+        // block that ends it is placed where it was heard, not right after that silence.
         fillUpTo(expected - frames);
     }
     endGap();
