@@ -121,8 +121,6 @@ void runUpload(QCoro::Task<> task)
             co_await std::move(task);
         } catch (const ApiError &error) {
             fail(QStringLiteral("upload: ") + error.description());
-        } catch (const TransportError &error) {
-            fail(QStringLiteral("upload: ") + error.description());
         }
         done = true;
         loop.quit();

@@ -3,7 +3,6 @@
 #include "account/JwtClaims.h"
 #include "account/SessionStore.h"
 #include "common/Logging.h"
-#include "service/TransportError.h"
 
 #include <QFile>
 #include <QFileInfo>
@@ -85,8 +84,6 @@ QCoro::Task<std::optional<SendPipeline::Outcome>> SendPipeline::run(SendPipeline
             co_return std::nullopt;
     } catch (const ApiError &error) {
         apiError = error;
-    } catch (const TransportError &error) {
-        otherError = error.description();
     } catch (const std::exception &error) {
         otherError = QString::fromUtf8(error.what());
     }

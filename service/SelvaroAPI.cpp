@@ -308,9 +308,9 @@ QCoro::Task<> SelvaroAPI::uploadCall(SelvaroAPI self, QString filePath, UploadTa
 
     auto file = std::make_unique<QFile>(filePath);
     if (!file->open(QIODevice::ReadOnly)) {
-        throw TransportError(
+        throw ApiError::transport(TransportError(
             file->exists() ? QNetworkReply::ContentAccessDenied : QNetworkReply::ContentNotFoundError,
-            file->errorString());
+            file->errorString()));
     }
 
     QNetworkRequest request(url);
@@ -333,7 +333,7 @@ QCoro::Task<> SelvaroAPI::uploadCall(SelvaroAPI self, QString filePath, UploadTa
     co_await reply.get();
 
     if (failedBelowHttp(*reply))
-        throw TransportError::fromReply(*reply, timedOut(*reply, false));
+        throw ApiError::transport(TransportError::fromReply(*reply, timedOut(*reply, false)));
     if (!hasStatus(*reply))
         throw ApiError::badResponse();
     // Only 200 counts: a storage that answers 201 or 204 is not the one we expect.

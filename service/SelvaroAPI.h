@@ -29,9 +29,8 @@ class QNetworkAccessManager;
 // manager must outlive every call (the application keeps one for the whole process).
 // Calls run on the thread of the network manager (the main thread).
 //
-// Failures are C++ exceptions carried through the awaited QCoro::Task: the JSON calls
-// throw ApiError; upload() throws ApiError for an HTTP answer and TransportError, as
-// it is, for a failure below HTTP.
+// Failures are C++ exceptions carried through the awaited QCoro::Task: every call
+// throws ApiError (a failure below HTTP as ApiError::transport).
 class SelvaroAPI
 {
 public:
@@ -64,7 +63,7 @@ public:
     // PUT of the file at `filePath` to target.url, streamed from disk, with only
     // "Content-Type: audio/m4a". Succeeds only on 200; any other status, redirects
     // included, throws ApiError::http(status, "upload_failed"). A failure below HTTP
-    // (or a file that cannot be opened) throws TransportError unwrapped. The target
+    // (or a file that cannot be opened) throws ApiError::transport. The target
     // must be https, unless the base URL itself is a loopback http one (the local note
     // service): anything else is ApiError::badResponse, before a byte is sent.
     [[nodiscard]] QCoro::Task<> upload(QString filePath, UploadTarget target) const;

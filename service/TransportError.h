@@ -9,8 +9,7 @@
 // A failure below HTTP: no connection, a dropped connection, a refused certificate,
 // a timeout. Its description is the network stack's own sentence; nothing is added.
 //
-// The JSON calls wrap it in ApiError::transport; SelvaroAPI::upload throws it as it is,
-// so whoever awaits an upload catches both types.
+// Every call of SelvaroAPI carries it wrapped in ApiError::transport.
 class TransportError : public std::exception
 {
 public:

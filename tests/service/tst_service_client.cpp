@@ -81,12 +81,8 @@ template <typename T> struct Outcome
 {
     std::optional<std::conditional_t<std::is_void_v<T>, std::monostate, T>> value;
     std::optional<ApiError> apiError;
-    std::optional<TransportError> transportError;
     // "ok", or the error's description.
-    [[nodiscard]] QString text() const
-    {
-        return value ? u"ok"_s : apiError ? apiError->description() : transportError->description();
-    }
+    [[nodiscard]] QString text() const { return value ? u"ok"_s : apiError->description(); }
 };
 template <typename T> Outcome<T> await(QCoro::Task<T> task)
 {
@@ -101,8 +97,6 @@ template <typename T> Outcome<T> await(QCoro::Task<T> task)
             }
         } catch (const ApiError &error) {
             outcome.apiError = error;
-        } catch (const TransportError &error) {
-            outcome.transportError = error;
         }
         co_return outcome;
     }(std::move(task)));
@@ -206,6 +200,11 @@ private slots:
         QTest::newRow("100") << u"service"_s << QString(100, u'x') << QString(100, u'x');
         QTest::newRow("101") << u"service"_s << QString(98, u'x') + u"\U0001F600\U0001F600\U0001F600"_s
                              << QString(98, u'x') + u"\U0001F600\u2026"_s; // never half an emoji
+        // The application's deadlines, in seconds (every other test passes short ones).
+        QTest::newRow("deadline stalled") << u"deadline"_s << u"stalled"_s << u"60"_s;
+        QTest::newRow("deadline json") << u"deadline"_s << u"json"_s << u"120"_s;
+        QTest::newRow("deadline small upload") << u"deadline"_s << u"1000"_s << u"120"_s;
+        QTest::newRow("deadline 170 MB upload") << u"deadline"_s << u"170000000"_s << u"5187"_s;
     }
     void texts()
     {
@@ -213,9 +212,14 @@ private slots:
         QFETCH(QString, in);
         QFETCH(QString, out);
         const QString build = QString::number(SelvaroAPI::parseBuildNumber(in));
-        QCOMPARE(kind == u"build"_s ? build
-                : kind == u"os"_s   ? DeviceInfo::threePartVersion(in)
-                                    : ServiceText::bounded(in),
+        const ServiceDeadlines deadlines = SelvaroAPI(nullptr).deadlines();
+        const auto deadline = in == u"stalled"_s ? deadlines.inactivity
+            : in == u"json"_s                    ? deadlines.jsonCall
+                                                 : deadlines.upload(in.toLongLong());
+        QCOMPARE(kind == u"build"_s     ? build
+                : kind == u"os"_s       ? DeviceInfo::threePartVersion(in)
+                : kind == u"deadline"_s ? QString::number(deadline.count() / 1000)
+                                        : ServiceText::bounded(in),
             out);
     }
 
@@ -286,8 +290,8 @@ private slots:
         QCOMPARE(headerOf(server.requests.at(2), "Authorization"), "(none)"_ba);
     }
 
-    // Below HTTP the JSON calls wrap Qt's error, the upload throws it bare; whatever the
-    // server does, a call ends by its deadline with the time-out sentence.
+    // Below HTTP every call wraps Qt's error; whatever the server does, a call ends by
+    // its deadline with the time-out sentence.
     void transportFailures_data()
     {
         QTest::addColumn<bool>("upload");
@@ -312,8 +316,8 @@ private slots:
         const auto put
             = upload ? await(api.upload(file(5), { url.toString() + u"/u"_s, {} })) : Outcome<void>();
         const auto json = upload ? Outcome<UploadTarget>() : await(api.uploadTarget(u"t"_s));
-        QCOMPARE(upload ? put.transportError->description() : json.apiError->transportError()->description(),
-            outcome);
+        const std::optional<ApiError> &error = upload ? put.apiError : json.apiError;
+        QCOMPARE(error->transportError()->description(), outcome);
         QVERIFY2(elapsed.elapsed() < 2000, qPrintable(QString::number(elapsed.elapsed())));
     }
 
