@@ -18,7 +18,7 @@ SelvaroRecorderApp::SelvaroRecorderApp(QUrl baseUrl)
     QObject::connect(qApp, &QGuiApplication::applicationStateChanged, &m_model.recorder(),
         [recorder = &m_model.recorder()](Qt::ApplicationState state) {
             if (state == Qt::ApplicationActive)
-                recorder->probePermissions();
+                recorder->permissions().probe();
         });
 }
 

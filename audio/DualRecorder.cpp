@@ -9,7 +9,6 @@
 #include "audio/SystemRecorder.h"
 #include "common/Logging.h"
 
-#include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QPointer>
@@ -41,15 +40,13 @@ QString makeStamp()
 
 DualRecorder::DualRecorder(
     const QString &baseDir, SoundServer &server, std::shared_ptr<AlertSound> alertSound, QObject *parent)
-    : DualRecorder(QDir(baseDir), makeStamp(), server, std::move(alertSound), parent)
+    : DualRecorder(RecordingFiles(baseDir, makeStamp()), server, std::move(alertSound), parent)
 { }
 
-DualRecorder::DualRecorder(const QDir &dir, const QString &stamp, SoundServer &server,
-    std::shared_ptr<AlertSound> alertSound, QObject *parent)
+DualRecorder::DualRecorder(
+    RecordingFiles files, SoundServer &server, std::shared_ptr<AlertSound> alertSound, QObject *parent)
     : QObject(parent)
-    , m_systemAudioPath(dir.filePath(stamp + QStringLiteral("_system.wav")))
-    , m_microphonePath(dir.filePath(stamp + QStringLiteral("_microphone.wav")))
-    , m_finalMixedPath(dir.filePath(stamp + QStringLiteral("_mixed.m4a")))
+    , m_files(std::move(files))
     , m_server(server)
     , m_alertSound(std::move(alertSound))
 { }
@@ -86,14 +83,14 @@ std::optional<QString> DualRecorder::start()
     // The system recorder is made only right before its own start, and any earlier
     // pair is released here.
     m_systemRecorder.reset();
-    m_micRecorder = std::make_unique<MicRecorder>(m_microphonePath, m_server);
+    m_micRecorder = std::make_unique<MicRecorder>(m_files.microphone(), m_server);
     // Both files begin at this instant, however long each start takes.
     const auto pressed = std::chrono::steady_clock::now();
     if (auto error = m_micRecorder->start(pressed))
         return describe(*error);
     qCDebug(lcDualRecorder, "Microphone recording started immediately");
 
-    m_systemRecorder = std::make_unique<SystemRecorder>(m_systemAudioPath, m_server);
+    m_systemRecorder = std::make_unique<SystemRecorder>(m_files.systemAudio(), m_server);
     // Deliberately leaves the microphone running: the caller decides what to clean up.
     if (auto error = m_systemRecorder->start(pressed))
         return describe(*error);
@@ -111,7 +108,7 @@ std::optional<QString> DualRecorder::start()
     // The mix follows the recording from here on, so that stop() only has to finish it.
     m_liveMixer.reset();
     m_liveMixer = std::make_unique<LiveMixer>(
-        AudioMixer::Files { m_systemAudioPath, m_microphonePath, m_finalMixedPath });
+        AudioMixer::Files { m_files.systemAudio(), m_files.microphone(), m_files.mixed() });
     qCDebug(lcDualRecorder, "Dual recording started");
     return std::nullopt;
 }
@@ -157,7 +154,7 @@ void DualRecorder::cancel()
     // The live mix goes first (it takes its partial output with it), then whatever
     // mixed file is left.
     m_liveMixer.reset();
-    QFile::remove(m_finalMixedPath);
+    QFile::remove(m_files.mixed());
     m_state = State::ended;
     qCDebug(lcDualRecorder, "Dual recording cancelled");
 }
@@ -176,8 +173,8 @@ QCoro::Task<> DualRecorder::stop()
     // Nothing after the await touches the recorder unless it is still there: its owner
     // may have let it go.
     QPointer<DualRecorder> self(this);
-    const QString output = m_finalMixedPath;
-    const QStringList intermediate { m_systemAudioPath, m_microphonePath };
+    const QString output = m_files.mixed();
+    const QStringList intermediate { m_files.systemAudio(), m_files.microphone() };
     std::optional<QString> failure;
     try {
         co_await mixAudioFiles();
@@ -248,6 +245,6 @@ QCoro::Task<> DualRecorder::mixAudioFiles()
     QCoro::Task<> mixing = live
         ? live->finish(std::move(transcript))
         : AudioMixer::mixAudioFiles(
-            { m_systemAudioPath, m_microphonePath, m_finalMixedPath }, std::move(transcript));
+            { m_files.systemAudio(), m_files.microphone(), m_files.mixed() }, std::move(transcript));
     co_await std::move(mixing);
 }

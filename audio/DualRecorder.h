@@ -1,7 +1,8 @@
 #pragma once
 
 #include "audio/MicRecorder.h"
-#include "recording/RecordingCapture.h"
+#include "audio/RecordingCapture.h"
+#include "audio/RecordingFiles.h"
 
 #include <QObject>
 #include <QString>
@@ -13,7 +14,6 @@
 
 class AlertSound;
 class LiveMixer;
-class QDir;
 class SoundServer;
 class SystemRecorder;
 
@@ -22,10 +22,9 @@ class SystemRecorder;
 // by side, each writing its own file, and on stop() mixes the two into the file that is
 // uploaded. A new one is made for every recording and never reused.
 //
-// Files, all inside the folder given to the constructor, share one STAMP (the wall
-// clock in seconds as the shortest decimal that reads back the same):
-// STAMP_system.wav, STAMP_microphone.wav and STAMP_mixed.m4a. The folder is the
-// caller's: this class never creates or deletes it.
+// Its files (RecordingFiles: the two captures and the mix) are inside the folder
+// given to the constructor, under a STAMP taken from the wall clock at construction.
+// The folder is the caller's: this class never creates or deletes it.
 //
 // A recording that cannot go on (a writer failed, the application quits) is close()d:
 // both files end with what they hold and stay; a later stop() mixes them. A mix that
@@ -54,9 +53,9 @@ public:
     [[nodiscard]] static CaptureFactory factory(
         std::shared_ptr<SoundServer> server, std::shared_ptr<AlertSound> alertSound);
 
-    [[nodiscard]] QString systemAudioPath() const { return m_systemAudioPath; }
-    [[nodiscard]] QString microphonePath() const { return m_microphonePath; }
-    [[nodiscard]] QString finalMixedPath() const override { return m_finalMixedPath; }
+    [[nodiscard]] QString systemAudioPath() const { return m_files.systemAudio(); }
+    [[nodiscard]] QString microphonePath() const { return m_files.microphone(); }
+    [[nodiscard]] QString finalMixedPath() const override { return m_files.mixed(); }
 
     [[nodiscard]] bool isRecording() const { return m_state == State::recording; }
     [[nodiscard]] bool isPaused() const { return m_state == State::paused; }
@@ -92,14 +91,12 @@ public:
 private:
     enum class State { idle, recording, paused, closed, stopping, ended };
 
-    DualRecorder(const QDir &dir, const QString &stamp, SoundServer &server,
-        std::shared_ptr<AlertSound> alertSound, QObject *parent);
+    DualRecorder(
+        RecordingFiles files, SoundServer &server, std::shared_ptr<AlertSound> alertSound, QObject *parent);
     void appendLog(const QString &line);
     [[nodiscard]] QCoro::Task<> mixAudioFiles();
 
-    const QString m_systemAudioPath;
-    const QString m_microphonePath;
-    const QString m_finalMixedPath;
+    const RecordingFiles m_files;
     State m_state = State::idle;
     QString m_logs;
     std::optional<QString> m_mixFailure;

@@ -4,7 +4,6 @@
 #include "audio/DualRecorderError.h"
 #include "common/Logging.h"
 
-#include <QDir>
 #include <QFile>
 #include <QFileInfo>
 
@@ -26,20 +25,18 @@ double secondsIn(const QString &path)
 
 } // namespace
 
-KeptRecording::KeptRecording(const QString &folder, const QString &stamp)
-    : m_system(QDir(folder).filePath(stamp + QStringLiteral("_system.wav")))
-    , m_microphone(QDir(folder).filePath(stamp + QStringLiteral("_microphone.wav")))
-    , m_mixed(QDir(folder).filePath(stamp + QStringLiteral("_mixed.m4a")))
+KeptRecording::KeptRecording(RecordingFiles files)
+    : m_files(std::move(files))
 { }
 
 bool KeptRecording::hasCaptures() const
 {
-    return QFileInfo::exists(m_system) || QFileInfo::exists(m_microphone);
+    return QFileInfo::exists(m_files.systemAudio()) || QFileInfo::exists(m_files.microphone());
 }
 
 double KeptRecording::capturedSeconds() const
 {
-    return std::max(secondsIn(m_system), secondsIn(m_microphone));
+    return std::max(secondsIn(m_files.systemAudio()), secondsIn(m_files.microphone()));
 }
 
 std::optional<QString> KeptRecording::start()
@@ -49,7 +46,7 @@ std::optional<QString> KeptRecording::start()
 
 void KeptRecording::cancel()
 {
-    for (const QString &path : { m_system, m_microphone, m_mixed })
+    for (const QString &path : { m_files.systemAudio(), m_files.microphone(), m_files.mixed() })
         QFile::remove(path);
 }
 
@@ -61,8 +58,8 @@ QCoro::Task<> KeptRecording::stop()
         co_return;
     m_mixFailure.reset();
     try {
-        QCoro::Task<> mixing
-            = AudioMixer::mixAudioFiles({ m_system, m_microphone, m_mixed }, [](const QString &) {});
+        QCoro::Task<> mixing = AudioMixer::mixAudioFiles(
+            { m_files.systemAudio(), m_files.microphone(), m_files.mixed() }, [](const QString &) {});
         co_await std::move(mixing);
     } catch (const DualRecorderError &error) {
         m_mixFailure = error.description();
@@ -73,8 +70,8 @@ QCoro::Task<> KeptRecording::stop()
         qCCritical(lcDualRecorder, "Audio mixing failed: %s", qPrintable(*m_mixFailure));
         co_return;
     }
-    if (QFileInfo(m_mixed).size() > 0) {
-        QFile::remove(m_system);
-        QFile::remove(m_microphone);
+    if (QFileInfo(m_files.mixed()).size() > 0) {
+        QFile::remove(m_files.systemAudio());
+        QFile::remove(m_files.microphone());
     }
 }

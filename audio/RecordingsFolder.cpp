@@ -2,6 +2,7 @@
 
 #include <QDir>
 #include <QFile>
+#include <QStorageInfo>
 
 #include <cerrno>
 #include <cstring>
@@ -65,4 +66,10 @@ int RecordingsFolder::createPrivateFile(const QString &path)
         return -1;
     }
     return descriptor;
+}
+
+std::optional<qint64> RecordingsFolder::freeSpace(const QString &path)
+{
+    const QStorageInfo storage(path);
+    return storage.isValid() ? std::optional(storage.bytesAvailable()) : std::nullopt;
 }

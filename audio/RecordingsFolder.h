@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QString>
+#include <QtGlobal>
 
 #include <optional>
 
@@ -23,4 +24,8 @@ public:
     // existed with another mode: every file the folder holds is private. Answers the
     // open descriptor, which the caller closes, or -1 with errno set.
     [[nodiscard]] static int createPrivateFile(const QString &path);
+
+    // Bytes free for the user on the file system that holds `path`; nothing when it
+    // cannot be told (no such folder).
+    [[nodiscard]] static std::optional<qint64> freeSpace(const QString &path);
 };

@@ -6,32 +6,18 @@
 #include "audio/RecordingsFolder.h"
 #include "common/Logging.h"
 #include "common/Observable.h"
-#include "common/SystemClock.h"
+#include "recording/RecordingSidecar.h"
 #include "recording/UnsentRecordings.h"
 
-#include <QFile>
 #include <QFileInfo>
 #include <QLocale>
 #include <QNetworkAccessManager>
-#include <QStorageInfo>
 
 #include <cmath>
-
-// The handle of one display clock: cancelling sets the flag, which the sleeping
-// ticker finds when it wakes.
-struct RecorderFlow::Ticker
-{
-    bool cancelled = false;
-};
 
 namespace {
 
 using Kind = RecorderState::Kind;
-
-Permission permissionOf(const CapturePermission *permission)
-{
-    return permission ? permission->status() : Permission::unknown;
-}
 
 // The duration the note is sent with: recorded time truncated toward zero (59.9 s is 59).
 qint64 wholeSeconds(double seconds)
@@ -62,54 +48,26 @@ QString startText(const QDateTime &startedAt)
     return QLocale().toString(local, QLocale::ShortFormat);
 }
 
-// Where a recording got, in its sidecar; a sidecar that cannot be written is logged,
-// the recording goes on (its files can still say how long it is).
-void writeSidecar(const RecordingCapture &capture, const QDateTime &startedAt, double seconds,
-    RecordingSidecar::Stage stage)
-{
-    const QString mixed = capture.finalMixedPath();
-    const RecordingSidecar sidecar { RecordingSidecar::stampOf(mixed), startedAt, seconds, stage };
-    if (auto error = sidecar.write(RecordingSidecar::pathBeside(mixed)))
-        qCWarning(lcRecorder, "sidecar: %s", qUtf8Printable(*error));
-}
-
-void removeSidecar(const RecordingCapture &capture)
-{
-    QFile::remove(RecordingSidecar::pathBeside(capture.finalMixedPath()));
-}
-
-std::optional<qint64> freeSpaceOf(const QString &folder)
-{
-    const QStorageInfo storage(folder);
-    return storage.isValid() ? std::optional(storage.bytesAvailable()) : std::nullopt;
-}
-
 } // namespace
 
 RecorderFlow::RecorderFlow(SelvaroAPI api, SessionStore &store, Platform platform, QObject *parent)
     : QObject(parent)
     , m_sendPipeline(std::move(api), store)
-    , m_platform(std::move(platform))
+    , m_platform(std::move(platform).withDefaults())
+    , m_permissions(std::move(m_platform.microphone), std::move(m_platform.systemAudio), m_platform.clock)
+    , m_levels(m_platform.clock)
+    , m_ticker(m_platform.clock)
 {
-    if (!m_platform.clock)
-        m_platform.clock = std::make_shared<SystemClock>();
-    if (m_platform.recordingsFolder.isEmpty())
-        m_platform.recordingsFolder = RecordingsFolder::defaultPath();
-    if (!m_platform.freeSpace)
-        m_platform.freeSpace = freeSpaceOf;
-    // The probes answer some time after they were asked (at construction, on
-    // activation, after a request), so the flow follows their changes rather than
-    // only reading them when told to.
-    for (CapturePermission *permission : { m_platform.microphone.get(), m_platform.systemAudio.get() }) {
-        if (permission)
-            connect(permission, &CapturePermission::statusChanged, this, &RecorderFlow::refreshPermissions);
-    }
+    // Connected before anyone else can be: the derived properties follow a
+    // permission before its change reaches the screen.
+    connect(&m_permissions, &RecorderPermissions::microphoneChanged, this, &RecorderFlow::updateDerived);
+    connect(&m_permissions, &RecorderPermissions::systemAudioChanged, this, &RecorderFlow::updateDerived);
     updateDerived();
-    refreshPermissions();
 }
 
 // Running tasks are not stopped here: each holds the flow through a QPointer and
-// ends at its next step. A running recording is closed, to be offered at the next start.
+// ends at its next step; the loops stop with their Repeaters. A running recording is
+// closed, to be offered at the next start.
 RecorderFlow::~RecorderFlow()
 {
     closeForExit();
@@ -125,12 +83,11 @@ std::unique_ptr<RecorderFlow> RecorderFlow::preview(
     store->setParent(flow.get());
     flow->setState(state);
     flow->setDisplayedElapsed(elapsed);
-    flow->setMicrophone(microphone);
-    flow->setSystemAudio(systemAudio);
+    flow->m_permissions.freeze(microphone, systemAudio);
     // Fixed levels, so that the meters of a live snapshot show something and
     // always the same: the other side talking, the user's voice softer.
     if (state.is(State::Kind::recording) || state.is(State::Kind::paused))
-        flow->setLevels(0.5, 0.12);
+        flow->m_levels.show(0.5, 0.12);
     flow->m_frozenForPreview = true;
     return flow;
 }
@@ -172,16 +129,6 @@ void RecorderFlow::setDisplayedElapsed(double value)
     setIfChanged(m_displayedElapsed, value, this, &RecorderFlow::displayedElapsedChanged);
 }
 
-void RecorderFlow::setMicrophone(Permission value)
-{
-    setSource(m_microphone, value, &RecorderFlow::microphoneChanged);
-}
-
-void RecorderFlow::setSystemAudio(Permission value)
-{
-    setSource(m_systemAudio, value, &RecorderFlow::systemAudioChanged);
-}
-
 // The capture and the start time are kept and dropped together.
 void RecorderFlow::setRecording(std::shared_ptr<RecordingCapture> capture, std::optional<QDateTime> startedAt)
 {
@@ -194,7 +141,9 @@ void RecorderFlow::updateDerived()
 {
     const Kind kind = m_state.kind();
     const bool offersRecord = kind == Kind::idle || kind == Kind::sent || kind == Kind::failed;
-    const bool bothGranted = m_microphone == Permission::granted && m_systemAudio == Permission::granted;
+    const Permission microphone = m_permissions.microphone();
+    const Permission systemAudio = m_permissions.systemAudio();
+    const bool bothGranted = microphone == Permission::granted && systemAudio == Permission::granted;
     const bool canRetry = kind == Kind::failed && m_capture && m_startedAt;
     setIfChanged(m_canRetrySend, canRetry, this, &RecorderFlow::canRetrySendChanged);
     setIfChanged(
@@ -202,7 +151,7 @@ void RecorderFlow::updateDerived()
     setIfChanged(
         m_showsPermissions, offersRecord && !bothGranted, this, &RecorderFlow::showsPermissionsChanged);
     setIfChanged(m_systemAudioStepEnabled,
-        m_microphone == Permission::granted || m_systemAudio == Permission::granted, this,
+        microphone == Permission::granted || systemAudio == Permission::granted, this,
         &RecorderFlow::systemAudioStepEnabledChanged);
 }
 
@@ -255,13 +204,12 @@ void RecorderFlow::record()
     }
 
     setRecording(std::move(capture), m_platform.clock->now());
-    writeSidecar(*m_capture, *m_startedAt, 0, RecordingSidecar::Stage::recording);
+    RecordingSidecar::keep(m_capture->finalMixedPath(), *m_startedAt, 0, RecordingSidecar::Stage::recording);
     m_segmentStart = m_platform.clock->monotonicNow();
     setElapsed(0);
     setState(State::recording());
     // displayedElapsed is not reset here: the first tick brings it up to date.
-    startTicker();
-    startLevels();
+    startWatching();
 }
 
 void RecorderFlow::pause()
@@ -270,7 +218,7 @@ void RecorderFlow::pause()
         return;
     m_capture->pause();
     closeSegment();
-    m_lastLevelRead.reset(); // paused time counts toward no silence
+    m_levels.pause();
     setState(State::paused());
 }
 
@@ -280,7 +228,7 @@ void RecorderFlow::resume()
         return;
     m_capture->resume();
     m_segmentStart = m_platform.clock->monotonicNow();
-    m_lastLevelRead = m_segmentStart;
+    m_levels.resume();
     setState(State::recording());
 }
 
@@ -288,8 +236,7 @@ void RecorderFlow::discard()
 {
     if (m_frozenForPreview)
         return;
-    cancelTicker();
-    resetLevels();
+    stopWatching();
     // A running capture ignores a cancel: it is closed first, so nothing of it stays. A
     // send under way is deliberately not cancelled; it keeps its own reference to the
     // capture, and what it leaves is offered again.
@@ -297,7 +244,7 @@ void RecorderFlow::discard()
         if (m_isLive)
             m_capture->close();
         m_capture->cancel();
-        removeSidecar(*m_capture);
+        RecordingSidecar::remove(m_capture->finalMixedPath());
     }
     setRecording(nullptr, std::nullopt);
     m_segmentStart.reset();
@@ -313,8 +260,7 @@ void RecorderFlow::checkCapture()
     if (!failure)
         return;
     closeSegment();
-    cancelTicker();
-    resetLevels();
+    stopWatching();
     m_capture->close();
     const QString at = clockText(m_elapsed);
     qCCritical(lcRecorder, "recording stopped at %s: a file stopped taking audio (%d)", qUtf8Printable(at),
@@ -327,34 +273,26 @@ void RecorderFlow::checkCapture()
                 .arg(at)));
         return;
     }
-    writeSidecar(*m_capture, *m_startedAt, m_elapsed, RecordingSidecar::Stage::recorded);
-    switch (*failure) {
-    case WriteFailure::diskFull:
-        setState(State::failed(
-            tr("The disk is full. The recording stopped at %1; what was recorded can still be sent.")
-                .arg(at)));
-        break;
-    case WriteFailure::fileTooLarge:
-        setState(State::failed(tr("The recording reached the largest file the disk allows. The recording "
-                                  "stopped at %1; what was recorded can still be sent.")
-                                   .arg(at)));
-        break;
-    default:
-        setState(State::failed(tr("The disk could not be written. The recording stopped at %1; what was "
-                                  "recorded can still be sent.")
-                                   .arg(at)));
-        break;
-    }
+    RecordingSidecar::keep(
+        m_capture->finalMixedPath(), *m_startedAt, m_elapsed, RecordingSidecar::Stage::recorded);
+    const QString sentence = *failure == WriteFailure::diskFull
+        ? tr("The disk is full. The recording stopped at %1; what was recorded can still be sent.")
+        : *failure == WriteFailure::fileTooLarge
+        ? tr("The recording reached the largest file the disk allows. The recording stopped at %1; what "
+             "was recorded can still be sent.")
+        : tr("The disk could not be written. The recording stopped at %1; what was recorded can still be "
+             "sent.");
+    setState(State::failed(sentence.arg(at)));
 }
 
 void RecorderFlow::closeForExit()
 {
     if (!m_isLive || !m_capture || !m_startedAt)
         return;
-    if (m_ticker)
-        m_ticker->cancelled = true;
+    m_ticker.stop();
     m_capture->close();
-    writeSidecar(*m_capture, *m_startedAt, runningElapsed(), RecordingSidecar::Stage::recorded);
+    RecordingSidecar::keep(
+        m_capture->finalMixedPath(), *m_startedAt, runningElapsed(), RecordingSidecar::Stage::recorded);
 }
 
 // --- recordings kept in the folder -------------------------------------------
@@ -364,32 +302,22 @@ void RecorderFlow::offerUnsent()
     if (m_frozenForPreview || m_offering || m_capture || m_isLive || m_state.is(State::Kind::saving))
         return;
     m_offering = true;
-    recover(this);
+    offerOldest(this);
 }
 
-QCoro::Task<> RecorderFlow::recover(QPointer<RecorderFlow> self)
+QCoro::Task<> RecorderFlow::offerOldest(QPointer<RecorderFlow> self)
 {
-    const QList<UnsentRecordings::Recording> unsent = UnsentRecordings::in(self->m_platform.recordingsFolder);
-    if (unsent.isEmpty()) {
-        self->m_offering = false;
+    QCoro::Task<std::optional<UnsentRecordings::Offer>> preparing
+        = UnsentRecordings::oldest(self->m_platform.recordingsFolder);
+    const std::optional<UnsentRecordings::Offer> offer = co_await std::move(preparing);
+    if (!self)
         co_return;
-    }
-    const UnsentRecordings::Recording oldest = unsent.first();
-    auto kept = std::make_shared<KeptRecording>(self->m_platform.recordingsFolder, oldest.stamp);
-    if (kept->hasCaptures()) {
-        qCInfo(lcRecorder, "mixing the recording %s left unsent", qUtf8Printable(oldest.stamp));
-        QCoro::Task<> mixing = kept->stop();
-        co_await std::move(mixing);
-        if (!self)
-            co_return;
-        if (!kept->mixFailure())
-            writeSidecar(*kept, oldest.startedAt, oldest.recordedSeconds, RecordingSidecar::Stage::mixed);
-    }
     self->m_offering = false;
     // A recording started (or one offered) meanwhile comes first; this one waits.
-    if (self->m_capture || self->m_isLive || self->m_state.is(State::Kind::saving))
+    if (!offer || self->m_capture || self->m_isLive || self->m_state.is(State::Kind::saving))
         co_return;
-    self->setRecording(std::move(kept), oldest.startedAt);
+    const UnsentRecordings::Recording &oldest = offer->recording;
+    self->setRecording(offer->kept, oldest.startedAt);
     self->setElapsed(oldest.recordedSeconds);
     self->setDisplayedElapsed(oldest.recordedSeconds);
     const qint64 minutes = std::max<qint64>(1, std::llround(oldest.recordedSeconds / 60));
@@ -408,152 +336,31 @@ void RecorderFlow::deleteAllRecordings()
     UnsentRecordings::removeAll(m_platform.recordingsFolder);
 }
 
-// --- the display clock -------------------------------------------------------
+// --- the display clock and the levels ----------------------------------------
 
-void RecorderFlow::startTicker()
+void RecorderFlow::startWatching()
 {
-    cancelTicker();
-    m_ticker = std::make_shared<Ticker>();
-    runTicker(this, m_platform.clock, m_ticker);
+    m_ticker.start(tickInterval, [this] {
+        setDisplayedElapsed(runningElapsed());
+        checkCapture();
+        return true;
+    });
+    m_levels.watch(m_capture);
 }
 
-void RecorderFlow::cancelTicker()
+void RecorderFlow::stopWatching()
 {
-    if (!m_ticker)
+    m_levels.stop();
+    stopTicker();
+}
+
+void RecorderFlow::stopTicker()
+{
+    if (!m_ticker.isRunning())
         return;
-    m_ticker->cancelled = true;
-    m_ticker.reset();
-    // A cancelled ticker makes one last update once the operation that cancelled it
-    // has finished: save() leaves the final elapsed on screen, discard() leaves 0.
+    m_ticker.stop();
     QMetaObject::invokeMethod(
         this, [this] { setDisplayedElapsed(runningElapsed()); }, Qt::QueuedConnection);
-}
-
-QCoro::Task<> RecorderFlow::runTicker(
-    QPointer<RecorderFlow> self, std::shared_ptr<Clock> clock, std::shared_ptr<Ticker> ticker)
-{
-    while (!ticker->cancelled) {
-        co_await clock->sleep(tickInterval);
-        // After a cancel the last update is already queued by cancelTicker().
-        if (ticker->cancelled || !self)
-            co_return;
-        self->setDisplayedElapsed(self->runningElapsed());
-        self->checkCapture();
-    }
-}
-
-// --- live levels and the silent-source hint ----------------------------------
-
-void RecorderFlow::startLevels()
-{
-    resetLevels();
-    m_levelTicker = std::make_shared<Ticker>();
-    m_lastLevelRead = m_platform.clock->monotonicNow();
-    runLevels(this, m_platform.clock, m_levelTicker);
-}
-
-void RecorderFlow::resetLevels()
-{
-    if (m_levelTicker)
-        m_levelTicker->cancelled = true;
-    m_levelTicker.reset();
-    m_systemQuiet = m_microphoneQuiet = {};
-    m_lastLevelRead.reset();
-    setLevels(0, 0);
-    setIfChanged(m_silenceHint, QString(), this, &RecorderFlow::silenceHintChanged);
-}
-
-QCoro::Task<> RecorderFlow::runLevels(
-    QPointer<RecorderFlow> self, std::shared_ptr<Clock> clock, std::shared_ptr<Ticker> ticker)
-{
-    while (!ticker->cancelled) {
-        co_await clock->sleep(levelInterval);
-        if (ticker->cancelled || !self)
-            co_return;
-        self->readLevels();
-    }
-}
-
-void RecorderFlow::setLevels(double system, double microphone)
-{
-    setIfChanged(m_systemLevel, system, this, &RecorderFlow::systemLevelChanged);
-    setIfChanged(m_microphoneLevel, microphone, this, &RecorderFlow::microphoneLevelChanged);
-}
-
-// A source that only ever sends zeros (or nothing) while the other is heard is
-// more likely a fault than a quiet moment: a quiet room or a pause in a call still
-// carries noise, and both sides are rarely digitally silent for long at once. Only
-// recorded time counts.
-void RecorderFlow::readLevels()
-{
-    if (!m_state.is(State::Kind::recording) || !m_capture)
-        return;
-    const RecordingCapture::Levels levels = m_capture->takeLevels();
-    const auto now = m_platform.clock->monotonicNow();
-    const auto span = m_lastLevelRead ? now - *m_lastLevelRead : std::chrono::steady_clock::duration {};
-    m_lastLevelRead = now;
-    m_systemQuiet = levels.systemAudio > 0 ? std::chrono::steady_clock::duration {} : m_systemQuiet + span;
-    m_microphoneQuiet
-        = levels.microphone > 0 ? std::chrono::steady_clock::duration {} : m_microphoneQuiet + span;
-    setLevels(levels.systemAudio, levels.microphone);
-    QString hint;
-    if (m_systemQuiet >= silenceHintAfter && m_microphoneQuiet < m_systemQuiet)
-        hint = tr("Nothing heard from the other apps yet.");
-    else if (m_microphoneQuiet >= silenceHintAfter && m_systemQuiet < m_microphoneQuiet)
-        hint = tr("Nothing heard from the microphone yet.");
-    setIfChanged(m_silenceHint, hint, this, &RecorderFlow::silenceHintChanged);
-}
-
-// --- permissions -------------------------------------------------------------
-
-void RecorderFlow::refreshPermissions()
-{
-    if (m_frozenForPreview)
-        return;
-    setMicrophone(permissionOf(m_platform.microphone.get()));
-    setSystemAudio(permissionOf(m_platform.systemAudio.get()));
-}
-
-void RecorderFlow::probePermissions()
-{
-    if (m_frozenForPreview)
-        return;
-    for (CapturePermission *permission : { m_platform.microphone.get(), m_platform.systemAudio.get() }) {
-        if (permission)
-            permission->updateStatus();
-    }
-}
-
-void RecorderFlow::requestMicrophone()
-{
-    if (m_frozenForPreview || !m_platform.microphone)
-        return;
-    // The answer itself is not used: the permissions are simply read again.
-    connect(m_platform.microphone.get(), &CapturePermission::requestFinished, this,
-        &RecorderFlow::refreshPermissions, Qt::SingleShotConnection);
-    m_platform.microphone->request();
-}
-
-void RecorderFlow::requestSystemAudio()
-{
-    if (m_frozenForPreview)
-        return;
-    if (m_platform.systemAudio)
-        m_platform.systemAudio->request();
-    pollSystemAudio(this, m_platform.clock);
-}
-
-QCoro::Task<> RecorderFlow::pollSystemAudio(QPointer<RecorderFlow> self, std::shared_ptr<Clock> clock)
-{
-    // Bounded: a permission that never becomes known stops being polled after ten reads.
-    for (int attempt = 0; attempt < permissionPollAttempts; ++attempt) {
-        co_await clock->sleep(permissionPollInterval);
-        if (!self)
-            co_return;
-        self->refreshPermissions();
-        if (self->m_systemAudio != Permission::unknown)
-            co_return;
-    }
 }
 
 // --- the send pipeline -------------------------------------------------------
@@ -567,10 +374,10 @@ void RecorderFlow::save()
     if (!m_capture || !m_startedAt)
         return;
     closeSegment();
-    cancelTicker();
-    resetLevels();
+    stopWatching();
     const qint64 duration = wholeSeconds(m_elapsed);
-    writeSidecar(*m_capture, *m_startedAt, m_elapsed, RecordingSidecar::Stage::recorded);
+    RecordingSidecar::keep(
+        m_capture->finalMixedPath(), *m_startedAt, m_elapsed, RecordingSidecar::Stage::recorded);
     setState(State::saving(tr("Finishing the recording…")));
     finishAndSend(this, m_capture, *m_startedAt, duration);
 }
@@ -610,7 +417,8 @@ QCoro::Task<> RecorderFlow::finishAndSend(QPointer<RecorderFlow> self,
             self->setState(State::failed(tr("Sending failed: %1").arg(*failure)));
         co_return;
     }
-    writeSidecar(*capture, startedAt, static_cast<double>(duration), RecordingSidecar::Stage::mixed);
+    RecordingSidecar::keep(
+        capture->finalMixedPath(), startedAt, static_cast<double>(duration), RecordingSidecar::Stage::mixed);
     QCoro::Task<> sending = send(self, std::move(capture), std::move(startedAt), duration);
     co_await std::move(sending);
 }
@@ -634,7 +442,7 @@ QCoro::Task<> RecorderFlow::send(QPointer<RecorderFlow> self, std::shared_ptr<Re
     if (outcome && outcome->spent) {
         if (!sent)
             capture->cancel();
-        removeSidecar(*capture);
+        RecordingSidecar::remove(capture->finalMixedPath());
     }
     if (!outcome || !self || !self->ownsOutcomeOf(capture))
         co_return;

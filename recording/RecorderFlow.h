@@ -1,8 +1,10 @@
 #pragma once
 
+#include "common/Repeater.h"
+#include "recording/LevelWatch.h"
+#include "recording/RecorderPermissions.h"
 #include "recording/RecorderPlatform.h"
 #include "recording/RecorderState.h"
-#include "recording/RecordingSidecar.h"
 #include "recording/SendPipeline.h"
 #include "service/SelvaroAPI.h"
 
@@ -19,10 +21,12 @@
 class SessionStore;
 
 // The recorder's model: one recording from the record button to the note at the
-// service. It keeps the state the recorder screen draws, the two permissions, the
-// recorded time across pauses and a half-second display clock; it drives the
-// recording's capture and, on save(), stops it and hands the mixed file to its
-// SendPipeline, whose progress and outcome it turns into states.
+// service. It keeps the state the recorder screen draws, the recorded time across
+// pauses and a half-second display clock; it drives the recording's capture and, on
+// save(), stops it and hands the mixed file to its SendPipeline, whose progress and
+// outcome it turns into states. Beside it, and owned by it: the two permissions
+// (RecorderPermissions) and the live levels with the silent-source hint
+// (LevelWatch), which it starts and stops with the recording.
 //
 //   idle/sent/failed --record()--> recording <--pause()/resume()--> paused
 //   recording/paused --save()--> saving(…) --> sent | failed(message)
@@ -33,13 +37,14 @@ class SessionStore;
 // when nothing changed. The screen's choices are properties here too (isLive,
 // showsPermissions, systemAudioStepEnabled, canRetrySend), derived from the state and
 // the permissions; they are brought up to date before the change of their source is
-// announced, so whoever observes the source reads them current.
+// announced (the flow is the first to follow the permissions), so whoever observes
+// the source reads them current.
 //
 // A recording is never lost by anything but discard(): a file that stops taking audio
 // stops the recording (failed, its part kept for "Send again"), a failed mix keeps the
 // captures ("Send again" mixes again), and what a quit, a crash or a failed send left
-// in the folder is offered again by offerUnsent(), oldest first, one after the other.
-// Each recording's sidecar (RecordingSidecar) says how far it got.
+// in the folder is offered again by offerUnsent() (UnsentRecordings), oldest first,
+// one after the other. Each recording's sidecar (RecordingSidecar) says how far it got.
 //
 // Deliberate behaviours that look odd:
 // - discard() does not cancel a send under way: the state goes to idle at once and
@@ -49,41 +54,29 @@ class SessionStore;
 //   so "Send again" still sends it. A record() that starts lets it go from the screen
 //   but not from the folder: it is offered again once the new one is sent.
 //
-// Thread contract: main thread only. The tasks it starts (ticker, permission poll,
-// send) resume on the main thread and hold the flow through a QPointer, so the flow
-// may be destroyed at any time; a send in flight keeps its capture and file alive by
-// itself and stops at its next step.
+// Thread contract: main thread only. The loops it runs (ticker, levels, permission
+// poll) are Repeaters it owns, stopped with it; the tasks it starts (send, offer)
+// resume on the main thread and hold the flow through a QPointer, so the flow may be
+// destroyed at any time; a send in flight keeps its capture and file alive by itself
+// and stops at its next step.
 class RecorderFlow : public QObject
 {
     Q_OBJECT
     Q_PROPERTY(RecorderState state READ state NOTIFY stateChanged)
     Q_PROPERTY(double elapsed READ elapsed NOTIFY elapsedChanged)
     Q_PROPERTY(double displayedElapsed READ displayedElapsed NOTIFY displayedElapsedChanged)
-    Q_PROPERTY(Permission microphone READ microphone NOTIFY microphoneChanged)
-    Q_PROPERTY(Permission systemAudio READ systemAudio NOTIFY systemAudioChanged)
     Q_PROPERTY(bool canRetrySend READ canRetrySend NOTIFY canRetrySendChanged)
     Q_PROPERTY(bool isLive READ isLive NOTIFY isLiveChanged)
     Q_PROPERTY(bool showsPermissions READ showsPermissions NOTIFY showsPermissionsChanged)
     Q_PROPERTY(bool systemAudioStepEnabled READ systemAudioStepEnabled NOTIFY systemAudioStepEnabledChanged)
-    Q_PROPERTY(double systemLevel READ systemLevel NOTIFY systemLevelChanged)
-    Q_PROPERTY(double microphoneLevel READ microphoneLevel NOTIFY microphoneLevelChanged)
-    Q_PROPERTY(QString silenceHint READ silenceHint NOTIFY silenceHintChanged)
 
 public:
     using State = RecorderState;
     using Platform = RecorderPlatform;
 
     static constexpr std::chrono::milliseconds tickInterval { 500 };
-    static constexpr std::chrono::milliseconds permissionPollInterval { 1000 };
-    static constexpr int permissionPollAttempts = 10;
     // A recording starts only with room for this much of it.
     static constexpr std::chrono::minutes roomToStart { 10 };
-    // Levels are read 25 times a second: lively meters, and never more than 30
-    // changes a second.
-    static constexpr std::chrono::milliseconds levelInterval { 40 };
-    // How long one source may stay silent while the other is heard before the
-    // screen says so (see docs/screens.md for why this long).
-    static constexpr std::chrono::seconds silenceHintAfter { 30 };
 
     // `store` must outlive the flow; so must `api`'s network manager. Reads the
     // permissions once.
@@ -102,8 +95,8 @@ public:
     [[nodiscard]] double elapsed() const { return m_elapsed; }
     // The seconds on screen, brought up to date by the ticker every 0.5 s.
     [[nodiscard]] double displayedElapsed() const { return m_displayedElapsed; }
-    [[nodiscard]] Permission microphone() const { return m_microphone; }
-    [[nodiscard]] Permission systemAudio() const { return m_systemAudio; }
+    [[nodiscard]] RecorderPermissions &permissions() { return m_permissions; }
+    [[nodiscard]] LevelWatch &levels() { return m_levels; }
     // True exactly when failed and a recording (capture and start time) is kept.
     [[nodiscard]] bool canRetrySend() const { return m_canRetrySend; }
     // Recording or paused: the clock is drawn in the primary colour, else dimmed.
@@ -139,48 +132,19 @@ public:
     // Discards the current recording and deletes every recording in the folder.
     void deleteAllRecordings();
 
-    // Reads both permissions again (nothing in a preview).
-    void refreshPermissions();
-    // Probes both sources again, for a change made while the application was in
-    // the background (a device plugged in, the server restarted).
-    void probePermissions();
-    // Asks again for the microphone; the permissions are read when the answer is in.
-    void requestMicrophone();
-    // Asks again for system audio, then reads the permissions every second until it
-    // is known, at most ten times.
-    void requestSystemAudio();
-
-    // --- live levels and the silent-source hint ---
-    // The loudest sample of each source in the last read, 0..1 of full scale; 0 when
-    // not recording. Frozen while paused.
-    [[nodiscard]] double systemLevel() const { return m_systemLevel; }
-    [[nodiscard]] double microphoneLevel() const { return m_microphoneLevel; }
-    // The status line's sentence while one source has been digital silence for
-    // silenceHintAfter of recording while the other was heard; empty otherwise.
-    [[nodiscard]] QString silenceHint() const { return m_silenceHint; }
-
 Q_SIGNALS:
     void stateChanged();
     void elapsedChanged();
     void displayedElapsedChanged();
-    void microphoneChanged();
-    void systemAudioChanged();
     void canRetrySendChanged();
     void isLiveChanged();
     void showsPermissionsChanged();
     void systemAudioStepEnabledChanged();
-    void systemLevelChanged();
-    void microphoneLevelChanged();
-    void silenceHintChanged();
 
 private:
-    struct Ticker;
-
     void setState(State state);
     void setElapsed(double value);
     void setDisplayedElapsed(double value);
-    void setMicrophone(Permission value);
-    void setSystemAudio(Permission value);
     void setRecording(std::shared_ptr<RecordingCapture> capture, std::optional<QDateTime> startedAt);
     // Stores a source of the derived properties, updates them, then announces it.
     template <typename T> void setSource(T &field, T value, void (RecorderFlow::*changed)());
@@ -194,12 +158,13 @@ private:
     void checkCapture();
     // A running recording's files closed and its sidecar at "recorded", on the way out.
     void closeForExit();
-    static QCoro::Task<> recover(QPointer<RecorderFlow> self);
-    void startTicker();
-    void cancelTicker();
-    static QCoro::Task<> runTicker(
-        QPointer<RecorderFlow> self, std::shared_ptr<Clock> clock, std::shared_ptr<Ticker> ticker);
-    static QCoro::Task<> pollSystemAudio(QPointer<RecorderFlow> self, std::shared_ptr<Clock> clock);
+    static QCoro::Task<> offerOldest(QPointer<RecorderFlow> self);
+    // Stops the display clock, which makes one last update once the operation that
+    // stopped it has finished: save() leaves the final elapsed on screen, discard() 0.
+    void stopTicker();
+    // The live parts of a recording: the display clock, the levels.
+    void startWatching();
+    void stopWatching();
 
     // save(): stop the capture, then send.
     static QCoro::Task<> finishAndSend(QPointer<RecorderFlow> self, std::shared_ptr<RecordingCapture> capture,
@@ -213,13 +178,15 @@ private:
 
     SendPipeline m_sendPipeline;
     Platform m_platform;
+    // After the platform: the probes they own use its sound server.
+    RecorderPermissions m_permissions;
+    LevelWatch m_levels;
+    Repeater m_ticker;
     bool m_frozenForPreview = false;
 
     State m_state;
     double m_elapsed = 0;
     double m_displayedElapsed = 0;
-    Permission m_microphone = Permission::unknown;
-    Permission m_systemAudio = Permission::unknown;
     bool m_canRetrySend = false;
     // Derived: set from the rules in the constructor and on every change of a source.
     bool m_isLive = false;
@@ -229,24 +196,5 @@ private:
     std::shared_ptr<RecordingCapture> m_capture;
     std::optional<QDateTime> m_startedAt;
     std::optional<std::chrono::steady_clock::time_point> m_segmentStart;
-    std::shared_ptr<Ticker> m_ticker;
     bool m_offering = false;
-
-    // --- live levels and the silent-source hint ---
-    // Runs from record() to save() or discard(); reads nothing while paused.
-    void startLevels();
-    static QCoro::Task<> runLevels(
-        QPointer<RecorderFlow> self, std::shared_ptr<Clock> clock, std::shared_ptr<Ticker> ticker);
-    void readLevels();
-    void resetLevels();
-    void setLevels(double system, double microphone);
-
-    std::shared_ptr<Ticker> m_levelTicker;
-    double m_systemLevel = 0;
-    double m_microphoneLevel = 0;
-    QString m_silenceHint;
-    // Recording time each source has been silent for, up to the last read.
-    std::chrono::steady_clock::duration m_systemQuiet {};
-    std::chrono::steady_clock::duration m_microphoneQuiet {};
-    std::optional<std::chrono::steady_clock::time_point> m_lastLevelRead;
 };

@@ -2,7 +2,9 @@
 
 #include "audio/DualRecorder.h"
 #include "audio/MicrophonePermission.h"
+#include "audio/RecordingsFolder.h"
 #include "audio/SystemAudioPermission.h"
+#include "common/SystemClock.h"
 #include "recording/DesktopSleepInhibitor.h"
 
 RecorderPlatform RecorderPlatform::onSoundServer(
@@ -16,4 +18,15 @@ RecorderPlatform RecorderPlatform::onSoundServer(
     platform.recordingsFolder = std::move(recordingsFolder);
     platform.sleepInhibitor = std::make_unique<DesktopSleepInhibitor>();
     return platform;
+}
+
+RecorderPlatform RecorderPlatform::withDefaults() &&
+{
+    if (!clock)
+        clock = std::make_shared<SystemClock>();
+    if (recordingsFolder.isEmpty())
+        recordingsFolder = RecordingsFolder::defaultPath();
+    if (!freeSpace)
+        freeSpace = RecordingsFolder::freeSpace;
+    return std::move(*this);
 }

@@ -1,8 +1,8 @@
 #pragma once
 
 #include "audio/CapturePermission.h"
+#include "audio/RecordingCapture.h"
 #include "common/Clock.h"
-#include "recording/RecordingCapture.h"
 #include "recording/SleepInhibitor.h"
 
 #include <QString>
@@ -45,4 +45,8 @@ struct RecorderPlatform
     //       std::make_shared<PulseSoundServer>(), std::make_shared<PulseAlertSound>()));
     [[nodiscard]] static RecorderPlatform onSoundServer(std::shared_ptr<SoundServer> server,
         std::shared_ptr<AlertSound> alertSound, QString recordingsFolder = {});
+
+    // This platform with its empty clock, folder and free-space reader given their
+    // real value.
+    [[nodiscard]] RecorderPlatform withDefaults() &&;
 };

@@ -1,10 +1,10 @@
 #include "recording/RecordingSidecar.h"
 
+#include "audio/RecordingFiles.h"
 #include "audio/RecordingsFolder.h"
+#include "common/Logging.h"
 
-#include <QDir>
 #include <QFile>
-#include <QFileInfo>
 #include <QJsonDocument>
 #include <QJsonObject>
 
@@ -19,19 +19,19 @@
 namespace {
 
 constexpr std::array stageNames { "recording", "recorded", "mixed" };
-const QLatin1String mixedSuffix("_mixed.m4a");
 
 } // namespace
 
-QString RecordingSidecar::stampOf(const QString &mixedPath)
+void RecordingSidecar::keep(const QString &mixedPath, const QDateTime &startedAt, double seconds, Stage stage)
 {
-    const QString name = QFileInfo(mixedPath).fileName();
-    return name.endsWith(mixedSuffix) ? name.chopped(mixedSuffix.size()) : QFileInfo(name).completeBaseName();
+    const RecordingFiles files = RecordingFiles::ofMixed(mixedPath);
+    if (auto error = RecordingSidecar { files.stamp(), startedAt, seconds, stage }.write(files.sidecar()))
+        qCWarning(lcRecorder, "sidecar: %s", qUtf8Printable(*error));
 }
 
-QString RecordingSidecar::pathBeside(const QString &mixedPath)
+void RecordingSidecar::remove(const QString &mixedPath)
 {
-    return QFileInfo(mixedPath).dir().filePath(stampOf(mixedPath) + QStringLiteral(".json"));
+    QFile::remove(RecordingFiles::ofMixed(mixedPath).sidecar());
 }
 
 std::optional<QString> RecordingSidecar::write(const QString &path) const

@@ -5,7 +5,7 @@
 
 #include <optional>
 
-// The small JSON file beside a recording's audio, STAMP.json, that lets a later run
+// The small JSON file beside a recording's audio (RecordingFiles::sidecar()) that lets a later run
 // offer a recording this one could not send:
 //   {"stamp": "1763977200.25", "startedAt": "2026-11-24T09:40:00.250Z",
 //    "recordedSeconds": 1380.5, "stage": "recorded"}
@@ -21,11 +21,12 @@ struct RecordingSidecar
     double recordedSeconds = 0;
     Stage stage = Stage::recording;
 
-    // The sidecar's path beside a recording's mixed file: "…/STAMP_mixed.m4a" gives
-    // "…/STAMP.json" (any other name loses its extension only).
-    [[nodiscard]] static QString pathBeside(const QString &mixedPath);
-    // The STAMP of a mixed file's name.
-    [[nodiscard]] static QString stampOf(const QString &mixedPath);
+    // Writes the sidecar of the recording whose mix goes to `mixedPath`. A sidecar
+    // that cannot be written is logged and the recording goes on: its files can still
+    // say how long it is.
+    static void keep(const QString &mixedPath, const QDateTime &startedAt, double seconds, Stage stage);
+    // Deletes the sidecar of the recording whose mix goes to `mixedPath`.
+    static void remove(const QString &mixedPath);
 
     // Replaces `path` atomically (a new file renamed over it), mode 0600. The reason
     // on failure.

@@ -1,34 +1,22 @@
 #include "recording/UnsentRecordings.h"
 
 #include "audio/KeptRecording.h"
+#include "audio/RecordingFiles.h"
+#include "common/Logging.h"
 #include "recording/RecordingSidecar.h"
 
-#include <QDir>
 #include <QFile>
-#include <QRegularExpression>
 
 #include <algorithm>
 #include <cmath>
 
-namespace {
-
-const QRegularExpression audioName(QStringLiteral("^(.+)_(system\\.wav|microphone\\.wav|mixed\\.m4a)$"));
-
-} // namespace
-
 QList<UnsentRecordings::Recording> UnsentRecordings::in(const QString &folder)
 {
-    const QDir dir(folder);
-    QStringList stamps;
-    for (const QString &name : dir.entryList(QDir::Files)) {
-        const QRegularExpressionMatch match = audioName.match(name);
-        if (match.hasMatch() && !stamps.contains(match.captured(1)))
-            stamps << match.captured(1);
-    }
     QList<Recording> found;
-    for (const QString &stamp : stamps) {
-        const auto sidecar = RecordingSidecar::read(dir.filePath(stamp + QStringLiteral(".json")));
-        const KeptRecording kept(folder, stamp);
+    for (const QString &stamp : RecordingFiles::stampsIn(folder)) {
+        const RecordingFiles files(folder, stamp);
+        const auto sidecar = RecordingSidecar::read(files.sidecar());
+        const KeptRecording kept(files);
         Recording recording { stamp, {}, 0 };
         const double stampSeconds = stamp.toDouble();
         recording.startedAt = sidecar
@@ -47,9 +35,27 @@ QList<UnsentRecordings::Recording> UnsentRecordings::in(const QString &folder)
 
 void UnsentRecordings::removeAll(const QString &folder)
 {
-    const QDir dir(folder);
     for (const Recording &recording : in(folder)) {
-        KeptRecording(folder, recording.stamp).cancel();
-        QFile::remove(dir.filePath(recording.stamp + QStringLiteral(".json")));
+        const RecordingFiles files(folder, recording.stamp);
+        KeptRecording(files).cancel();
+        QFile::remove(files.sidecar());
     }
+}
+
+QCoro::Task<std::optional<UnsentRecordings::Offer>> UnsentRecordings::oldest(QString folder)
+{
+    const QList<Recording> unsent = in(folder);
+    if (unsent.isEmpty())
+        co_return std::nullopt;
+    Offer offer { unsent.first(),
+        std::make_shared<KeptRecording>(RecordingFiles(folder, unsent.first().stamp)) };
+    if (offer.kept->hasCaptures()) {
+        qCInfo(lcRecorder, "mixing the recording %s left unsent", qUtf8Printable(offer.recording.stamp));
+        QCoro::Task<> mixing = offer.kept->stop();
+        co_await std::move(mixing);
+        if (!offer.kept->mixFailure())
+            RecordingSidecar::keep(offer.kept->finalMixedPath(), offer.recording.startedAt,
+                offer.recording.recordedSeconds, RecordingSidecar::Stage::mixed);
+    }
+    co_return offer;
 }

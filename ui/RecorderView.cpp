@@ -275,20 +275,24 @@ RecorderView::RecorderView(RecorderFlow *flow, SoundSettings::Opener openSetting
         connect(save, &QAbstractButton::clicked, m_flow, &RecorderFlow::save);
         connect(discard, &QAbstractButton::clicked, m_flow, &RecorderFlow::discard);
         connect(m_sendAgain, &QAbstractButton::clicked, m_flow, &RecorderFlow::retrySend);
-        connect(m_microphoneRow, &PermissionRow::allowClicked, m_flow, &RecorderFlow::requestMicrophone);
-        connect(m_systemAudioRow, &PermissionRow::allowClicked, m_flow, &RecorderFlow::requestSystemAudio);
+        RecorderPermissions *permissions = &m_flow->permissions();
+        connect(m_microphoneRow, &PermissionRow::allowClicked, permissions,
+            &RecorderPermissions::requestMicrophone);
+        connect(m_systemAudioRow, &PermissionRow::allowClicked, permissions,
+            &RecorderPermissions::requestSystemAudio);
 
         connect(m_flow, &RecorderFlow::stateChanged, this, &RecorderView::showState);
         connect(m_flow, &RecorderFlow::isLiveChanged, this, &RecorderView::showClockColour);
         connect(m_flow, &RecorderFlow::showsPermissionsChanged, this, &RecorderView::showBody);
-        for (auto changed : { &RecorderFlow::microphoneChanged, &RecorderFlow::systemAudioChanged,
-                 &RecorderFlow::systemAudioStepEnabledChanged })
-            connect(m_flow, changed, this, &RecorderView::showPermissions);
+        connect(permissions, &RecorderPermissions::microphoneChanged, this, &RecorderView::showPermissions);
+        connect(permissions, &RecorderPermissions::systemAudioChanged, this, &RecorderView::showPermissions);
+        connect(m_flow, &RecorderFlow::systemAudioStepEnabledChanged, this, &RecorderView::showPermissions);
         connect(m_flow, &RecorderFlow::canRetrySendChanged, this, &RecorderView::showRetry);
         connect(m_flow, &RecorderFlow::displayedElapsedChanged, this, &RecorderView::showClock);
-        connect(m_flow, &RecorderFlow::systemLevelChanged, this, &RecorderView::showLevels);
-        connect(m_flow, &RecorderFlow::microphoneLevelChanged, this, &RecorderView::showLevels);
-        connect(m_flow, &RecorderFlow::silenceHintChanged, this, &RecorderView::showRecordingText);
+        LevelWatch *levels = &m_flow->levels();
+        connect(levels, &LevelWatch::systemLevelChanged, this, &RecorderView::showLevels);
+        connect(levels, &LevelWatch::microphoneLevelChanged, this, &RecorderView::showLevels);
+        connect(levels, &LevelWatch::silenceHintChanged, this, &RecorderView::showRecordingText);
     }
 
     setAnimated(true);
@@ -319,7 +323,7 @@ void RecorderView::showEvent(QShowEvent *event)
 {
     QWidget::showEvent(event);
     if (m_flow)
-        m_flow->refreshPermissions();
+        m_flow->permissions().refresh();
 }
 
 // Not a spontaneous hide (the window minimised): the screen itself went, and with
@@ -390,8 +394,8 @@ void RecorderView::showPermissions()
 {
     if (!m_flow)
         return;
-    m_microphoneRow->setStatus(m_flow->microphone(), true);
-    m_systemAudioRow->setStatus(m_flow->systemAudio(), m_flow->systemAudioStepEnabled());
+    m_microphoneRow->setStatus(m_flow->permissions().microphone(), true);
+    m_systemAudioRow->setStatus(m_flow->permissions().systemAudio(), m_flow->systemAudioStepEnabled());
 }
 
 void RecorderView::showState()
@@ -472,13 +476,13 @@ void RecorderView::showLevels()
     if (!m_flow)
         return;
     for (const Meters &meters : { m_recordingMeters, m_pausedMeters }) {
-        meters.systemAudio->setLevel(m_flow->systemLevel());
-        meters.microphone->setLevel(m_flow->microphoneLevel());
+        meters.systemAudio->setLevel(m_flow->levels().systemLevel());
+        meters.microphone->setLevel(m_flow->levels().microphoneLevel());
     }
 }
 
 void RecorderView::showRecordingText()
 {
-    const QString hint = m_flow ? m_flow->silenceHint() : QString();
+    const QString hint = m_flow ? m_flow->levels().silenceHint() : QString();
     m_recordingText->setText(hint.isEmpty() ? tr("Recording the system audio and the microphone") : hint);
 }

@@ -3,6 +3,8 @@
 // a session; recording_send sends to the service.
 #include "RecordingTestSupport.h"
 
+#include "recording/RecordingSidecar.h"
+
 #include "support/LogCapture.h"
 
 #include <QDir>
@@ -23,10 +25,13 @@ const State finishing = State::saving(u"Finishing the recording…"_s);
 // Calls the actions `events` names, in order: "record failing" starts with an error,
 // "tick" moves the clock a second, "release" ends the first capture's held stop(),
 // "link [token]" stores a session, "mix none" and "mix empty" set what stop() leaves,
-// "mix fails" fails the next stop()'s mix, "disk fails" the first capture's file, "disk
-// full" leaves too little room to start.
+// "mix fails" fails the next stop()'s mix, "disk fails <how>" the first capture's file,
+// "disk full" leaves too little room to start.
 void act(StandIns &bench, RecorderFlow &flow, const QString &events)
 {
+    static const QHash<QString, WriteFailure> diskFailures { { u"full"_s, WriteFailure::diskFull },
+        { u"large"_s, WriteFailure::fileTooLarge }, { u"io"_s, WriteFailure::ioError },
+        { u"removed"_s, WriteFailure::fileRemoved } };
     static const QHash<QString, void (RecorderFlow::*)()> actions { { u"record"_s, &RecorderFlow::record },
         { u"pause"_s, &RecorderFlow::pause }, { u"resume"_s, &RecorderFlow::resume },
         { u"save"_s, &RecorderFlow::save }, { u"discard"_s, &RecorderFlow::discard },
@@ -39,8 +44,8 @@ void act(StandIns &bench, RecorderFlow &flow, const QString &events)
             bench.link(event.size() > 4 ? event.mid(5) : tokenOfAcc1);
         else if (event == u"mix fails"_s)
             bench.made.first()->mixError = u"Could not start AVAssetWriter"_s;
-        else if (event == u"disk fails"_s)
-            bench.made.first()->failure = WriteFailure::diskFull;
+        else if (event.startsWith(u"disk fails"_s))
+            bench.made.first()->failure = diskFailures.value(event.section(u' ', 2));
         else if (event == u"disk full"_s)
             bench.freeSpace = 10 * 60 * 480000 - 1;
         else if (event.startsWith(u"mix"_s))
@@ -118,10 +123,19 @@ private Q_SLOTS:
         row("paused", "link, mix empty, save, release", State::failed(empty), false, 1,
             "start pause stop cancel");
         // A file that stops taking audio stops the recording; "Send again" mixes what it holds.
-        const State diskFull = State::failed(
-            u"The disk is full. The recording stopped at 00:01; what was recorded can still be sent."_s);
-        row("recording", "tick, disk fails, tick", diskFull, true, 1.5, "start close");
-        row("recording", "tick, disk fails, tick, retrySend", finishing, false, 1.5, "start close stop");
+        const QString stopped = u" The recording stopped at 00:01; what was recorded can still be sent."_s;
+        row("recording", "tick, disk fails full, tick", State::failed(u"The disk is full."_s + stopped), true,
+            1.5, "start close");
+        row("recording", "tick, disk fails large, tick",
+            State::failed(u"The recording reached the largest file the disk allows."_s + stopped), true, 1.5,
+            "start close");
+        row("recording", "tick, disk fails io, tick",
+            State::failed(u"The disk could not be written."_s + stopped), true, 1.5, "start close");
+        row("recording", "tick, disk fails removed, tick",
+            State::failed(u"The recordings folder was removed. The recording stopped at 00:01 and could not "
+                          u"be kept."_s),
+            false, 1.5, "start close");
+        row("recording", "tick, disk fails full, tick, retrySend", finishing, false, 1.5, "start close stop");
         // A failed mix keeps the recording, and "Send again" mixes again.
         const State mixFailed = State::failed(u"Sending failed: Could not start AVAssetWriter"_s);
         row("paused", "mix fails, save, release", mixFailed, true, 1, "start pause stop");
@@ -237,7 +251,7 @@ private Q_SLOTS:
     {
         StandIns bench;
         auto flow = bench.makeFlow();
-        QSignalSpy changes(flow.get(), &RecorderFlow::systemLevelChanged);
+        QSignalSpy changes(&flow->levels(), &LevelWatch::systemLevelChanged);
         flow->record();
         for (int step = 0; step < 100; ++step) {
             bench.last().levels = { step % 8 < 4 ? 0.5f : 0.25f, 0.125f }; // a new level every read
@@ -245,14 +259,15 @@ private Q_SLOTS:
         }
         QVERIFY2(
             changes.count() >= 20 && changes.count() <= 30, qPrintable(QString::number(changes.count())));
-        QCOMPARE(flow->microphoneLevel(), 0.125);
+        QCOMPARE(flow->levels().systemLevel(), 0.5); // each source on its own meter, the latest read
+        QCOMPARE(flow->levels().microphoneLevel(), 0.125);
         flow->pause();
         changes.clear();
         bench.last().levels = { 0.75f, 0.75f };
         bench.clock->advance(1s);
         QCOMPARE(changes.count(), 0);
         flow->save();
-        QCOMPARE(flow->systemLevel() + flow->microphoneLevel(), 0.0);
+        QCOMPARE(flow->levels().systemLevel() + flow->levels().microphoneLevel(), 0.0);
     }
 
     void silenceHint_data()
@@ -267,6 +282,7 @@ private Q_SLOTS:
             << 0.3f << 0.0f << 31 << u"Nothing heard from the microphone yet."_s;
         QTest::newRow("not long enough") << 0.0f << 0.3f << 29 << QString();
         QTest::newRow("both silent: a quiet moment") << 0.0f << 0.0f << 60 << QString();
+        QTest::newRow("faint is heard") << 0.0001f << 0.3f << 60 << QString();
     }
     void silenceHint()
     {
@@ -278,40 +294,40 @@ private Q_SLOTS:
         flow->record();
         bench.last().levels = { system, microphone };
         const auto run = [&](std::chrono::milliseconds span) {
-            for (auto done = 0ms; done < span; done += RecorderFlow::levelInterval)
-                bench.clock->advance(RecorderFlow::levelInterval);
+            for (auto done = 0ms; done < span; done += LevelWatch::interval)
+                bench.clock->advance(LevelWatch::interval);
         };
         run(std::chrono::seconds(seconds / 2));
         flow->pause();
         run(60s);
         flow->resume();
         run(std::chrono::seconds(seconds - seconds / 2));
-        QTEST(flow->silenceHint(), "hint");
+        QTEST(flow->levels().silenceHint(), "hint");
         bench.last().levels = { 0.1f, 0.1f }; // sound again
-        run(RecorderFlow::levelInterval);
-        QCOMPARE(flow->silenceHint(), QString());
+        run(LevelWatch::interval);
+        QCOMPARE(flow->levels().silenceHint(), QString());
     }
 
     void systemAudioPollIsBounded()
     {
         StandIns bench;
         auto flow = bench.makeFlow();
-        QSignalSpy news(flow.get(), &RecorderFlow::systemAudioChanged);
+        QSignalSpy news(&flow->permissions(), &RecorderPermissions::systemAudioChanged);
         const auto requestAndWait = [&](Permission answer, int probes) {
             bench.server->systemAudio = answer;
-            flow->requestSystemAudio();
+            flow->permissions().requestSystemAudio();
             QTRY_COMPARE(bench.server->probes, probes); // the request's own probe…
-            QTRY_COMPARE(flow->systemAudio(), answer); // …and its answer are in
+            QTRY_COMPARE(flow->permissions().systemAudio(), answer); // …and its answer are in
             for (int second = 0; second < 15; ++second) {
                 bench.clock->advance(1s);
                 QCoreApplication::processEvents();
             }
         };
         requestAndWait(Permission::unknown, 3);
-        QCOMPARE(bench.clock->sleepsOf(RecorderFlow::permissionPollInterval), 10); // unknown: ten reads
+        QCOMPARE(bench.clock->sleepsOf(RecorderPermissions::pollInterval), 10); // unknown: ten reads
         QCOMPARE(news.count(), 0); // the same answer read again is no news
         requestAndWait(Permission::granted, 4);
-        QCOMPARE(bench.clock->sleepsOf(RecorderFlow::permissionPollInterval), 11); // known: one read
+        QCOMPARE(bench.clock->sleepsOf(RecorderPermissions::pollInterval), 11); // known: one read
     }
 };
 

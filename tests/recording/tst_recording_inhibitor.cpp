@@ -12,6 +12,7 @@
 #include <QScopeGuard>
 #include <QTest>
 
+#include <atomic>
 #include <poll.h>
 #include <unistd.h>
 
@@ -21,13 +22,23 @@ namespace {
 
 // Plays the portal's Inhibit and Request interfaces and logind's Manager: notes every
 // call, answers the portal with a new request object and logind with one end of a pipe,
-// whose other end tells when every copy of the descriptor is closed.
+// whose other end tells when every copy of the descriptor is closed. With `late` set,
+// the answers wait for answerLate().
 class StandInDesktop final : public QDBusVirtualObject
 {
 public:
     QStringList calls;
     int portalHolds = 0;
     std::vector<int> logindHolds;
+    std::atomic<bool> late = false;
+    std::vector<std::pair<QDBusConnection, QDBusMessage>> unanswered;
+
+    void answerLate()
+    {
+        late = false;
+        for (auto &[connection, reply] : std::exchange(unanswered, {}))
+            connection.send(reply);
+    }
 
     ~StandInDesktop() override { std::for_each(logindHolds.begin(), logindHolds.end(), ::close); }
     [[nodiscard]] int held() const
@@ -47,7 +58,8 @@ public:
                     ? qdbus_cast<QVariantMap>(argument).value(u"reason"_s)
                     : argument)
                         .toString();
-        calls << call.join(u' ');
+        // Noted once it is held, so that a test that sees the call sees the hold.
+        const auto note = qScopeGuard([&] { calls << call.join(u' '); });
         QDBusMessage reply = message.createReply();
         if (message.interface() == u"org.freedesktop.login1.Manager"_s) {
             int ends[2];
@@ -61,9 +73,12 @@ public:
             reply << QVariant::fromValue(QDBusObjectPath(u"/org/freedesktop/portal/desktop/request/1"_s));
         } else {
             --portalHolds;
-            calls.last() += u' ' + message.path();
+            call << message.path();
         }
-        connection.send(reply);
+        if (late && message.member() == u"Inhibit"_s)
+            unanswered.emplace_back(connection, reply);
+        else
+            connection.send(reply);
         return true;
     }
 };
@@ -125,11 +140,20 @@ private Q_SLOTS:
             inhibitor.hold(u"Recording"_s);
             QTRY_COMPARE(desktop.calls.count(call), calls);
             QTRY_COMPARE(desktop.held(), 1);
+            // An answer that comes after the release is given back at once.
+            inhibitor.release();
+            QTRY_COMPARE(desktop.held(), 0);
+            desktop.late = true;
+            inhibitor.hold(u"Recording"_s);
+            QTRY_COMPARE(desktop.calls.count(call), calls + 1);
+            inhibitor.release();
+            desktop.answerLate();
+            QTRY_COMPARE(desktop.held(), 0);
         }
         QTRY_COMPARE(desktop.held(), 0);
         const QString closed = u"Close /org/freedesktop/portal/desktop/request/1"_s;
-        QCOMPARE(desktop.calls.count(closed), row == u"portal"_s ? 3 : 0);
-        QCOMPARE(desktop.calls.size(), calls + desktop.calls.count(closed));
+        QCOMPARE(desktop.calls.count(closed), row == u"portal"_s ? 4 : 0);
+        QCOMPARE(desktop.calls.size(), calls + 1 + desktop.calls.count(closed));
         QVERIFY(log.lines(u"recorder"_s).isEmpty());
     }
 };

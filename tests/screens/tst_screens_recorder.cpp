@@ -174,7 +174,7 @@ private Q_SLOTS:
         QTRY_VERIFY(screen.shows("recordButton"));
 
         bench.server->microphone = bench.server->systemAudio = Permission::denied;
-        screen.flow->probePermissions();
+        screen.flow->permissions().probe();
         QTRY_COMPARE(screen.step(1) + u" | "_s + screen.step(2), u"Settings | Settings dimmed"_s);
         // A closed step can still be mended.
         QTest::mouseClick(screen.row(1)->settingsButton(), Qt::LeftButton);
