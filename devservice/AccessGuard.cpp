@@ -2,6 +2,7 @@
 
 #include "Answer.h"
 #include "Crypto.h"
+#include "ServiceState.h"
 
 namespace {
 void refuse(httplib::Response &response, int status, const QString &code)
@@ -31,8 +32,9 @@ std::string lower(std::string text)
 }
 } // namespace
 
-AccessGuard::AccessGuard(QByteArray adminToken)
+AccessGuard::AccessGuard(QByteArray adminToken, ServiceState &state)
     : m_adminToken(std::move(adminToken))
+    , m_state(state)
 { }
 
 void AccessGuard::setPort(int port)
@@ -112,4 +114,20 @@ bool AccessGuard::admit(const httplib::Request &request, httplib::Response &resp
         return false;
     }
     return true;
+}
+
+QByteArray AccessGuard::sessionToken(const httplib::Request &request)
+{
+    return QByteArray::fromStdString(request.get_header_value("Authorization"));
+}
+
+Outcome<Session> AccessGuard::session(const httplib::Request &request) const
+{
+    const QByteArray token = sessionToken(request);
+    if (token.isEmpty())
+        return ServiceError { ServiceError::Kind::Unauthenticated, QStringLiteral("missing_token") };
+    const auto session = m_state.authenticate(token);
+    if (!session)
+        return ServiceError { ServiceError::Kind::Unauthenticated, QStringLiteral("invalid_token") };
+    return *session;
 }

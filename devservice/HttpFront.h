@@ -1,8 +1,10 @@
 #pragma once
 
 #include "AccessGuard.h"
+#include "AdminRoutes.h"
 #include "Answer.h"
-#include "ServiceState.h"
+#include "PublicRoutes.h"
+#include "UploadRoutes.h"
 
 #include <httplib.h>
 
@@ -14,11 +16,14 @@
 
 class FaultInjector;
 class ObjectStore;
+class ServiceState;
 
-// The service's HTTP face: routes the public API, the pre-signed uploads, the
-// files, the phone page and the admin API onto the state, behind the AccessGuard.
-// Handlers run on httplib's pool threads; everything shared lives in ServiceState
-// and FaultInjector, which lock for themselves.
+// The service's HTTP plumbing: the server and its threads, the AccessGuard before
+// every route, reading bodies within their limits, the request log, scripted
+// faults, and the answers to what no route serves. The routes themselves are in
+// PublicRoutes, UploadRoutes and AdminRoutes, which register through the methods
+// below. Handlers run on httplib's pool threads; everything shared lives in
+// ServiceState and FaultInjector, which lock for themselves.
 class HttpFront
 {
 public:
@@ -31,10 +36,41 @@ public:
     // Safe from any thread.
     void stop();
 
-private:
+    // Public requests are logged and take faults. Admin requests are neither, and
+    // their JSON bodies have a limit of their own, so that a test that shrinks
+    // maxBodyBytes can still talk to the admin API.
+    enum class Audience { Public, Admin };
+    // A refused body is still read up to here, so that the answer reaches the client
+    // instead of a reset; beyond this the connection is simply closed.
+    static constexpr qint64 drainLimit = 256LL * 1024 * 1024;
+
+    using BodyHandler
+        = std::function<void(const httplib::Request &, const QByteArray &body, httplib::Response &)>;
     using JsonHandler = std::function<Answer(const httplib::Request &, const QJsonObject &body)>;
     using Handler = std::function<Answer(const httplib::Request &)>;
 
+    // A POST whose body is read whole; one over the limit answers 413 "body_too_large".
+    void post(const std::string &pattern, Audience audience, BodyHandler handler);
+    // A POST of a JSON object, an empty body counting as {}.
+    void postJson(const std::string &pattern, Audience audience, JsonHandler handler);
+    void get(const std::string &pattern, Audience audience, Handler handler);
+    // The handler's answer to `body` read as a JSON object, or 400 "invalid_json".
+    [[nodiscard]] static Answer withJson(
+        const QByteArray &body, const std::function<Answer(const QJsonObject &)> &handler);
+
+    // For routes that read or serve their bodies themselves.
+    [[nodiscard]] httplib::Server &server() { return m_server; }
+    [[nodiscard]] const AccessGuard &guard() const { return m_guard; }
+    void logRequest(const httplib::Request &request, qint64 bodySize);
+    // Applies the next scripted fault for this request, if any: waits, then answers
+    // or drops. True when the fault took the request over. `drainBody` reads what
+    // is left of the body first so that the connection stays usable.
+    bool applyFault(const httplib::Request &request, httplib::Response &response,
+        const std::function<void()> &drainBody = {});
+    static void send(httplib::Response &response, const Answer &answer);
+    [[nodiscard]] static QString fromStd(const std::string &text);
+
+private:
     struct Body
     {
         QByteArray data;
@@ -42,37 +78,15 @@ private:
         bool tooLarge = false;
     };
 
-    void addPublicRoutes();
-    void addUploadRoutes();
-    void addAdminRoutes();
+    [[nodiscard]] Body readBody(const httplib::ContentReader &reader, qint64 limit) const;
     void addFallbackRoutes();
-
-    void postJson(const std::string &pattern, bool admin, JsonHandler handler);
-    void get(const std::string &pattern, bool admin, Handler handler);
-
-    Body readBody(const httplib::ContentReader &reader, qint64 limit) const;
-    void logRequest(const httplib::Request &request, qint64 bodySize);
-    // Applies the next scripted fault for this request, if any: waits, then answers
-    // or drops. True when the fault took the request over. `drainBody` reads what
-    // is left of the body first so that the connection stays usable.
-    bool applyFault(const httplib::Request &request, httplib::Response &response,
-        const std::function<void()> &drainBody = {});
-    // Runs `handler` with the session the request's bare token belongs to, or
-    // answers 401 "missing_token" / "invalid_token".
-    Answer withSession(
-        const httplib::Request &request, const std::function<Answer(const ServiceState::Session &)> &handler);
-    Answer uploadTarget(const httplib::Request &request, const ServiceState::Session &session);
-    void handleUpload(
-        const httplib::Request &request, httplib::Response &response, const httplib::ContentReader &reader);
-    void serveFile(const httplib::Request &request, httplib::Response &response);
-    // Confirms the code a phone-page form posted; returns "linked" or the error code.
-    QString confirmFromPhone(const QByteArray &body);
-
-    static void send(httplib::Response &response, const Answer &answer);
 
     ServiceState &m_state;
     FaultInjector &m_faults;
-    const ObjectStore &m_objects;
     AccessGuard m_guard;
     httplib::Server m_server;
+    // Declared after the server: constructing each registers its routes on it.
+    PublicRoutes m_publicRoutes;
+    UploadRoutes m_uploadRoutes;
+    AdminRoutes m_adminRoutes;
 };

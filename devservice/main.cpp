@@ -130,9 +130,8 @@ int main(int argc, char **argv)
 
     const ObjectStore objects(uploadDir);
     ServiceState state(config, objects, stateFile);
-    QString error;
-    if (!state.load(&error))
-        fail(QStringLiteral("cannot read %1: %2").arg(stateFile, error));
+    if (const auto loaded = state.load(); !loaded)
+        fail(QStringLiteral("cannot read %1: %2").arg(stateFile, loaded.error()));
     FaultInjector faults;
     // A new one each start: whoever started us reads it from our output or its file.
     const QByteArray adminToken = Crypto::randomBytes(32).toHex();

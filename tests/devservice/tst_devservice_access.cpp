@@ -1,13 +1,14 @@
-// Who may talk to the service: plain HTTP with foreign Host and Origin headers and
-// without the admin token; the phone page's sign-in and links; a request log
+// What the service keeps and shows: the uploaded bytes, served back with ranges,
+// and its files private; the phone page's sign-in, links and form; a request log
 // without secrets.
 
-#include "ServiceSteps.h"
+#include "support/DevService.h"
 
 #include <QJsonArray>
+#include <QRandomGenerator>
 #include <QTest>
 
-using namespace ServiceSteps;
+#include <httplib.h>
 
 class TestAccess : public QObject
 {
@@ -16,60 +17,31 @@ class TestAccess : public QObject
     DevService m_dev;
 
 private slots:
-    void initTestCase() { QVERIFY2(!m_dev.adminToken().isEmpty(), "run under with-devservice"); }
+    void initTestCase() { QVERIFY2(m_dev.available(), "run under scripts/fixtures/with-devservice"); }
     void init() { m_dev.reset(); }
 
-    void refusals_data()
+    void storedPrivatelyAndServedBack()
     {
-        // Method and path, then "Name: value" lines; @token is the admin token, @port ours.
-        QTest::addColumn<QByteArray>("request");
-        QTest::addColumn<int>("status");
-        QTest::addColumn<QString>("error");
-        const auto row = [](const char *name, const char *request, int status, const char *error) {
-            QTest::newRow(name) << QByteArray(request) << status << QString::fromLatin1(error);
-        };
-        // clang-format off
-        row("rebound name", "GET /upload-recording-url\nHost: attacker.example:@port", 421, "wrong_host");
-        row("other port", "GET /admin/config\nHost: 127.0.0.1:1\nX-Admin-Token: @token", 421, "wrong_host");
-        row("localhost", "GET /nowhere\nHost: localhost:@port", 404, "not_found");
-        row("foreign origin", "POST /pair\nOrigin: http://attacker.example", 403, "foreign_origin");
-        row("origin of another port", "POST /admin/reset\nOrigin: http://127.0.0.1:1\nX-Admin-Token: @token", 403, "foreign_origin");
-        row("opaque origin", "DELETE /admin/sessions/x\nOrigin: null\nX-Admin-Token: @token", 403, "foreign_origin");
-        row("own origin", "POST /pair/token\nOrigin: http://localhost:@port", 400, "missing_deviceCode");
-        row("foreign origin, reading", "GET /nowhere\nOrigin: http://attacker.example", 404, "not_found");
-        row("admin, no token", "GET /admin/requests", 401, "missing_admin_token");
-        row("admin, wrong token", "POST /admin/sessions\nX-Admin-Token: x@token", 403, "invalid_admin_token");
-        row("admin, token", "GET /admin/config\nX-Admin-Token: @token", 200, "");
-        row("files, no token", "GET /files/a.m4a", 401, "missing_admin_token");
-        row("page, no token", "GET /", 401, "missing_admin_token");
-        row("page, wrong token", "GET /?token=nope", 403, "invalid_admin_token");
-        row("page, token in a cookie of another port", "GET /\nCookie: selvaro_admin_1=@token", 401, "missing_admin_token");
-        // clang-format on
-    }
-    void refusals()
-    {
-        QFETCH(QByteArray, request);
-        QFETCH(int, status);
-        QFETCH(QString, error);
-        request.replace("@token", m_dev.adminToken())
-            .replace("@port", QByteArray::number(m_dev.baseUrl().port()));
-        QList<QByteArray> lines = request.split('\n');
-        httplib::Request sent;
-        sent.method = lines[0].left(lines[0].indexOf(' ')).toStdString();
-        sent.path = lines.takeFirst().mid(sent.method.size() + 1).toStdString();
-        for (const QByteArray &line : lines)
-            sent.headers.emplace(line.left(line.indexOf(':')).toStdString(),
-                line.mid(line.indexOf(':') + 1).trimmed().toStdString());
-        const auto result = rawClient(m_dev)->send(sent);
-        QVERIFY(result);
-        QCOMPARE(result->status, status);
-        QCOMPARE(errorOf(QByteArray::fromStdString(result->body)), error);
+        // Larger than the writer's buffer, so the streamed path runs end to end.
+        QByteArray bytes(9 * 1024 * 1024 + 17, Qt::Uninitialized);
+        QRandomGenerator(7).fillRange(reinterpret_cast<quint32 *>(bytes.data()), bytes.size() / 4);
+        const QString key = m_dev.upload(m_dev.newAccount(false), bytes);
+        QVERIFY(m_dev.download(key) == bytes);
+        // A browser's <audio> element seeks with Range requests.
+        const auto range
+            = m_dev.send("GET", QStringLiteral("/files/") + key, {}, { { "Range", "bytes=1000-1999" } });
+        QCOMPARE(range.status, 206);
+        QVERIFY(range.body == bytes.mid(1000, 1000));
+        const QString data = qEnvironmentVariable("SELVARO_TEST_SERVICE_DATA") + QLatin1Char('/');
+        for (const QString &file : { QStringLiteral("uploads/") + key, QStringLiteral("state.json") })
+            QVERIFY2(DevService::ownerOnly(data + file), qPrintable(file));
     }
 
     void thePhonePageSignsInAndLinks()
     {
-        auto browser = rawClient(m_dev);
-        const auto signIn = browser->Get("/?token=" + m_dev.adminToken().toStdString());
+        // Plain HTTP, which follows no redirect and keeps no cookie by itself, as the page's first hop needs.
+        httplib::Client browser(m_dev.baseUrl().host().toStdString(), m_dev.baseUrl().port());
+        const auto signIn = browser.Get("/?token=" + m_dev.adminToken().toStdString());
         QVERIFY(signIn);
         QCOMPARE(signIn->status, 303);
         QCOMPARE(signIn->get_header_value("Location"), std::string("/"));
@@ -78,25 +50,25 @@ private slots:
         const httplib::Headers signedIn { { "Cookie", cookie.substr(0, cookie.find(';')) },
             { "Origin", m_dev.baseUrl().toString().toStdString() } };
 
-        const QString userCode = startPairing(m_dev)[QLatin1String("userCode")].toString();
-        const Account account = newAccount(m_dev, false);
-        const QString key = upload(m_dev, account, "audio");
+        const QString userCode = m_dev.startPairing()[QLatin1String("userCode")].toString();
+        const DevService::Account account = m_dev.newAccount(false);
+        const QString key = m_dev.upload(account, "audio");
         const QByteArray note
-            = "{" + noteMembers(key) + ",\"user\":\"" + account.accountId.toLatin1() + "\"}";
+            = "{" + DevService::noteMembers(key) + ",\"user\":\"" + account.accountId.toLatin1() + "\"}";
         m_dev.send("POST", QStringLiteral("/api/collections/notes/records"), note,
             { { "Authorization", account.token } });
-        const auto page = browser->Get("/", signedIn);
+        const auto page = browser.Get("/", signedIn);
         QVERIFY(page);
         const QString html = QString::fromStdString(page->body);
         QCOMPARE(html.count(QStringLiteral("<form method=\"post\" action=\"/admin/pairings/confirm\">")), 2);
         QVERIFY(html.contains(QStringLiteral("name=\"userCode\" value=\"%1\"").arg(userCode)));
         QVERIFY(html.contains(
             QStringLiteral("<audio controls preload=\"metadata\" src=\"/files/%1\">").arg(key)));
-        QCOMPARE(browser->Get("/files/" + key.toStdString(), signedIn)->body, std::string("audio"));
+        QCOMPARE(browser.Get("/files/" + key.toStdString(), signedIn)->body, std::string("audio"));
 
         const std::string form = "userCode=" + userCode.toStdString() + "&anonymous=1";
         const auto confirm
-            = browser->Post("/admin/pairings/confirm", signedIn, form, "application/x-www-form-urlencoded");
+            = browser.Post("/admin/pairings/confirm", signedIn, form, "application/x-www-form-urlencoded");
         QVERIFY(confirm);
         QCOMPARE(confirm->get_header_value("Location"), std::string("/?result=linked"));
         QCOMPARE(m_dev.pairings().first()[QLatin1String("state")].toString(), QStringLiteral("confirmed"));
@@ -104,12 +76,12 @@ private slots:
 
     void theRequestLogKeepsNoSecrets()
     {
-        const Account account = newAccount(m_dev, false);
-        const QString key = upload(m_dev, account, "audio");
+        const DevService::Account account = m_dev.newAccount(false);
+        const QString key = m_dev.upload(account, "audio");
         QCOMPARE(m_dev.download(key), QByteArray("audio"));
         const QJsonArray requests = m_dev.requests();
-        QCOMPARE(
-            requests.size(), 3); // the target, the PUT and the file (with the admin token); no admin call
+        // The target, the PUT and the file (with the admin token); no admin call.
+        QCOMPARE(requests.size(), 3);
         const QJsonObject target = requests.first().toObject();
         QCOMPARE(target[QLatin1String("path")].toString(), QStringLiteral("/upload-recording-url"));
         QCOMPARE(target[QLatin1String("query")].toString(), QStringLiteral("ext=m4a"));

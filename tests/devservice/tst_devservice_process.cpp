@@ -1,7 +1,7 @@
 // The service as a process: its two lines of output, its admin-token file, its
 // options, a busy port, SIGTERM, and what --data keeps across a restart.
 
-#include "ServiceSteps.h"
+#include "support/DevService.h"
 
 #include <QProcess>
 #include <QTemporaryDir>
@@ -9,16 +9,13 @@
 
 #include <csignal>
 
-using namespace ServiceSteps;
-
 class TestProcess : public QObject
 {
     Q_OBJECT
 
     const QString m_program = qEnvironmentVariable("SELVARO_DEVSERVICE");
 
-    // Starts the service with space-separated arguments; its address and admin token from the first two
-    // lines.
+    // Starts the service with space-separated arguments; its address and admin token are its first lines.
     static DevService start(QProcess &process, const QString &arguments)
     {
         process.start(qEnvironmentVariable("SELVARO_DEVSERVICE"), arguments.split(QLatin1Char(' ')));
@@ -44,13 +41,12 @@ private slots:
         DevService dev = start(
             process, QStringLiteral("--port 0 --expires-in 33 --interval 2 --max-body 64 --max-upload 1000"));
         QCOMPARE(dev.baseUrl().host(), QStringLiteral("127.0.0.1"));
-        // Without --data the token file is in the runtime folder, named by the port, and goes with the
-        // service.
+        // Without --data the token file is in the runtime folder, named by the port, and goes with it.
         QFile file(qEnvironmentVariable("XDG_RUNTIME_DIR")
             + QStringLiteral("/selvaro-devservice-%1.admin-token").arg(dev.baseUrl().port()));
         QVERIFY(file.open(QIODevice::ReadOnly));
         QCOMPARE(file.readAll(), dev.adminToken() + '\n');
-        QVERIFY(ownerOnly(file.fileName()));
+        QVERIFY(DevService::ownerOnly(file.fileName()));
         QCOMPARE(dev.adminToken().size(), 64);
         dev.setConfig({ { QStringLiteral("interval"), 9 } });
         dev.reset(); // back to the command line's values, not the built-in ones
@@ -71,19 +67,17 @@ private slots:
         QTemporaryDir data;
         QProcess process;
         DevService dev = start(process, QStringLiteral("--port 0 --data ") + data.path());
-        const Account account = newAccount(dev, false);
-        const QString key = upload(dev, account, "kept audio");
+        const DevService::Account account = dev.newAccount(false);
+        const QString key = dev.upload(account, "kept audio");
         QCOMPARE(stop(process), 0);
 
         QProcess again;
         DevService restarted = start(again, QStringLiteral("--port 0 --data ") + data.path());
         QCOMPARE(restarted.download(key), QByteArray("kept audio"));
         // Session tokens still verify (the signing key is kept); the old admin token does not.
-        QCOMPARE(uploadTarget(restarted, account).size(), 2);
-        QCOMPARE(DevService(restarted.baseUrl(), dev.adminToken())
-                     .send("GET", QStringLiteral("/admin/config"))
-                     .status,
-            403);
+        QVERIFY(!restarted.upload(account, "more audio").isEmpty());
+        DevService withOldToken(restarted.baseUrl(), dev.adminToken());
+        QCOMPARE(withOldToken.send("GET", QStringLiteral("/admin/config")).status, 403);
         QCOMPARE(stop(again), 0);
     }
 };

@@ -3,11 +3,14 @@
 #include <QBuffer>
 #include <QCryptographicHash>
 #include <QEventLoop>
+#include <QFile>
 #include <QJsonDocument>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
 #include <QNetworkRequest>
 #include <QTimer>
+
+#include <sys/stat.h>
 
 DevService::DevService()
     : DevService(
@@ -131,4 +134,46 @@ QJsonArray DevService::uploads()
 QByteArray DevService::download(const QString &key)
 {
     return send("GET", QStringLiteral("/files/") + key).body;
+}
+
+const QByteArray DevService::deviceMembers
+    = R"("vendorUuid":"V","appVersion":"0.1.0","osVersion":"6.1.0",)"
+      R"("type":"linux","brand":"lenovo","model":"X1","locale":"en_US")";
+
+QByteArray DevService::noteMembers(const QString &recordingKey)
+{
+    return R"("startedAt":"2025-03-04T10:11:12.345Z","duration":42,"recordingKey":")"
+        + recordingKey.toLatin1()
+        + R"(","source":"recorder","sourceUrl":"","buildNumber":7,"deviceLocale":"en_US")";
+}
+
+DevService::Account DevService::newAccount(bool anonymous)
+{
+    const QJsonObject made = createSession(anonymous);
+    return { made.value(QLatin1String("id")).toString(),
+        made.value(QLatin1String("token")).toString().toLatin1(),
+        made.value(QLatin1String("accountId")).toString() };
+}
+
+QString DevService::upload(const Account &account, const QByteArray &bytes)
+{
+    const QJsonObject target = send("GET", QStringLiteral("/upload-recording-url?ext=m4a"), {},
+        { { "Authorization",
+            account.token } }).json();
+    const QString path = QUrl(target.value(QLatin1String("url")).toString())
+                             .toString(QUrl::RemoveScheme | QUrl::RemoveAuthority);
+    return send("PUT", path, bytes, { { "Content-Type", "audio/m4a" } }).status == 200
+        ? target.value(QLatin1String("key")).toString()
+        : QString();
+}
+
+QJsonObject DevService::startPairing()
+{
+    return send("POST", QStringLiteral("/pair"), "{\"device\":{" + deviceMembers + "}}").json();
+}
+
+bool DevService::ownerOnly(const QString &path)
+{
+    struct stat status = {};
+    return ::stat(QFile::encodeName(path).constData(), &status) == 0 && (status.st_mode & 0777) == 0600;
 }

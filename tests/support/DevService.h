@@ -5,7 +5,9 @@
 #include <QJsonObject>
 #include <QUrl>
 
-// The test side of the local note service's admin API (see docs/ARCHITECTURE.md).
+// The tests' one client of the local note service: its admin API (see
+// docs/ARCHITECTURE.md) and the steps the tests take on the public one as the
+// recorder does.
 // Calls block on a local event loop, which keeps test bodies short; they must not
 // be used from inside a coroutine that the same loop is driving to completion.
 // The service is the one scripts/fixtures/with-devservice started for this test,
@@ -42,6 +44,25 @@ public:
     [[nodiscard]] QJsonArray uploads();
     // Raw bytes of an uploaded object, fetched from the service.
     [[nodiscard]] QByteArray download(const QString &key);
+
+    struct Account
+    {
+        QString sessionId;
+        QByteArray token;
+        QString accountId;
+    };
+    // A session made directly, as createSession() does.
+    Account newAccount(bool anonymous);
+    // Fetches an upload target and PUTs `bytes` there as the recorder does; the key, or "" on failure.
+    QString upload(const Account &account, const QByteArray &bytes);
+    // Starts a pairing for the device of deviceMembers: {"deviceCode", "userCode", …}.
+    QJsonObject startPairing();
+    // The seven members of a device description as the recorder sends them, without braces.
+    static const QByteArray deviceMembers;
+    // A note's members as the recorder sends them, but for the user member; without braces.
+    [[nodiscard]] static QByteArray noteMembers(const QString &recordingKey);
+    // Whether a file the service wrote is readable and writable by its owner alone.
+    [[nodiscard]] static bool ownerOnly(const QString &path);
 
     struct Reply
     {
