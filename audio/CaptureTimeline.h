@@ -30,14 +30,16 @@
 // - finish() writes silence up to the present and nothing after it, so a capture being
 //   stopped ends at the present, not when the last sound was heard nor a block later.
 //
-// Pausing. A suspended timeline leaves the paused span out of the track; the
-// microphone pauses this way (MicRecorder: its stream is corked and suspend() called),
-// so while paused nothing is taken from the microphone and the server may release it,
-// as a user pausing a call recording expects. System audio is not suspended: the
-// monitor carries only what the user hears anyway, so its stream and this timeline run
-// through the pause and the writer drops what arrives (SystemRecorder); its timeline
-// thus counts paused time, which shows in the positions of its gap log lines. Both
-// files hold the unpaused spans back to back.
+// Pausing: the two sources pause differently, on purpose. The microphone suspends its
+// capture (MicRecorder: the stream is corked and suspend() called), so the paused span
+// is left out here and nothing is taken from the microphone while paused: the server
+// may release the device, as a user who paused a call recording expects. System audio
+// never suspends (GlobalTap): a monitor carries only what the user hears anyway, so
+// there is nothing to release, and its stream and timeline run uninterrupted from start
+// to stop while the writer drops what arrives during the pause (SystemRecorder). Its
+// timeline therefore counts paused time, which shows in the positions of its gap log
+// lines. Either way a file holds the unpaused spans back to back, cut to within a few
+// blocks of the pause.
 //
 // Small blocks are not gathered here: how many wake-ups a block size costs is the
 // backend's transport, and the steps map one to one on the blocks as they were heard.
