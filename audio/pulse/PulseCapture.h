@@ -28,8 +28,9 @@
 // Record streams get no overrun callback: a stream that loses data shows as a
 // gap, filled and logged like any other.
 //
-// Thread contract: start(), setSuspended(), counters() and the destructor run on
-// the owner's thread; everything else runs on the connection's mainloop thread.
+// Thread contract: start(), setSuspended(), setOrigin(), catchUp(), counters() and the
+// destructor run on the owner's thread, all but counters() with the mainloop's lock
+// held; everything else runs on the connection's mainloop thread.
 class PulseCapture final : public Capture
 {
 public:
