@@ -60,11 +60,11 @@ public:
     Capture &operator=(const Capture &) = delete;
 
     // Asks the server to stop (true) or restart (false) sending; time spent
-    // suspended is simply absent from what is delivered.
+    // suspended is simply absent from what is delivered (CaptureTimeline::suspend).
     virtual void setSuspended(bool suspended) = 0;
     // Delivers silence up to the present for what has not arrived, and nothing after
     // it: a capture being stopped ends at the present, not when the last sound was
-    // heard nor a block later.
+    // heard nor a block later (CaptureTimeline::finish).
     virtual void catchUp() = 0;
     [[nodiscard]] virtual Counters counters() const = 0;
 
@@ -83,7 +83,7 @@ class SoundServer
 public:
     // Called on the server's own thread for every block: `data` holds `frames`
     // interleaved frames in the requested spec, or is null for `frames` frames of
-    // silence (a gap the server reported or a reconnection). It must copy what it
+    // silence (a gap in what the server sent, a reconnection). It must copy what it
     // needs and return at once: it must never wait on a disk or a lock held long.
     using BlockHandler = std::function<void(const void *data, qint64 frames)>;
 
@@ -101,7 +101,11 @@ public:
     // default output when it changes or disappears and reconnects after the server
     // restarts. What a capture delivers follows the monotonic clock from this call
     // on (suspended time left out): silence where the server sent nothing, excess
-    // taken out, so that two captures started together stay side by side.
+    // taken out, so that two captures started together stay side by side. A backend
+    // does not write that rule itself: it hands every block, with when it was heard,
+    // to a CaptureTimeline (audio/CaptureTimeline.h) started by this call, ticks it
+    // every few tens of milliseconds, and passes setOrigin, setSuspended, catchUp and
+    // counters through to it; what it delivers is what the timeline's sink is given.
     [[nodiscard]] virtual std::variant<std::unique_ptr<Capture>, QString> startCapture(
         CaptureSource source, const SampleSpec &spec, BlockHandler onBlock)
         = 0;

@@ -3,7 +3,6 @@
 #include "common/Logging.h"
 
 #include <algorithm>
-#include <cstring>
 
 using namespace std::chrono_literals;
 
@@ -11,20 +10,11 @@ namespace {
 
 // Small blocks keep the two files aligned to within a few tens of milliseconds
 // without waking the process more than ~40 times a second per stream.
-constexpr auto blockDuration = 25ms;
+constexpr auto blockDuration = CaptureTimeline::blockDuration;
 // How long a failed stream or server waits before the next attempt.
 constexpr auto retryDelay = 1000ms;
-// How often the stream is compared with the clock. A working stream with 25 ms
-// fragments runs between one and three blocks behind the clock (measured on the
-// fixture and on PipeWire); gapAfter is well above that, so a working stream is
-// never filled, and well below what a listener takes for a shift between tracks.
+// How often the timeline is ticked: half its gapAfter, so a gap is filled soon after.
 constexpr auto tickInterval = 50ms;
-constexpr auto gapAfter = 100ms;
-// How far ahead of the clock a stream may run before frames are taken out, and how
-// thinly: one frame in absorbStride is 0.5 % of the time, about 5 ms a second,
-// far more than any device clock drifts, and a one-sample step is inaudible.
-constexpr auto aheadAllowed = 20ms;
-constexpr qint64 absorbStride = 200;
 // A default sink that vanished is usually replaced within moments (a headset
 // switching profile): give the server that moment before asking for the default.
 constexpr auto followDelay = 100ms;
@@ -42,6 +32,8 @@ PulseCapture::PulseCapture(
     , m_source(source)
     , m_spec(spec)
     , m_onBlock(std::move(onBlock))
+    , m_timeline(spec.rate, spec.bytesPerFrame(), category(),
+          [this](const void *data, qint64 frames) { deliver(data, frames); })
 { }
 
 PulseCapture::~PulseCapture()
@@ -66,7 +58,7 @@ std::optional<QString> PulseCapture::start(const OutputDevice *output)
     PulseConnection::Locker lock(m_connection);
     // The timeline starts when the recording was asked for, not when the server
     // first sends: the wait is filled with silence at the first block.
-    m_clockStart = Clock::now();
+    m_timeline.start(Clock::now());
     if (const int error = m_connection.connect())
         return PulseConnection::errorText(error);
     m_connection.setStateHandler([this](pa_context_state_t state) { onContextState(state); });
@@ -107,14 +99,12 @@ std::optional<QString> PulseCapture::start(const OutputDevice *output)
 void PulseCapture::setSuspended(bool suspended)
 {
     PulseConnection::Locker lock(m_connection);
-    if (suspended == m_suspended)
+    if (suspended == m_timeline.isSuspended())
         return;
-    m_suspended = suspended;
-    if (suspended) {
-        m_suspendedAt = Clock::now();
-    } else {
-        m_suspendedTotal += Clock::now() - m_suspendedAt;
-    }
+    if (suspended)
+        m_timeline.suspend(Clock::now());
+    else
+        m_timeline.resume(Clock::now());
     if (m_stream && pa_stream_get_state(m_stream) == PA_STREAM_READY) {
         if (pa_operation *operation = pa_stream_cork(m_stream, suspended ? 1 : 0, nullptr, nullptr))
             pa_operation_unref(operation);
@@ -123,8 +113,7 @@ void PulseCapture::setSuspended(bool suspended)
 
 Capture::Counters PulseCapture::counters() const
 {
-    return { m_framesReceived.load(), m_framesOfSilence.load(), m_framesAbsorbed.load(),
-        m_framesBeforeFirstBlock.load() };
+    return m_timeline.counters();
 }
 
 bool PulseCapture::openStream(const QByteArray &device)
@@ -153,7 +142,7 @@ bool PulseCapture::openStream(const QByteArray &device)
     int flags = PA_STREAM_ADJUST_LATENCY;
     if (m_source == CaptureSource::systemOutput)
         flags |= PA_STREAM_DONT_MOVE;
-    if (m_suspended)
+    if (m_timeline.isSuspended())
         flags |= PA_STREAM_START_CORKED;
     if (pa_stream_connect_record(m_stream, device.isEmpty() ? nullptr : device.constData(), &attributes,
             static_cast<pa_stream_flags_t>(flags))
@@ -316,78 +305,11 @@ void PulseCapture::onRead()
         if (pa_stream_peek(m_stream, &data, &bytes) < 0 || bytes == 0)
             return;
         const auto frames = static_cast<qint64>(bytes / static_cast<size_t>(frameBytes));
-        m_framesReceived.fetch_add(static_cast<quint64>(frames), std::memory_order_relaxed);
         queued = std::max<qint64>(queued - frames, 0);
         // A null pointer is a hole in the stream: silence.
-        take(data, frames, now - std::chrono::microseconds(queued * 1000000 / m_spec.rate));
+        m_timeline.place(data, frames, now - std::chrono::microseconds(queued * 1000000 / m_spec.rate));
         pa_stream_drop(m_stream);
     }
-}
-
-qint64 PulseCapture::framesOf(std::chrono::milliseconds span) const
-{
-    return m_spec.rate * span.count() / 1000;
-}
-
-qint64 PulseCapture::expectedFrames(Clock::time_point now) const
-{
-    Clock::duration running = now - m_clockStart - m_suspendedTotal;
-    if (m_suspended)
-        running -= now - m_suspendedAt;
-    return static_cast<qint64>(std::chrono::duration<double>(running).count() * m_spec.rate);
-}
-
-void PulseCapture::take(const void *data, qint64 frames, Clock::time_point now)
-{
-    if (m_caughtUp || m_suspended) {
-        m_framesAbsorbed.fetch_add(static_cast<quint64>(frames), std::memory_order_relaxed);
-        return;
-    }
-    // The block's last frame was heard a moment ago, so it ends at the present at
-    // the latest; how long ago the server does not say.
-    const qint64 expected = expectedFrames(now);
-    if (!m_sawFirstBlock) {
-        m_sawFirstBlock = true;
-        m_framesBeforeFirstBlock.store(static_cast<quint64>(std::max<qint64>(expected, 0)));
-        qCDebug(category()) << "First audio" << expected * 1000 / m_spec.rate
-                            << "ms after the start; the wait is silence";
-        fillUpTo(expected - frames);
-    } else if (m_gapAt >= 0 || expected - frames - m_delivered > framesOf(gapAfter)) {
-        // After a gap the ticker has filled only up to a little before the present: the
-        // block that ends it is placed where it was heard, not right after that silence.
-        fillUpTo(expected - frames);
-    }
-    endGap();
-
-    const qint64 ahead = m_delivered + frames - expected;
-    qint64 skip = 0;
-    if (ahead > framesOf(gapAfter))
-        skip = std::min(ahead, frames); // late audio for time already written
-    else if (ahead > framesOf(aheadAllowed))
-        skip = std::min(ahead - framesOf(aheadAllowed), frames / absorbStride + 1);
-    if (skip <= 0) {
-        deliver(data, frames);
-        return;
-    }
-    m_framesAbsorbed.fetch_add(static_cast<quint64>(skip), std::memory_order_relaxed);
-    if (ahead > framesOf(gapAfter) || !data || frames <= skip) {
-        if (frames > skip)
-            deliver(data ? static_cast<const char *>(data) + skip * m_spec.bytesPerFrame() : nullptr,
-                frames - skip);
-        return;
-    }
-    // One frame out of every stretch of the block, spread so that no step is heard.
-    const qint64 frameBytes = m_spec.bytesPerFrame();
-    const qint64 stretch = frames / skip;
-    m_thinned.resize(static_cast<size_t>((frames - skip) * frameBytes));
-    const auto *from = static_cast<const char *>(data);
-    char *to = m_thinned.data();
-    for (qint64 i = 0; i < skip; ++i) {
-        const qint64 kept = (i + 1 == skip ? frames - i * stretch : stretch) - 1;
-        std::memcpy(to, from + (i * stretch + 1) * frameBytes, static_cast<size_t>(kept * frameBytes));
-        to += kept * frameBytes;
-    }
-    deliver(m_thinned.data(), frames - skip);
 }
 
 void PulseCapture::tick()
@@ -396,69 +318,36 @@ void PulseCapture::tick()
         m_ticker = nullptr;
         if (m_stopping)
             return;
-        const qint64 behind = expectedFrames(Clock::now()) - m_delivered;
-        if (!m_suspended && !m_caughtUp && behind > framesOf(gapAfter + blockDuration))
-            fillUpTo(m_delivered + behind - framesOf(blockDuration));
+        m_timeline.tick(Clock::now());
         tick();
     });
-}
-
-void PulseCapture::fillUpTo(qint64 target)
-{
-    const qint64 missing = target - m_delivered;
-    if (missing <= 0)
-        return;
-    if (m_gapAt < 0)
-        m_gapAt = m_delivered;
-    m_gapFrames += missing;
-    m_framesOfSilence.fetch_add(static_cast<quint64>(missing), std::memory_order_relaxed);
-    deliver(nullptr, missing);
-}
-
-void PulseCapture::endGap()
-{
-    if (m_gapAt < 0)
-        return;
-    // One line per gap however many ticks filled it; the start's wait is a gap too,
-    // at 0 s. The last few milliseconds before a stop are no news.
-    if (m_gapFrames >= framesOf(gapAfter))
-        qCInfo(category()).noquote() << QStringLiteral("Filled %1 ms without audio at %2 s with silence")
-                                            .arg(m_gapFrames * 1000 / m_spec.rate)
-                                            .arg(static_cast<double>(m_gapAt) / m_spec.rate, 0, 'f', 3);
-    m_gapAt = -1;
-    m_gapFrames = 0;
 }
 
 void PulseCapture::setOrigin(std::chrono::steady_clock::time_point origin)
 {
     PulseConnection::Locker lock(m_connection);
-    // Once a block is placed the timeline is set; the first block comes tens of
-    // milliseconds after the start at the soonest.
-    if (!m_sawFirstBlock && origin < m_clockStart)
-        m_clockStart = origin;
+    m_timeline.setOrigin(origin);
 }
 
 void PulseCapture::catchUp()
 {
     PulseConnection::Locker lock(m_connection);
-    if (!m_running || m_caughtUp)
+    if (!m_running)
         return;
     // Ends the timeline at the present; what is still on its way comes too late.
-    fillUpTo(expectedFrames(Clock::now()));
+    m_timeline.finish(Clock::now());
     flush();
-    endGap();
-    m_caughtUp = true;
 }
 
 void PulseCapture::deliver(const void *data, qint64 frames)
 {
-    m_delivered += frames;
     // A sink playing at a call's latency hands its monitor blocks of a few
     // milliseconds; gathering them into fragments spares the writer most wake-ups.
     if (data) {
         const auto *bytes = static_cast<const char *>(data);
         m_gathered.insert(m_gathered.end(), bytes, bytes + frames * m_spec.bytesPerFrame());
-        if (static_cast<qint64>(m_gathered.size()) < framesOf(blockDuration) * m_spec.bytesPerFrame())
+        if (static_cast<qint64>(m_gathered.size())
+            < m_spec.rate * blockDuration.count() / 1000 * m_spec.bytesPerFrame())
             return;
     }
     flush();

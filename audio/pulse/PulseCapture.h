@@ -1,9 +1,9 @@
 #pragma once
 
+#include "audio/CaptureTimeline.h"
 #include "audio/SoundServer.h"
 #include "audio/pulse/PulseConnection.h"
 
-#include <atomic>
 #include <chrono>
 #include <optional>
 #include <vector>
@@ -20,27 +20,17 @@
 // default's monitor. The microphone stream is connected to the default source and
 // left to the server to move.
 //
-// What is delivered follows the monotonic clock, with suspended time left out, so
-// that the two files of a recording stay side by side for hours:
-// - the wait from start() to the first block is filled with silence, so the track
-//   begins when the recording was asked for;
-// - when the stream falls more than gapAfter behind the clock (a sink that plays
-//   nothing and sends nothing, a suspended device, a switch, a lost server), the
-//   ticker writes the gap as silence up to a block short of the present, which is
-//   what is normally on its way; one log line per gap says where and how long;
-// - when more arrives than the clock allows (a device clock running fast, or the
-//   late burst of a stream whose gap was already filled), the excess is dropped:
-//   beyond gapAfter at once from the front of the block (that time is already
-//   written), below it a frame in every absorbStride, which nobody hears;
-// - blocks arriving while suspended are dropped (they come after the pause).
-// Blocks are placed by when they were heard: one with more queued behind it ends
-// that much before the present. Small blocks (a sink at a call's latency sends a
-// few milliseconds at a time) are gathered into fragments before they are handed on.
+// What is delivered follows the monotonic clock (see CaptureTimeline for the rule):
+// this class only says when each block was heard, ticks the timeline and ends it at
+// catchUp(). A block with more queued behind it was heard that much before the present.
+// Small blocks (a sink at a call's latency sends a few milliseconds at a time) are
+// gathered into fragments of CaptureTimeline::blockDuration before they are handed on.
 // Record streams get no overrun callback: a stream that loses data shows as a
 // gap, filled and logged like any other.
 //
-// Thread contract: start(), setSuspended(), counters() and the destructor run on
-// the owner's thread; everything else runs on the connection's mainloop thread.
+// Thread contract: start(), setSuspended(), setOrigin(), catchUp(), counters() and the
+// destructor run on the owner's thread, all but counters() with the mainloop's lock
+// held; everything else runs on the connection's mainloop thread.
 class PulseCapture final : public Capture
 {
 public:
@@ -74,13 +64,7 @@ private:
     void reconnect();
     void subscribe();
     void tick();
-    // Delivers what the clock allows of a block that arrived `now`.
-    void take(const void *data, qint64 frames, Clock::time_point now);
-    // Silence up to `target` frames of the timeline, if that much is missing.
-    void fillUpTo(qint64 target);
-    void endGap();
-    [[nodiscard]] qint64 expectedFrames(Clock::time_point now) const;
-    [[nodiscard]] qint64 framesOf(std::chrono::milliseconds span) const;
+    // The timeline's sink: gathers small blocks, hands silence on at once.
     void deliver(const void *data, qint64 frames);
     void flush();
 
@@ -95,24 +79,8 @@ private:
     pa_time_event *m_retry = nullptr;
     bool m_running = false;
     bool m_stopping = false;
-    bool m_suspended = false;
     bool m_outage = false;
-    bool m_caughtUp = false;
     pa_time_event *m_ticker = nullptr;
-    Clock::time_point m_clockStart;
-    Clock::time_point m_suspendedAt;
-    Clock::duration m_suspendedTotal {};
-    // Frames of the timeline delivered so far, silence included.
-    qint64 m_delivered = 0;
-    bool m_sawFirstBlock = false;
-    // The gap being filled: where it began on the timeline and how long it is so far.
-    qint64 m_gapAt = -1;
-    qint64 m_gapFrames = 0;
-    std::vector<char> m_thinned; // a block with frames taken out, reused
+    CaptureTimeline m_timeline;
     std::vector<char> m_gathered; // small blocks gathered into a fragment
-
-    std::atomic<quint64> m_framesReceived { 0 };
-    std::atomic<quint64> m_framesOfSilence { 0 };
-    std::atomic<quint64> m_framesAbsorbed { 0 };
-    std::atomic<quint64> m_framesBeforeFirstBlock { 0 };
 };
