@@ -4,6 +4,7 @@
 #include "audio/DualRecorder.h"
 #include "audio/KeptRecording.h"
 #include "audio/RecordingsFolder.h"
+#include "common/ClockText.h"
 #include "common/Logging.h"
 #include "common/Observable.h"
 #include "common/SystemClock.h"
@@ -42,15 +43,6 @@ qint64 wholeSeconds(double seconds)
 double secondsBetween(std::chrono::steady_clock::time_point from, std::chrono::steady_clock::time_point to)
 {
     return std::chrono::duration<double>(to - from).count();
-}
-
-// The recorder screen's clock: "mm:ss", from one hour on "h:mm:ss".
-QString clockText(double seconds)
-{
-    const qint64 t = wholeSeconds(seconds);
-    if (t >= 3600)
-        return QString::asprintf("%lld:%02lld:%02lld", t / 3600, (t / 60) % 60, t % 60);
-    return QString::asprintf("%02lld:%02lld", t / 60, t % 60);
 }
 
 // The time of day a recording started, with its date when that was not today.
@@ -316,7 +308,7 @@ void RecorderFlow::checkCapture()
     cancelTicker();
     resetLevels();
     m_capture->close();
-    const QString at = clockText(m_elapsed);
+    const QString at = ClockText::format(m_elapsed);
     qCCritical(lcRecorder, "recording stopped at %s: a file stopped taking audio (%d)", qUtf8Printable(at),
         static_cast<int>(*failure));
     if (*failure == WriteFailure::fileRemoved) {

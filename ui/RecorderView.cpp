@@ -1,7 +1,7 @@
 #include "ui/RecorderView.h"
 
 #include "ui/BalancedLabel.h"
-#include "ui/ClockText.h"
+#include "common/ClockText.h"
 #include "ui/EqualColumnsLayout.h"
 #include "ui/FadingStack.h"
 #include "ui/LevelMeter.h"

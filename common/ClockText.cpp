@@ -1,4 +1,4 @@
-#include "ui/ClockText.h"
+#include "common/ClockText.h"
 
 #include <QtGlobal>
 

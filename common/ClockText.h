@@ -2,7 +2,9 @@
 
 #include <QString>
 
-// Texts of the two clocks on the screens.
+// Texts of the two clocks the user reads: the recorder's, also quoted in its
+// messages ("stopped at 12:34"), and the pairing countdown. Qt Core only, so that
+// the flows below the screens format their times the same way.
 class ClockText
 {
 public:
