@@ -21,7 +21,8 @@ RecordingFiles RecordingFiles::ofMixed(const QString &mixedPath)
 {
     const QFileInfo info(mixedPath);
     const QString name = info.fileName();
-    return { info.path(), name.endsWith(mixedSuffix) ? name.chopped(mixedSuffix.size()) : info.completeBaseName() };
+    return { info.path(),
+        name.endsWith(mixedSuffix) ? name.chopped(mixedSuffix.size()) : info.completeBaseName() };
 }
 
 QStringList RecordingFiles::stampsIn(const QString &folder)

@@ -4,13 +4,13 @@
 #include "audio/DualRecorder.h"
 #include "audio/KeptRecording.h"
 #include "audio/RecordingsFolder.h"
+#include "common/ClockText.h"
 #include "common/Logging.h"
 #include "common/Observable.h"
 #include "recording/RecordingSidecar.h"
 #include "recording/UnsentRecordings.h"
 
 #include <QFileInfo>
-#include <QLocale>
 #include <QNetworkAccessManager>
 
 #include <cmath>
@@ -28,24 +28,6 @@ qint64 wholeSeconds(double seconds)
 double secondsBetween(std::chrono::steady_clock::time_point from, std::chrono::steady_clock::time_point to)
 {
     return std::chrono::duration<double>(to - from).count();
-}
-
-// The recorder screen's clock: "mm:ss", from one hour on "h:mm:ss".
-QString clockText(double seconds)
-{
-    const qint64 t = wholeSeconds(seconds);
-    if (t >= 3600)
-        return QString::asprintf("%lld:%02lld:%02lld", t / 3600, (t / 60) % 60, t % 60);
-    return QString::asprintf("%02lld:%02lld", t / 60, t % 60);
-}
-
-// The time of day a recording started, with its date when that was not today.
-QString startText(const QDateTime &startedAt)
-{
-    const QDateTime local = startedAt.toLocalTime();
-    if (local.date() == QDate::currentDate())
-        return local.toString(QStringLiteral("HH:mm"));
-    return QLocale().toString(local, QLocale::ShortFormat);
 }
 
 } // namespace
@@ -262,7 +244,7 @@ void RecorderFlow::checkCapture()
     closeSegment();
     stopWatching();
     m_capture->close();
-    const QString at = clockText(m_elapsed);
+    const QString at = ClockText::format(m_elapsed);
     qCCritical(lcRecorder, "recording stopped at %s: a file stopped taking audio (%d)", qUtf8Printable(at),
         static_cast<int>(*failure));
     if (*failure == WriteFailure::fileRemoved) {
@@ -321,8 +303,9 @@ QCoro::Task<> RecorderFlow::offerOldest(QPointer<RecorderFlow> self)
     self->setElapsed(oldest.recordedSeconds);
     self->setDisplayedElapsed(oldest.recordedSeconds);
     const qint64 minutes = std::max<qint64>(1, std::llround(oldest.recordedSeconds / 60));
-    self->setState(State::failed(
-        tr("A recording from %1 (%2 min) was not sent.").arg(startText(oldest.startedAt)).arg(minutes)));
+    self->setState(State::failed(tr("A recording from %1 (%2 min) was not sent.")
+                                     .arg(ClockText::startOf(oldest.startedAt))
+                                     .arg(minutes)));
 }
 
 bool RecorderFlow::hasUnsentRecordings() const

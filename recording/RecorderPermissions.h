@@ -30,7 +30,8 @@ public:
 
     // A missing probe reads as unknown. Reads both at once.
     RecorderPermissions(std::unique_ptr<CapturePermission> microphone,
-        std::unique_ptr<CapturePermission> systemAudio, std::shared_ptr<Clock> clock, QObject *parent = nullptr);
+        std::unique_ptr<CapturePermission> systemAudio, std::shared_ptr<Clock> clock,
+        QObject *parent = nullptr);
     ~RecorderPermissions() override;
 
     [[nodiscard]] Permission microphone() const { return m_microphone; }

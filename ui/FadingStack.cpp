@@ -4,6 +4,7 @@
 
 #include <QGraphicsOpacityEffect>
 #include <QStackedLayout>
+#include <QVBoxLayout>
 
 FadingStack::FadingStack(QWidget *parent)
     : QWidget(parent)
@@ -22,6 +23,14 @@ FadingStack::FadingStack(QWidget *parent)
         setOpacity(m_outgoing, 1.0 - progress);
     });
     connect(&m_fade, &QVariantAnimation::finished, this, &FadingStack::finishFade);
+}
+
+QVBoxLayout *FadingStack::topAligned(QWidget *page)
+{
+    auto *layout = new QVBoxLayout(page);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->setSpacing(0);
+    return layout;
 }
 
 int FadingStack::addPage(QWidget *page)

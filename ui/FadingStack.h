@@ -5,6 +5,7 @@
 #include <QWidget>
 
 class QStackedLayout;
+class QVBoxLayout;
 
 // Pages in one place, one shown at a time, changing with a cross-fade: the
 // outgoing page fades out while the incoming one fades in over the same
@@ -28,6 +29,9 @@ public:
 
     // Adds a page (the stack takes it as a child); the first becomes current.
     int addPage(QWidget *page);
+    // A layout for `page` that keeps its content at the top, so that the content
+    // stays in place whichever page sets the stack's height.
+    [[nodiscard]] static QVBoxLayout *topAligned(QWidget *page);
     [[nodiscard]] int count() const;
     [[nodiscard]] QWidget *page(int index) const;
 

@@ -1,8 +1,8 @@
 #include "ui/PairingView.h"
 
 #include "account/PairingFlow.h"
+#include "common/ClockText.h"
 #include "ui/BalancedLabel.h"
-#include "ui/ClockText.h"
 #include "ui/FadingStack.h"
 #include "ui/Palette.h"
 #include "ui/PillButton.h"

@@ -1,8 +1,10 @@
 // The application around the screens, without the real sound server or keyring:
-// the update check against its feed, the window's one menu and fixed size, the
-// snapshot mode as a process, and a secret store that never answers.
+// the options the usage shows, the update check against its feed, the window's one
+// menu and fixed size, the snapshot mode as a process, and a secret store that
+// never answers.
 #include "account/PairingFlow.h"
 #include "app/AppModel.h"
+#include "app/CommandLine.h"
 #include "app/ContentView.h"
 #include "app/MainWindow.h"
 #include "app/QuitOnSignals.h"
@@ -21,6 +23,7 @@
 #include <QMenuBar>
 #include <QNetworkAccessManager>
 #include <QProcess>
+#include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QTemporaryFile>
 #include <QTest>
@@ -31,8 +34,11 @@
 #include <csignal>
 #include <utility>
 
+using namespace Qt::StringLiterals;
 using Outcome = Updater::Check::Outcome;
 Q_DECLARE_METATYPE(Outcome)
+using Action = CommandLine::Action;
+Q_DECLARE_METATYPE(Action)
 
 namespace {
 
@@ -68,6 +74,26 @@ class AppShellTest : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
+    // One row per option the usage shows, long and short, named by it and given a
+    // directory after it: each must do what the table says, and a new one needs a row.
+    void everyOptionShownWorks_data()
+    {
+        QTest::addColumn<Action>("action");
+        const QHash<QString, Action> does { { u"-h"_s, Action::help }, { u"--help"_s, Action::help },
+            { u"--version"_s, Action::version }, { u"--snapshot"_s, Action::snapshot } };
+        const QRegularExpression shown(u"(?<=^  |, )--?[a-z][\\w-]*"_s, QRegularExpression::MultilineOption);
+        for (const QRegularExpressionMatch &option : shown.globalMatch(CommandLine::usage()))
+            QTest::newRow(qPrintable(option.captured())) << does.value(option.captured(), Action::misuse);
+    }
+    void everyOptionShownWorks()
+    {
+        QFETCH(Action, action);
+        const QString option = QString::fromLatin1(QTest::currentDataTag());
+        const CommandLine line = CommandLine::parse({ u"selvaro-recorder"_s, option, u"shots"_s });
+        QCOMPARE(line.action(), action);
+        QCOMPARE(line.snapshotDirectory(), action == Action::snapshot ? u"shots"_s : QString());
+    }
+
     // The feed is read from a file URL through the same network path as an https one.
     void updateCheck_data()
     {

@@ -4,6 +4,7 @@
 
 #include "recording/RecordingTestSupport.h"
 #include "ui/LevelMeter.h"
+#include "ui/Palette.h"
 #include "ui/PermissionRow.h"
 #include "ui/PillButton.h"
 #include "ui/PlatformWording.h"
@@ -12,7 +13,7 @@
 #include "ui/TextLabel.h"
 #include "ui/WaveformIndicator.h"
 
-#include <QAccessible>
+#include <QLayout>
 #include <QMessageBox>
 #include <QSignalSpy>
 #include <QTest>
@@ -26,6 +27,9 @@ Q_DECLARE_METATYPE(Permission)
 namespace {
 const QString couldNotStart
     = u"The recording could not start. Check the microphone and system audio permissions."_s;
+
+// The level meters as assistive technology reads them, each after its caption.
+const QString meters = u"System audio: System audio level %1, Microphone: Microphone level %2"_s;
 
 // A recorder screen, shown in the window's content area, changing at once; a
 // "Settings" press is noted instead of starting a program.
@@ -41,6 +45,23 @@ struct Screen
         QVERIFY(QTest::qWaitForWindowExposed(&frame));
     }
     bool shows(const char *name) const { return ScreenTest::shows(view, name); }
+    // The shown meters as `meters` words them, "dimmed " first when they are.
+    QString shownMeters() const
+    {
+        QStringList shown;
+        bool dimmed = false;
+        for (LevelMeter *meter : view->findChildren<LevelMeter *>()) {
+            if (!meter->isVisibleTo(view))
+                continue;
+            QAccessibleInterface *read = QAccessible::queryAccessibleInterface(meter);
+            const QLayout *row = meter->parentWidget()->layout();
+            const auto *caption = qobject_cast<QLabel *>(row->itemAt(row->indexOf(meter) - 1)->widget());
+            shown << u"%1: %2 %3"_s.arg(caption->text(), read->text(QAccessible::Name))
+                         .arg(read->valueInterface()->currentValue().toInt());
+            dimmed = meter->isDimmed();
+        }
+        return (dimmed ? u"dimmed "_s : QString()) + shown.join(u", "_s);
+    }
     void click(const char *name) const { QTest::mouseClick(child(view, name), Qt::LeftButton); }
     PermissionRow *row(int number) const
     {
@@ -58,7 +79,7 @@ struct Screen
 
     std::unique_ptr<RecorderFlow> flow;
     RecorderView *view;
-    Frame frame;
+    ScreenFrame frame;
     QList<Pane> panes;
 };
 } // namespace
@@ -81,15 +102,14 @@ private Q_SLOTS:
         const Permission unknown = Permission::unknown, denied = Permission::denied,
                          granted = Permission::granted;
         const QString unlink = u"Unlink"_s, record = u"Record"_s;
-        const QString meters = u"System audio level 50, Microphone level 12"_s;
         QTest::newRow("idle") << State::idle() << granted << QStringList { unlink, record } << u" "_s
                               << QString();
         QTest::newRow("recording, one revoked")
             << State::recording() << denied << QStringList { unlink, u"Pause"_s }
-            << u"Recording the system audio and the microphone"_s << meters;
+            << u"Recording the system audio and the microphone"_s << meters.arg(50).arg(12);
         QTest::newRow("paused") << State::paused() << granted
                                 << QStringList { unlink, u"Discard"_s, u"Resume"_s, u"Save"_s } << u"Paused"_s
-                                << u"dimmed "_s + meters;
+                                << u"dimmed "_s + meters.arg(50).arg(12);
         QTest::newRow("saving") << State::saving(u"Uploading…"_s) << unknown << QStringList { unlink }
                                 << u"Uploading…"_s << QString();
         QTest::newRow("sent") << State::sent() << granted << QStringList { unlink, record }
@@ -104,23 +124,12 @@ private Q_SLOTS:
         QFETCH(Permission, microphone);
         Screen screen(RecorderFlow::preview(state, 83, microphone, Permission::granted));
         QTEST(shownButtons(screen.view), "buttons");
-        QCOMPARE(unreachableButtons(screen.view), QStringList());
         QStringList status;
         for (const char *line : { "idleStatus", "recordingStatus", "pausedStatus", "savingStatus",
                  "sentStatus", "failureMessage" })
             status << (screen.shows(line) ? child<QLabel>(screen.view, line)->text() : QString());
         QTEST(status.join(QString()), "status");
-        QStringList meters;
-        bool dimmed = false;
-        for (LevelMeter *meter : screen.view->findChildren<LevelMeter *>()) {
-            QAccessibleInterface *read = QAccessible::queryAccessibleInterface(meter);
-            if (!meter->isVisibleTo(screen.view))
-                continue;
-            meters << u"%1 %2"_s.arg(read->text(QAccessible::Name))
-                          .arg(read->valueInterface()->currentValue().toInt());
-            dimmed = meter->isDimmed();
-        }
-        QTEST((dimmed ? u"dimmed "_s : QString()) + meters.join(u", "_s), "meters");
+        QTEST(screen.shownMeters(), "meters");
         QCOMPARE(screen.shows("spinner"), state.is(State::Kind::saving));
         QCOMPARE(
             screen.view->findChild<WaveformIndicator *>()->isRunning(), state.is(State::Kind::recording));
@@ -143,8 +152,14 @@ private Q_SLOTS:
                 sendAgainOnFailure << screen.shows("sendAgainButton");
         });
         screen.click("recordButton");
+        // Each meter follows its own source, one value after another.
+        bench.last().levels = { 0.5f, 0.12f };
         bench.clock->advanceInTicks(3s);
         QCOMPARE(child<QLabel>(screen.view, "clock")->text(), u"00:03"_s);
+        QCOMPARE(screen.shownMeters(), meters.arg(50).arg(12));
+        bench.last().levels = { 0.25f, 0.75f };
+        bench.clock->advanceInTicks(100ms);
+        QCOMPARE(screen.shownMeters(), meters.arg(25).arg(75));
         for (const char *button : { "pauseButton", "resumeButton", "pauseButton", "discardButton" })
             screen.click(button);
         QCOMPARE(bench.last().calls.join(u' '), u"start pause resume pause close cancel"_s);
@@ -155,8 +170,7 @@ private Q_SLOTS:
         QTRY_VERIFY(screen.flow->state().is(State::Kind::failed));
         screen.click("sendAgainButton");
         QCOMPARE(screen.flow->state(), State::saving(u"Uploading…"_s));
-        QTRY_VERIFY(screen.flow->state().is(State::Kind::failed));
-        QCOMPARE(sendAgainOnFailure, (QList<bool> { true, true }));
+        QCOMPARE(sendAgainOnFailure, QList<bool> { true });
     }
 
     void permissionStepsCallTheFlow()

@@ -1,10 +1,9 @@
 // The building blocks as a user meets them: buttons reached and worked from the
-// keyboard, named for assistive technology, pressed with visible feedback;
-// cross-fades that end on one page with no effect left behind; the pairing QR
-// code read back as a phone reads it, with zbarimg, a decoder that shares nothing
-// with the encoder. (Equal control columns are proven where they matter, in the
-// recorder screen's tests.)
-#include "support/QrReader.h"
+// keyboard, with the button role for assistive technology (the screens' tests check
+// every shown button's name), pressed with visible feedback; cross-fades that end on
+// one page with no effect left behind; the pairing QR code drawn crisp, unmirrored
+// and at level M (the pairing screen's test reads it back with zbarimg). Equal
+// control columns are proven where they matter, in the recorder screen's tests.
 #include "ui/FadingStack.h"
 #include "ui/Palette.h"
 #include "ui/PillButton.h"
@@ -23,30 +22,12 @@
 using Kind = PillButtonStyle::Kind;
 using Size = PillButtonStyle::Size;
 
-namespace {
-
-const QByteArray pairingLink = QByteArrayLiteral("selvaro://pair/R3XD8N5W");
-
-// The card at (20, 20) on the application background, rendered at `ratio`.
-QImage renderCard(const QByteArray &message, qreal ratio)
-{
-    QWidget page;
-    page.resize(240, 240);
-    auto *view = new QrCodeView(&page);
-    view->setMessage(message);
-    view->move(20, 20);
-    return Rendering::toImage(page, ratio, Palette::selvaroBackground())
-        .convertToFormat(QImage::Format_RGB32);
-}
-
-} // namespace
-
 class TestBlocks : public QObject
 {
     Q_OBJECT
 private slots:
     // Tab goes from button to button with a focus ring, Space, Return and Enter
-    // activate, a click focuses without the ring, and each is named by its title.
+    // activate, a click focuses without the ring, and each has the button role.
     void keyboardAndName()
     {
         QWidget row;
@@ -69,9 +50,7 @@ private slots:
                 QTRY_COMPARE(clicked.size(), 1);
                 clicked.clear();
             }
-            QAccessibleInterface *accessible = QAccessible::queryAccessibleInterface(button);
-            QVERIFY(accessible->role() == QAccessible::Button
-                && accessible->text(QAccessible::Name) == button->text());
+            QCOMPARE(QAccessible::queryAccessibleInterface(button)->role(), QAccessible::Button);
             QTest::keyClick(&row, Qt::Key_Tab);
         }
         QTest::mouseClick(buttons[1], Qt::LeftButton);
@@ -134,28 +113,18 @@ private slots:
         QVERIFY(!a->graphicsEffect() && !b->graphicsEffect());
     }
 
-    void decodesBack_data()
-    {
-        QTest::addColumn<QByteArray>("message");
-        QTest::addColumn<qreal>("ratio");
-        QTest::newRow("pairing link 2x") << pairingLink << 2.0;
-        QTest::newRow("pairing link 1x") << pairingLink << 1.0;
-    }
-    void decodesBack()
-    {
-        if (!QrReader::available())
-            QSKIP("zbarimg (zbar-tools) is not installed");
-        QFETCH(QByteArray, message);
-        QFETCH(qreal, ratio);
-        QCOMPARE(QrReader::decode(renderCard(message, ratio), QString::number(ratio)), message);
-    }
-
     // As drawn at 2x: every pixel inside the card pure black or white (no blurred
     // module edge), and the format bits (ISO 18004, 7.9) the same in both copies
     // and at level M: the top two bits under the mask 101010000010010, M = 00.
     void crispAtLevelM()
     {
-        const QImage image = renderCard(pairingLink, 2);
+        QWidget page; // the card at (20, 20) on the application background
+        page.resize(240, 240);
+        auto *view = new QrCodeView(&page);
+        view->setMessage(QByteArrayLiteral("selvaro://pair/R3XD8N5W"));
+        view->move(20, 20);
+        const QImage image
+            = Rendering::toImage(page, 2, Palette::selvaroBackground()).convertToFormat(QImage::Format_RGB32);
         QSet<QRgb> colours;
         for (int y = 64; y < 416; ++y)
             for (int x = 64; x < 416; ++x)

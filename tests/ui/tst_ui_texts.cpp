@@ -1,9 +1,9 @@
 // The texts the screens show: the recorder's clock, the pairing countdown, this
-// platform's wording of the description's texts, and balanced wrapping: the
+// platform's wording of the product's texts, and balanced wrapping: the
 // narrowest width that keeps the line count, so that lines come out even.
+#include "common/ClockText.h"
 #include "ui/Balanced.h"
 #include "ui/BalancedLabel.h"
-#include "ui/ClockText.h"
 #include "ui/PlatformWording.h"
 #include "ui/Typography.h"
 #include "ui/WrappedText.h"
@@ -17,7 +17,7 @@ class TestTexts : public QObject
 {
     Q_OBJECT
 private slots:
-    // The clock, the countdown, and how this platform words the description's texts.
+    // The clock, the countdown, and how this platform words the product's texts.
     void shownText_data()
     {
         QTest::addColumn<QString>("shown");

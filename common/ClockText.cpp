@@ -1,5 +1,6 @@
-#include "ui/ClockText.h"
+#include "common/ClockText.h"
 
+#include <QLocale>
 #include <QtGlobal>
 
 #include <algorithm>
@@ -31,4 +32,12 @@ QString ClockText::countdown(double secondsLeft)
 {
     const qint64 r = std::max<qint64>(0, wholeSeconds(secondsLeft));
     return QString::asprintf("%lld:%02lld", r / 60, r % 60);
+}
+
+QString ClockText::startOf(const QDateTime &instant)
+{
+    const QDateTime local = instant.toLocalTime();
+    if (local.date() == QDate::currentDate())
+        return local.toString(QStringLiteral("HH:mm"));
+    return QLocale().toString(local, QLocale::ShortFormat);
 }

@@ -1,8 +1,11 @@
 #pragma once
 
+#include <QDateTime>
 #include <QString>
 
-// Texts of the two clocks on the screens.
+// Texts of the two clocks the user reads: the recorder's, also quoted in its
+// messages ("stopped at 12:34"), and the pairing countdown. Qt Core only, so that
+// the flows below the screens format their times the same way.
 class ClockText
 {
 public:
@@ -18,4 +21,8 @@ public:
     // truncated toward zero and never below zero, minutes unpadded
     // (600 -> "10:00", 61 -> "1:01", past expiry "0:00").
     static QString countdown(double secondsLeft);
+
+    // When something happened, in the local time zone: the time of day ("14:02"),
+    // with the date in the locale's short format when it was not today.
+    static QString startOf(const QDateTime &instant);
 };
