@@ -1,8 +1,8 @@
 #include "audio/MicRecorder.h"
 #include "audio/SystemRecorder.h"
-#include "support/FakeSoundServer.h"
 #include "support/LogCapture.h"
 #include "support/SoundFile.h"
+#include "support/StandInSoundServer.h"
 
 #include <QFileInfo>
 #include <QRegularExpression>
@@ -19,26 +19,24 @@ class AudioSourceRecorder : public QObject
     Q_OBJECT
 
     QTemporaryDir m_dir;
-    FakeSoundServer m_fake;
+    std::unique_ptr<StandInSoundServer> m_server;
     const QString m_path = m_dir.filePath(u"x.wav"_s);
 
     std::unique_ptr<SourceRecorder> make(const QString &recorder, const QString &path)
     {
         if (recorder == u"SystemRecorder"_s)
-            return std::make_unique<SystemRecorder>(path, m_fake);
-        return std::make_unique<MicRecorder>(path, m_fake);
+            return std::make_unique<SystemRecorder>(path, *m_server);
+        return std::make_unique<MicRecorder>(path, *m_server);
     }
 
 private Q_SLOTS:
     void init()
     {
-        m_fake.sources = { { CaptureSource::systemOutput, {} }, { CaptureSource::defaultInput, {} } };
-        m_fake.noOutput = false;
-        m_fake.outputReads = 0;
+        m_server = std::make_unique<StandInSoundServer>();
         QFile::remove(m_path);
     }
 
-    // Misordered calls are logged and ignored; cancel deletes the file once.
+    // Misordered calls are logged and ignored; cancel deletes the file once, also after stop.
     void callsInOrder_data()
     {
         QTest::addColumn<QString>("recorder");
@@ -61,6 +59,7 @@ private Q_SLOTS:
                 { u"resume() called while %1 not active"_s.arg(device) }, false);
             row("cancel twice", u"start cancel cancel"_s,
                 { u"Deleted recording file: %1"_s, u"No file to delete at: %1"_s }, false);
+            row("cancel after stop", u"start stop cancel"_s, { u"Deleted recording file: %1"_s }, false);
         }
     }
 
@@ -108,13 +107,13 @@ private Q_SLOTS:
         QFETCH(int, subformat);
         const bool system = channels == 2;
         const CaptureSource which = system ? CaptureSource::systemOutput : CaptureSource::defaultInput;
-        FakeSoundServer::Source &fake = m_fake.sources[which];
+        StandInSoundServer::Source &fake = m_server->sources[which];
         fake.frequency = 440;
         const auto source = make(recorder, m_path);
         quint64 handled = 0;
         const auto deliver = [&] {
             handled += fake.suspended ? 0 : 4800;
-            m_fake.deliver(which, 4800);
+            m_server->deliver(which, 4800);
             return QTest::qWaitFor([&] {
                 return source->statistics().framesWritten + source->statistics().framesDropped == handled;
             });
@@ -157,8 +156,8 @@ private Q_SLOTS:
         QFETCH(QString, recorder);
         QFETCH(QString, fault);
         QFETCH(QString, error);
-        m_fake.noOutput = fault == u"no output"_s;
-        for (auto &[which, source] : m_fake.sources)
+        m_server->noOutput = fault == u"no output"_s;
+        for (auto &[which, source] : m_server->sources)
             source.refuse = fault == u"refused"_s;
         const QString path = fault == u"no folder"_s ? m_dir.filePath(u"gone/x.wav"_s) : m_path;
         LogCapture log;
@@ -166,7 +165,7 @@ private Q_SLOTS:
         QVERIFY(failure && describe(*failure).startsWith(error));
         QVERIFY(!QFileInfo::exists(path));
         QCOMPARE(log.lines(u"GlobalTap"_s).contains(u"Error reading data for default sink: No such entity"_s),
-            m_fake.noOutput);
+            m_server->noOutput);
     }
 };
 

@@ -1,7 +1,8 @@
+#include "audio/AlertSound.h"
 #include "audio/DualRecorder.h"
-#include "support/FakeSoundServer.h"
 #include "support/LogCapture.h"
 #include "support/MixerAnalysis.h"
+#include "support/StandInSoundServer.h"
 #include "support/ToneAnalysis.h"
 
 #include <QDateTime>
@@ -12,26 +13,33 @@
 #include <QTest>
 #include <QThreadPool>
 
-#include <csignal>
-#include <sys/resource.h>
-
 using namespace Qt::StringLiterals;
 
 constexpr auto mic = CaptureSource::defaultInput;
 constexpr auto speakers = CaptureSource::systemOutput;
 
+class StandInAlertSound final : public AlertSound
+{
+public:
+    std::atomic<int> plays = 0;
+    void play() override { ++plays; }
+};
+
 // The dual recorder's rules, over a sound server that hands each capture a second of
-// its tone at start (440 Hz for the speakers, 1000 Hz for the microphone).
+// its tone at start (440 Hz at half scale for the speakers, 1000 Hz at a quarter for
+// the microphone).
 class MixerDualRecorder : public QObject
 {
     Q_OBJECT
 
     std::unique_ptr<QTemporaryDir> m_dir;
-    std::unique_ptr<FakeSoundServer> m_fake;
-    std::shared_ptr<CountingAlertSound> m_sound;
+    std::unique_ptr<StandInSoundServer> m_server;
+    std::shared_ptr<StandInAlertSound> m_sound;
     std::unique_ptr<DualRecorder> m_recorder;
 
     [[nodiscard]] QStringList files() const { return QDir(m_dir->path()).entryList(QDir::Files); }
+    // The folder's files without the recording's STAMP.
+    [[nodiscard]] QStringList kept() const { return files().replaceInStrings(named("_"), QString()); }
     [[nodiscard]] QString named(const char *suffix) const
     {
         return QFileInfo(m_recorder->systemAudioPath()).fileName().chopped(11) + QLatin1String(suffix);
@@ -41,13 +49,11 @@ private slots:
     void init()
     {
         m_dir = std::make_unique<QTemporaryDir>();
-        m_fake = std::make_unique<FakeSoundServer>();
-        for (const auto &[source, frequency] : { std::pair(speakers, 440.0), std::pair(mic, 1000.0) }) {
-            m_fake->sources[source].frequency = frequency;
-            m_fake->sources[source].frames = 48000;
-        }
-        m_sound = std::make_shared<CountingAlertSound>();
-        m_recorder = std::make_unique<DualRecorder>(m_dir->path(), *m_fake, m_sound);
+        m_server = std::make_unique<StandInSoundServer>();
+        m_server->sources[speakers] = { .frequency = 440, .amplitude = 0.5, .frames = 48000 };
+        m_server->sources[mic] = { .frequency = 1000, .amplitude = 0.25, .frames = 48000 };
+        m_sound = std::make_shared<StandInAlertSound>();
+        m_recorder = std::make_unique<DualRecorder>(m_dir->path(), *m_server, m_sound);
     }
     void cleanup()
     {
@@ -61,113 +67,168 @@ private slots:
         QCOMPARE(m_recorder->microphonePath(), QDir(m_dir->path()).filePath(named("_microphone.wav")));
         QCOMPARE(m_recorder->finalMixedPath(), QDir(m_dir->path()).filePath(named("_mixed.m4a")));
         QVERIFY(stamp.contains(u'.') && std::abs(stamp.toDouble() - QDateTime::currentSecsSinceEpoch()) < 5);
-        QVERIFY(!DualRecorder(m_dir->path(), *m_fake, m_sound).systemAudioPath().contains(stamp));
+        QVERIFY(!DualRecorder(m_dir->path(), *m_server, m_sound).systemAudioPath().contains(stamp));
         QVERIFY(files().isEmpty());
     }
 
-    void startsMicrophoneThenSystemThenSound()
+    // Microphone first, then system audio (its default output read once), then the alert
+    // sound. A refused source fails the start in its own words; a failed system start
+    // leaves the microphone running for the caller to cancel.
+    void starts_data()
     {
-        LogCapture log;
-        QVERIFY(!m_recorder->start());
-        QVERIFY(!m_recorder->start());
-        QVERIFY(m_recorder->isRecording());
-        QCOMPARE(m_fake->sources[mic].live + m_fake->sources[speakers].live, 2);
-        QCOMPARE(m_fake->outputReads, 1); // the default output is read once per start
-        QThreadPool::globalInstance()->waitForDone();
-        QCOMPARE(m_sound->plays.load(), 1);
-        QCOMPARE(log.lines(u"DualRecorder"_s).filter(u"start"_s),
-            (QStringList { u"start()"_s, u"Microphone recording started immediately"_s,
-                u"System audio recording started"_s, u"Dual recording started"_s, u"start()"_s,
-                u"start() while already recording"_s }));
-        QVERIFY(log.lines().indexOf(u"app.selvaro.recorder.MicRecorder: start()"_s)
-            < log.lines().indexOf(u"app.selvaro.recorder.SystemRecorder: start()"_s));
-    }
-
-    // A failed system start leaves the microphone running for the caller to cancel.
-    void failedStarts_data()
-    {
-        QTest::addColumn<bool>("refuseMicrophone");
+        QTest::addColumn<QString>("refused");
         QTest::addColumn<QString>("error");
-        QTest::newRow("microphone") << true << u"Failed to start microphone recording"_s;
-        QTest::newRow("system") << false << u"Failed to start audio device: Access denied"_s;
+        QTest::addColumn<QStringList>("logged"); // the recorder's lines about starting
+        const QStringList lines { u"start()"_s, u"Microphone recording started immediately"_s,
+            u"System audio recording started"_s, u"Dual recording started"_s };
+        QTest::newRow("both") << QString() << QString() << lines;
+        QTest::newRow("microphone refused")
+            << u"microphone"_s << u"Failed to start microphone recording"_s << lines.mid(0, 1);
+        QTest::newRow("system refused")
+            << u"system"_s << u"Failed to start audio device: Access denied"_s << lines.mid(0, 2);
     }
 
-    void failedStarts()
+    void starts()
     {
-        QFETCH(bool, refuseMicrophone);
+        QFETCH(QString, refused);
         QFETCH(QString, error);
-        m_fake->sources[refuseMicrophone ? mic : speakers].refuse = true;
+        QFETCH(QStringList, logged);
+        m_server->sources[mic].refuse = refused == u"microphone"_s;
+        m_server->sources[speakers].refuse = refused == u"system"_s;
+        LogCapture log;
         QCOMPARE(m_recorder->start().value_or(QString()), error);
-        QVERIFY(!m_recorder->isRecording());
-        QCOMPARE(m_fake->sources[mic].live, refuseMicrophone ? 0 : 1);
-        m_recorder->cancel();
-        QCOMPARE(m_fake->sources[mic].live + m_fake->sources[speakers].live, 0);
-        QVERIFY(files().isEmpty());
+        QCOMPARE(m_recorder->isRecording(), refused.isEmpty());
+        QCOMPARE(m_server->sources[mic].live, refused == u"microphone"_s ? 0 : 1);
+        QCOMPARE(m_server->sources[speakers].live, refused.isEmpty() ? 1 : 0);
+        QCOMPARE(m_server->outputReads, refused == u"microphone"_s ? 0 : 1);
+        QCOMPARE(log.lines(u"DualRecorder"_s).filter(u"start"_s), logged);
         QThreadPool::globalInstance()->waitForDone();
-        QCOMPARE(m_sound->plays.load(), 0);
+        QCOMPARE(m_sound->plays.load(), refused.isEmpty() ? 1 : 0);
+        if (!refused.isEmpty()) {
+            m_recorder->cancel();
+            QCOMPARE(m_server->sources[mic].live, 0);
+            QVERIFY(files().isEmpty());
+        }
     }
 
-    void guardsFollowTheState()
+    // Each call where it is allowed, on both sources: the meters read their own source;
+    // a pause corks the microphone's stream (system audio is dropped by its writer);
+    // close() ends both captures and keeps the files; a discard deletes every file of the
+    // recording unless it runs; either file gone is the recording's failure.
+    void callsFollowTheState_data()
     {
-        m_recorder->pause(); // before start: nothing
-        QVERIFY(!m_recorder->isPaused());
-        QVERIFY(!m_recorder->start());
-        QTRY_VERIFY(QFileInfo::exists(m_recorder->finalMixedPath())); // the mix follows
-        m_recorder->cancel(); // while recording: nothing
-        QVERIFY(m_recorder->isRecording() && files().size() == 3);
-        m_recorder->pause();
-        QVERIFY(m_recorder->isPaused() && m_fake->sources[mic].suspended);
-        m_recorder->resume();
-        QVERIFY(m_recorder->isRecording() && !m_fake->sources[mic].suspended);
-        m_recorder->pause();
-        m_recorder->cancel(); // paused: both files deleted, and the partial mix
-        QVERIFY(!m_recorder->isPaused() && !m_recorder->isRecording() && files().isEmpty());
-
-        // resume() looks at "recording" only: a never-started recorder claims to record,
-        // and its stop() mixes nothing and says why.
-        DualRecorder fresh(m_dir->path(), *m_fake, m_sound);
-        fresh.resume();
-        QVERIFY(fresh.isRecording());
-        QCoro::waitFor(fresh.stop());
-        QVERIFY(fresh.logs().endsWith(u"ERROR: One or both audio files missing\n"_s) && files().isEmpty());
+        QTest::addColumn<QString>("calls");
+        QTest::addColumn<QString>("state"); // "idle", "recording" or "paused"
+        QTest::addColumn<bool>("capturing"); // both sources; else neither
+        QTest::addColumn<QStringList>("kept");
+        const QStringList all { u"microphone.wav"_s, u"mixed.m4a"_s, u"system.wav"_s };
+        QTest::newRow("pause before start") << u"pause"_s << u"idle"_s << false << QStringList();
+        QTest::newRow("start twice") << u"start start"_s << u"recording"_s << true << all;
+        QTest::newRow("cancel while recording") << u"start cancel"_s << u"recording"_s << true << all;
+        QTest::newRow("paused") << u"start pause"_s << u"paused"_s << true << all;
+        QTest::newRow("resumed") << u"start pause resume"_s << u"recording"_s << true << all;
+        QTest::newRow("cancel when paused") << u"start pause cancel"_s << u"idle"_s << false << QStringList();
+        QTest::newRow("closed") << u"start close"_s << u"idle"_s << false << all;
+        QTest::newRow("cancel when closed") << u"start close cancel"_s << u"idle"_s << false << QStringList();
+        QTest::newRow("microphone file gone")
+            << u"start lose-microphone"_s << u"recording"_s << true << all.mid(1);
+        QTest::newRow("system file gone")
+            << u"start lose-system"_s << u"recording"_s << true << all.mid(0, 2);
+        // Deliberately: resume() looks at "recording" only, so a never-started recorder claims to record.
+        QTest::newRow("resume before start") << u"resume"_s << u"recording"_s << false << QStringList();
     }
 
-    // From recording or from paused, stop() mixes without blocking, ignores a discard
-    // meanwhile, and once the mix is there the two captures go. A paused recorder keeps
-    // what arrives during the pause out of the mix.
+    void callsFollowTheState()
+    {
+        QFETCH(QString, calls);
+        QFETCH(QString, state);
+        QFETCH(bool, capturing);
+        QFETCH(QStringList, kept);
+        LogCapture log;
+        for (const QString &call : calls.split(u' ')) {
+            if (call == u"start"_s) {
+                QVERIFY(!m_recorder->start());
+                QTRY_VERIFY(QFileInfo::exists(m_recorder->finalMixedPath())); // the mix follows
+            } else if (call == u"pause"_s)
+                m_recorder->pause();
+            else if (call == u"resume"_s)
+                m_recorder->resume();
+            else if (call == u"close"_s)
+                m_recorder->close();
+            else if (call.startsWith(u"lose"_s))
+                QVERIFY(QFile::remove(call.endsWith(u"system"_s) ? m_recorder->systemAudioPath()
+                                                                 : m_recorder->microphonePath()));
+            else
+                m_recorder->cancel();
+        }
+        QCOMPARE(m_recorder->isRecording(), state == u"recording"_s);
+        QCOMPARE(m_recorder->isPaused(), state == u"paused"_s);
+        for (const CaptureSource source : { mic, speakers })
+            QCOMPARE(m_server->sources[source].live, capturing ? 1 : 0);
+        QCOMPARE(m_server->sources[mic].suspended, state == u"paused"_s);
+        QCOMPARE(this->kept(), kept);
+        QCOMPARE(m_recorder->writeFailure(),
+            calls.contains(u"lose-"_s) ? std::optional(WriteFailure::fileRemoved) : std::nullopt);
+        QCOMPARE(log.lines(u"DualRecorder"_s).contains(u"start() while already recording"_s),
+            calls.count(u"start"_s) > 1);
+        const auto [systemAudio, microphone] = m_recorder->takeLevels();
+        QCOMPARE(QList({ qRound(systemAudio * 100), qRound(microphone * 100) }),
+            calls.contains(u"start"_s) ? QList({ 50, 25 }) : QList({ 0, 0 }));
+    }
+
+    // stop() mixes without blocking and ignores a discard meanwhile; once the mix is there
+    // the two captures go. From the pause, what arrives in it stays out; after close() (a
+    // file that failed, a quit) it mixes what both files hold. A mix that fails keeps both
+    // captures and says why, and the next stop() mixes again.
     void stopMixes_data()
     {
-        QTest::addColumn<bool>("paused");
-        QTest::newRow("recording") << false;
-        QTest::newRow("paused") << true;
+        QTest::addColumn<QString>("before"); // what happens to the recording before stop()
+        QTest::addColumn<double>("seconds"); // of the mix
+        QTest::newRow("recording") << QString() << 3.0;
+        QTest::newRow("paused") << u"pause"_s << 1.0;
+        QTest::newRow("closed") << u"close"_s << 3.0;
+        QTest::newRow("first mix fails") << u"block the mix"_s << 3.0;
     }
 
     void stopMixes()
     {
-        QFETCH(bool, paused);
+        QFETCH(QString, before);
+        QFETCH(double, seconds);
         LogCapture log;
+        // A folder in the output's place from before the start, so that the live mix cannot
+        // have made the file first.
+        QVERIFY(before != u"block the mix"_s || QDir().mkdir(m_recorder->finalMixedPath()));
         QVERIFY(!m_recorder->start());
-        if (paused) {
-            // The writer drops what it has not written by the pause.
-            QTRY_VERIFY(QFileInfo(m_recorder->systemAudioPath()).size() >= 48000 * 8);
+        // The system writer drops what it has not written by the pause.
+        QTRY_VERIFY(QFileInfo(m_recorder->systemAudioPath()).size() >= 48000 * 8);
+        if (before == u"pause"_s)
             m_recorder->pause();
-            m_fake->deliver(speakers, 48000);
-            m_fake->deliver(mic, 48000);
+        for (const CaptureSource source : { mic, speakers })
+            m_server->deliver(source, 96000);
+        if (before == u"close"_s) {
+            m_recorder->close();
+        } else if (before == u"block the mix"_s) {
+            QCoro::waitFor(m_recorder->stop());
+            QCOMPARE(m_recorder->mixFailure(), u"Could not start AVAssetWriter"_s);
+            QCOMPARE(kept(), (QStringList { u"microphone.wav"_s, u"system.wav"_s }));
+            QVERIFY(log.lines(u"DualRecorder"_s)
+                        .contains(u"Audio mixing failed: Could not start AVAssetWriter"_s));
+            QVERIFY(QDir().rmdir(m_recorder->finalMixedPath()));
         }
         QThreadPool::globalInstance()->waitForDone();
         QCoro::Task<> stopping = m_recorder->stop();
         QVERIFY(!stopping.isReady() && !m_recorder->isRecording() && !m_recorder->isPaused());
         m_recorder->cancel();
         QCoro::waitFor(stopping);
-        QVERIFY(m_recorder->logs().startsWith(u"=== STARTING AUDIO MIXING ===\nTimestams, "_s));
+        QCOMPARE(m_recorder->mixFailure(), std::nullopt);
         QVERIFY(m_recorder->logs().endsWith(u"=== MIXING COMPLETED SUCCESSFULLY ===\n"_s));
-        QCOMPARE(files(), QStringList { named("_mixed.m4a") });
+        QCOMPARE(kept(), QStringList { u"mixed.m4a"_s });
         const MixerAnalysis::Decoded out = MixerAnalysis::decode(m_recorder->finalMixedPath());
-        QVERIFY(std::abs(out.duration - 1.0) < 0.05);
+        QVERIFY2(std::abs(out.duration - seconds) < 0.05, qPrintable(QString::number(out.duration)));
         QVERIFY(ToneAnalysis::amplitudeAt(std::span(out.left).subspan(4800, 38400), 48000, 440) > 0.4);
-        QVERIFY(ToneAnalysis::amplitudeAt(std::span(out.right).subspan(4800, 38400), 48000, 1000) > 0.4);
+        QVERIFY(ToneAnalysis::amplitudeAt(std::span(out.right).subspan(4800, 38400), 48000, 1000) > 0.2);
         const QStringList lines = log.lines(u"DualRecorder"_s);
-        QCOMPARE(lines.mid(lines.indexOf(u"stop()"_s)),
+        QCOMPARE(lines.mid(lines.lastIndexOf(u"stop()"_s)),
             (QStringList { u"stop()"_s, u"Dual recording stopped, starting mixing..."_s, u"cancel()"_s,
                 u"Audio mixing completed successfully"_s,
                 u"Stop completed, file ready at: "_s + m_recorder->finalMixedPath() }));
@@ -182,59 +243,6 @@ private slots:
         m_recorder.reset();
         QCoro::waitFor(stopping);
         QVERIFY(QFileInfo(output).size() > 0);
-    }
-
-    // A mix that fails while following (its output removed) is logged once, and stop()
-    // mixes the finished files instead.
-    void failedLiveMixFallsBack()
-    {
-        LogCapture log;
-        QVERIFY(!m_recorder->start());
-        QTRY_VERIFY(QFileInfo::exists(m_recorder->finalMixedPath()));
-        QVERIFY(QFile::remove(m_recorder->finalMixedPath()));
-        QCoro::waitFor(m_recorder->stop());
-        QVERIFY(m_recorder->logs().endsWith(u"=== MIXING COMPLETED SUCCESSFULLY ===\n"_s));
-        QCOMPARE(files(), QStringList { named("_mixed.m4a") });
-        QCOMPARE(log.lines(u"AudioMixer"_s).filter(u"Live mixing stopped"_s).size(), 1);
-    }
-
-    // A mix that fails (the output cannot be written) keeps both captures and says why;
-    // the next stop() mixes again.
-    void failedMixKeepsTheCaptures()
-    {
-        LogCapture log;
-        QVERIFY(!m_recorder->start());
-        QVERIFY(QDir().mkdir(m_recorder->finalMixedPath()));
-        QCoro::waitFor(m_recorder->stop());
-        QCOMPARE(m_recorder->mixFailure(), u"Could not start AVAssetWriter"_s);
-        QCOMPARE(files(), (QStringList { named("_microphone.wav"), named("_system.wav") }));
-        QVERIFY(
-            log.lines(u"DualRecorder"_s).contains(u"Audio mixing failed: Could not start AVAssetWriter"_s));
-        QVERIFY(QDir().rmdir(m_recorder->finalMixedPath()));
-        QCoro::waitFor(m_recorder->stop());
-        QCOMPARE(m_recorder->mixFailure(), std::nullopt);
-        QCOMPARE(files(), QStringList { named("_mixed.m4a") });
-    }
-
-    // A file that stops taking audio (a size limit standing in for a full disk) is
-    // reported; close() keeps what both files hold, and stop() mixes that part.
-    void writeFailureKeepsThePart()
-    {
-        std::signal(SIGXFSZ, SIG_IGN);
-        rlimit saved {};
-        QCOMPARE(::getrlimit(RLIMIT_FSIZE, &saved), 0);
-        QVERIFY(!m_recorder->start());
-        QTRY_VERIFY(QFileInfo(m_recorder->systemAudioPath()).size() >= 48000 * 8);
-        rlimit limited = saved;
-        limited.rlim_cur = 200000; // past the system file, not yet the microphone's
-        QCOMPARE(::setrlimit(RLIMIT_FSIZE, &limited), 0);
-        m_fake->deliver(speakers, 48000);
-        m_fake->deliver(mic, 48000);
-        QTRY_COMPARE(m_recorder->writeFailure(), WriteFailure::fileTooLarge);
-        m_recorder->close();
-        QCOMPARE(::setrlimit(RLIMIT_FSIZE, &saved), 0);
-        QCoro::waitFor(m_recorder->stop());
-        QVERIFY(std::abs(MixerAnalysis::decode(m_recorder->finalMixedPath()).duration - 2.0) < 0.05);
     }
 };
 

@@ -1,7 +1,7 @@
 #pragma once
 
 // Stand-ins for the recorder flow's tests: a capture that leaves a prepared file
-// instead of recording, a sound server that only answers the permission probes, and
+// instead of recording, the stand-in sound server for the permission probes, and
 // the bench that builds a flow on them with a hand-moved clock.
 
 #include "account/SessionStore.h"
@@ -9,12 +9,12 @@
 #include "audio/SystemAudioPermission.h"
 #include "recording/RecorderFlow.h"
 #include "support/ManualClock.h"
+#include "support/StandInSoundServer.h"
 
 #include <QFile>
 #include <QNetworkAccessManager>
 #include <QTemporaryDir>
 
-#include <atomic>
 #include <coroutine>
 
 namespace RecordingTest {
@@ -86,35 +86,6 @@ private:
     std::optional<QString> m_mixFailure;
 };
 
-// Answers the probes of each source with its own value, and nothing else.
-class StandInServer final : public SoundServer
-{
-public:
-    std::atomic<Permission> microphone { Permission::unknown };
-    std::atomic<Permission> systemAudio { Permission::unknown };
-    std::atomic<int> probes { 0 };
-
-    std::variant<OutputDevice, AudioObjectError> defaultOutput() override
-    {
-        return AudioObjectError { u"none"_s };
-    }
-    std::variant<std::unique_ptr<Capture>, QString> startCapture(
-        CaptureSource, const SampleSpec &, BlockHandler) override
-    {
-        return u"none"_s;
-    }
-    std::variant<std::unique_ptr<Capture>, QString> startOutputCapture(
-        const OutputDevice &, const SampleSpec &, BlockHandler) override
-    {
-        return u"none"_s;
-    }
-    Permission probe(CaptureSource source) override
-    {
-        ++probes;
-        return source == CaptureSource::defaultInput ? microphone.load() : systemAudio.load();
-    }
-};
-
 // Keeps the computer awake in name only: `held` tells whether it is.
 class StandInInhibitor final : public SleepInhibitor
 {
@@ -139,7 +110,7 @@ struct StandIns
 
     QTemporaryDir dir;
     std::shared_ptr<ManualClock> clock = std::make_shared<ManualClock>();
-    std::shared_ptr<StandInServer> server = std::make_shared<StandInServer>();
+    std::shared_ptr<StandInSoundServer> server = std::make_shared<StandInSoundServer>();
     QNetworkAccessManager network;
     std::unique_ptr<SessionStore> store;
     QList<std::shared_ptr<StandInCapture>> made;

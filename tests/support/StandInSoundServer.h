@@ -1,6 +1,5 @@
 #pragma once
 
-#include "audio/AlertSound.h"
 #include "audio/SoundServer.h"
 
 #include <atomic>
@@ -9,25 +8,30 @@
 #include <numbers>
 #include <vector>
 
-// A sound server for the recorders' logic: a capture hands its recorder `frames` of a
-// tone when it starts and more on deliver(), nothing while suspended; or it is refused.
-class FakeSoundServer final : public SoundServer
+// A sound server for what stands on one: a capture hands its recorder `frames` of its
+// source's tone when it starts and more on deliver(), nothing while suspended; or it is
+// refused. The permission probes answer each source's own value, from any thread.
+class StandInSoundServer final : public SoundServer
 {
 public:
     struct Source
     {
         bool refuse = false;
         double frequency = 0;
+        double amplitude = 0.5; // of full scale: tells the sources' levels apart
         long long frames = 0; // delivered when the capture starts
         int live = 0;
         bool suspended = false;
-        SampleSpec spec;
-        BlockHandler onBlock;
+        SampleSpec spec {};
+        BlockHandler onBlock {};
     };
     std::map<CaptureSource, Source> sources { { CaptureSource::systemOutput, {} },
         { CaptureSource::defaultInput, {} } };
     bool noOutput = false;
     int outputReads = 0;
+    std::atomic<Permission> microphone { Permission::unknown };
+    std::atomic<Permission> systemAudio { Permission::unknown };
+    std::atomic<int> probes { 0 };
 
     std::variant<OutputDevice, AudioObjectError> defaultOutput() override
     {
@@ -45,14 +49,18 @@ public:
         s.spec = spec;
         s.onBlock = std::move(onBlock);
         deliver(source, s.frames);
-        return std::make_unique<FakeCapture>(s);
+        return std::make_unique<ToneCapture>(s);
     }
     std::variant<std::unique_ptr<Capture>, QString> startOutputCapture(
         const OutputDevice &, const SampleSpec &spec, BlockHandler onBlock) override
     {
         return startCapture(CaptureSource::systemOutput, spec, std::move(onBlock));
     }
-    Permission probe(CaptureSource) override { return Permission::granted; }
+    Permission probe(CaptureSource source) override
+    {
+        ++probes;
+        return source == CaptureSource::defaultInput ? microphone.load() : systemAudio.load();
+    }
 
     // `frames` more of the source's tone, unless its capture is suspended (a corked stream).
     void deliver(CaptureSource source, long long frames)
@@ -62,34 +70,29 @@ public:
             return;
         std::vector<float> samples(static_cast<size_t>(frames * s.spec.channels));
         for (size_t i = 0; i < samples.size(); ++i)
-            samples[i] = static_cast<float>(0.5
+            samples[i] = static_cast<float>(s.amplitude
                 * std::sin(2 * std::numbers::pi * s.frequency * double(i / s.spec.channels) / s.spec.rate));
         s.onBlock(samples.data(), frames);
     }
 
 private:
-    struct FakeCapture final : Capture
+    // Its suspension ends with it, as a stream's does.
+    struct ToneCapture final : Capture
     {
-        explicit FakeCapture(Source &s)
+        explicit ToneCapture(Source &s)
             : source(s)
         {
             ++source.live;
         }
-        ~FakeCapture() override
+        ~ToneCapture() override
         {
             --source.live;
             source.onBlock = nullptr;
+            source.suspended = false;
         }
         void setSuspended(bool suspended) override { source.suspended = suspended; }
         void catchUp() override { }
         Counters counters() const override { return {}; }
         Source &source;
     };
-};
-
-class CountingAlertSound final : public AlertSound
-{
-public:
-    std::atomic<int> plays = 0;
-    void play() override { ++plays; }
 };
