@@ -13,6 +13,7 @@
 #include <csignal>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 
 namespace {
 
@@ -58,6 +59,12 @@ private Q_SLOTS:
         QVERIFY(QDir().mkpath(linked) && QFile::link(parent, linked + QStringLiteral("/Recordings")));
         const auto error = RecordingsFolder::create(linked + QStringLiteral("/Recordings"));
         QVERIFY(error && error->contains(QStringLiteral("not a folder of this user")));
+        // The room the flow checks before it records: the file system's own answer.
+        struct statvfs disk {};
+        QVERIFY(statvfs(QFile::encodeName(path).constData(), &disk) == 0);
+        const qint64 free = qint64(disk.f_bavail) * qint64(disk.f_frsize);
+        QVERIFY(std::abs(RecordingsFolder::freeSpace(path).value_or(-1) - free) < 64 * 1024 * 1024);
+        QVERIFY(!RecordingsFolder::freeSpace(m_dir.filePath(QStringLiteral("none"))));
     }
 
     // What a killed process leaves: a private file whose header is current while it is open.
