@@ -158,19 +158,14 @@ private slots:
         QTest::addColumn<QByteArray>("body");
         QTest::addColumn<bool>("decodes");
         const Decoder start = decoder<PairingStart>(), session = decoder<SessionPayload>();
-        QTest::newRow("start") << start << "{'deviceCode':'d','userCode':'u','expiresIn':6,'interval':5.0}"_ba
-                               << true;
-        QTest::newRow("'5'") << start << "{'deviceCode':'d','userCode':'u','expiresIn':6,'interval':'5'}"_ba
-                             << false;
-        QTest::newRow("5.5") << start << "{'deviceCode':'d','userCode':'u','expiresIn':6,'interval':5.5}"_ba
-                             << false;
-        QTest::newRow("1e12") << start << "{'deviceCode':'d','userCode':'u','expiresIn':6,'interval':1e12}"_ba
-                              << false;
-        QTest::newRow("session") << session
-                                 << "{'id':'s','profileId':'p','token':'t','isAnonymous':true,'x':1}"_ba
-                                 << true;
-        QTest::newRow("anonymous 1") << session << "{'id':'s','profileId':'p','token':'t','isAnonymous':1}"_ba
-                                     << false;
+        const QByteArray startWith = "{'deviceCode':'d','userCode':'u','expiresIn':6,'interval':";
+        const QByteArray sessionWith = "{'id':'s','profileId':'p','token':'t','isAnonymous':";
+        QTest::newRow("start") << start << startWith + "5.0}" << true;
+        QTest::newRow("'5'") << start << startWith + "'5'}" << false;
+        QTest::newRow("5.5") << start << startWith + "5.5}" << false;
+        QTest::newRow("1e12") << start << startWith + "1e12}" << false;
+        QTest::newRow("session, a member more") << session << sessionWith + "true,'x':1}" << true;
+        QTest::newRow("anonymous 1") << session << sessionWith + "1}" << false;
         QTest::newRow("target, no key") << decoder<UploadTarget>() << "{'url':'https://x/y'}"_ba << false;
         QTest::newRow("error nested") << decoder<ApiErrorBody>() << "{'error':{'code':'x'}}"_ba << false;
     }
@@ -235,8 +230,6 @@ private slots:
         QCOMPARE(SelvaroAPI::noteBody(u"a1"_s, false, startedAt, 59, u"k"_s).value(u"user"_s), u"a1"_s);
         const QStringList device = DeviceInfo::current(u"V"_s).toJson().keys();
         QCOMPARE(device.join(u' '), u"appVersion brand locale model osVersion type vendorUuid"_s);
-        QCOMPARE(ServiceDeadlines().upload(1024 * 1024), 120s); // the floor
-        QCOMPARE(ServiceDeadlines().upload(600 * 32 * 1024), 600s); // 32 KiB/s
     }
 
     void statusMapping_data()
@@ -313,10 +306,9 @@ private slots:
         const SelvaroAPI api = client(url, { 60s, 500ms, 500ms, 1024 });
         QElapsedTimer elapsed;
         elapsed.start();
-        const auto put
-            = upload ? await(api.upload(file(5), { url.toString() + u"/u"_s, {} })) : Outcome<void>();
-        const auto json = upload ? Outcome<UploadTarget>() : await(api.uploadTarget(u"t"_s));
-        const std::optional<ApiError> &error = upload ? put.apiError : json.apiError;
+        const std::optional<ApiError> error = upload
+            ? await(api.upload(file(5), { url.toString() + u"/u"_s, {} })).apiError
+            : await(api.uploadTarget(u"t"_s)).apiError;
         QCOMPARE(error->transportError()->description(), outcome);
         QVERIFY2(elapsed.elapsed() < 2000, qPrintable(QString::number(elapsed.elapsed())));
     }

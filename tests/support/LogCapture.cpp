@@ -62,9 +62,3 @@ bool LogCapture::contains(const QString &text) const
             return true;
     return false;
 }
-
-void LogCapture::clear()
-{
-    QMutexLocker lock(&mutex);
-    captured.clear();
-}

@@ -18,5 +18,4 @@ public:
     // Lines whose category ends with `category` (e.g. "api", "SystemRecorder").
     [[nodiscard]] QStringList lines(const QString &category) const;
     [[nodiscard]] bool contains(const QString &text) const;
-    void clear();
 };
