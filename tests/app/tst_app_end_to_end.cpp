@@ -64,19 +64,14 @@ double secondsWithTonesInPlace(DevService &dev)
     return note.error.isEmpty() && inPlace ? note.duration : -1;
 }
 
-// A session the service made directly, saved in the keyring unless one is there.
-void saveSession(DevService &dev)
+// The application, linked with a session the service made directly unless the keyring
+// holds one.
+std::unique_ptr<SelvaroRecorderApp> linkedApp(DevService &dev)
 {
     SessionStore store(SessionStore::Load::fromKeychain);
     QCoro::waitFor(store.waitUntilLoaded());
     if (!store.isLinked())
         QCoro::waitFor(store.save(*SessionPayload::fromJson(dev.createSession(false))));
-}
-
-// The application, linked.
-std::unique_ptr<SelvaroRecorderApp> linkedApp(DevService &dev)
-{
-    saveSession(dev);
     auto app = std::make_unique<SelvaroRecorderApp>(dev.baseUrl());
     app->show();
     return app;
@@ -150,7 +145,6 @@ private Q_SLOTS:
         TonePlayer speakers(440);
         TonePlayer microphone(1000, "micfeed");
         dev.reset();
-        saveSession(dev);
         QProcess child;
         QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
         environment.insert(u"SELVARO_RECORD_UNTIL_KILLED"_s, u"1"_s);

@@ -246,7 +246,6 @@ private slots:
         QTest::newRow("401") << 401 << json("{'error':'no'}") << u"no (401)"_s << u" -> 401 no"_s;
         QTest::newRow("404 html") << 404 << "<html>"_ba << u"http_404 (404)"_s << u" -> 404 http_404"_s;
         QTest::newRow("407") << 407 << json("{'error':'no'}") << u"no (407)"_s << u" -> 407 no"_s;
-        QTest::newRow("429") << 429 << json("{'error':'no'}") << u"no (429)"_s << u" -> 429 no"_s;
         QTest::newRow("line break") << 404 << json("{'error':'x\\nGET'}") << u"x\uFFFDGET (404)"_s
                                     << u" -> 404 x\uFFFDGET"_s;
         QTest::newRow("long code") << 409 << "{\"error\":\"" + QByteArray(5000, 'c') + "\"}"
@@ -284,7 +283,9 @@ private slots:
     }
 
     // Below HTTP every call wraps Qt's error; whatever the server does, a call ends by
-    // its deadline with the time-out sentence.
+    // its deadline with the time-out sentence. A redirect to another origin ("localhost"
+    // is not "127.0.0.1", though the same machine) is refused rather than followed with
+    // the token: nothing listens there, so following it would end in "Connection refused".
     void transportFailures_data()
     {
         QTest::addColumn<bool>("upload");
@@ -295,6 +296,8 @@ private slots:
         QTest::newRow("upload, a byte every 200 ms") << true << drip << u"The request timed out."_s;
         QTest::newRow("json, refused") << false << Responder() << u"Connection refused"_s;
         QTest::newRow("upload, refused") << true << Responder() << u"Connection refused"_s;
+        QTest::newRow("json, redirected elsewhere")
+            << false << reply(302, {}, "Location: http://localhost:1/x\r\n") << u"Insecure redirect"_s;
     }
     void transportFailures()
     {
@@ -309,6 +312,7 @@ private slots:
         const std::optional<ApiError> error = upload
             ? await(api.upload(file(5), { url.toString() + u"/u"_s, {} })).apiError
             : await(api.uploadTarget(u"t"_s)).apiError;
+        QVERIFY(error && error->transportError());
         QCOMPARE(error->transportError()->description(), outcome);
         QVERIFY2(elapsed.elapsed() < 2000, qPrintable(QString::number(elapsed.elapsed())));
     }
@@ -343,18 +347,6 @@ private slots:
             = await(api.upload(file(5), { url.replace(u"%1"_s, server.url().toString()), u"k"_s }));
         QCOMPARE(put.text(), outcome);
         QCOMPARE(server.requests.size(), outcome == u"unexpected response"_s ? 0 : 1);
-    }
-
-    void redirectElsewhereIsRefusedAndTheTokenStaysHome()
-    {
-        RawHttpServer other(reply(200, target));
-        // "localhost" and "127.0.0.1" are different origins, though the same machine.
-        const QByteArray elsewhere
-            = "Location: http://localhost:" + QByteArray::number(other.url().port()) + "/x\r\n";
-        RawHttpServer server(reply(302, {}, elsewhere));
-        QCOMPARE(await(client(server.url()).uploadTarget(u"secret"_s)).apiError->kind(),
-            ApiError::Kind::transport);
-        QVERIFY(other.requests.isEmpty());
     }
 
     // The local note service: upload target, a streamed upload, the note.

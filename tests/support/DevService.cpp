@@ -55,15 +55,6 @@ DevService::Reply DevService::send(const QByteArray &method, const QString &path
     return result;
 }
 
-QJsonObject DevService::confirm(const QString &userCode, bool anonymous, int *status)
-{
-    const Reply reply = post("/admin/pairings/confirm",
-        { { QStringLiteral("userCode"), userCode }, { QStringLiteral("anonymous"), anonymous } });
-    if (status)
-        *status = reply.status;
-    return reply.json();
-}
-
 const QByteArray DevService::deviceMembers
     = R"("vendorUuid":"V","appVersion":"0.1.0","osVersion":"6.1.0",)"
       R"("type":"linux","brand":"lenovo","model":"X1","locale":"en_US")";

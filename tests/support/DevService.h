@@ -35,8 +35,13 @@ public:
     [[nodiscard]] static QString redacted(const QByteArray &value);
     [[nodiscard]] QJsonArray pairings() { return get("/admin/pairings").array(); }
     // Confirms a pending code as the phone would; returns the answer's JSON
-    // ({"sessionId", "accountId", "profileId"} or {"error"}) and the status.
-    QJsonObject confirm(const QString &userCode, bool anonymous, int *status = nullptr);
+    // ({"sessionId", "accountId", "profileId"} or {"error"}).
+    QJsonObject confirm(const QString &userCode, bool anonymous)
+    {
+        const QJsonObject code { { QStringLiteral("userCode"), userCode },
+            { QStringLiteral("anonymous"), anonymous } };
+        return post("/admin/pairings/confirm", code).json();
+    }
     // A session made directly, without pairing: the SessionPayload plus "accountId".
     QJsonObject createSession(bool anonymous)
     {
