@@ -20,11 +20,11 @@ using namespace Qt::StringLiterals;
 
 namespace {
 // The item as any Secret Service client finds it, under QtKeychain's attribute names.
-QByteArray secretTool(QStringList arguments)
+QByteArray storedItem()
 {
     QProcess process;
     process.start(
-        u"secret-tool"_s, arguments << u"server"_s << u"app.selvaro.recorder"_s << u"user"_s << u"session"_s);
+        u"secret-tool"_s, { u"lookup"_s, u"server"_s, u"app.selvaro.recorder"_s, u"user"_s, u"session"_s });
     process.waitForFinished(10000);
     return process.readAll();
 }
@@ -131,8 +131,7 @@ private Q_SLOTS:
     void theItemAsOtherClientsSeeIt()
     {
         QByteArray itemWhenNotified;
-        connect(m_store.get(), &SessionStore::sessionChanged, this,
-            [&] { itemWhenNotified = secretTool({ u"lookup"_s }); });
+        connect(m_store.get(), &SessionStore::sessionChanged, this, [&] { itemWhenNotified = storedItem(); });
         const SessionPayload session { u"s1"_s, u"p1"_s, u"a.b.c"_s, true };
         QCOMPARE(QCoro::waitFor(m_store->save(session)), std::nullopt);
         QCOMPARE(itemWhenNotified,
@@ -143,7 +142,7 @@ private Q_SLOTS:
         QCoro::waitFor(next.waitUntilLoaded());
         QCOMPARE(next.session(), std::optional(session));
         QCoro::waitFor(next.forget());
-        QCOMPARE(secretTool({ u"lookup"_s }), QByteArray());
+        QCOMPARE(storedItem(), QByteArray());
     }
 
     // 404 unlinks whatever its body; nothing else does: a network problem never unlinks.
@@ -174,7 +173,7 @@ private Q_SLOTS:
         QCoro::waitFor(store.refresh(api()));
         QCOMPARE(log.lines(u"session"_s), QStringList { logged });
         QCOMPARE(store.isLinked(), status != 404);
-        QCOMPARE(SessionPayload::fromJsonText(secretTool({ u"lookup"_s })), store.session());
+        QCOMPARE(SessionPayload::fromJsonText(storedItem()), store.session());
         QCOMPARE(store.session() == old, status && status != 404);
         QCOMPARE(m_dev.requests().size(), 1); // one refresh, whatever its answer
     }
@@ -191,7 +190,7 @@ private Q_SLOTS:
         QCOMPARE(QCoro::waitFor(m_store->save(paired)), std::nullopt);
         QCoro::waitFor(refresh);
         QCOMPARE(m_store->session(), std::optional(paired));
-        QCOMPARE(secretTool({ u"lookup"_s }), paired.toJsonText());
+        QCOMPARE(storedItem(), paired.toJsonText());
     }
 
     // Made once and kept; when the settings cannot be written, kept in memory for the run.
@@ -229,7 +228,7 @@ private Q_SLOTS:
         QTRY_COMPARE(m_flow->state(), PairingState::idle());
         QCOMPARE(m_store->session()->id, confirmed[u"sessionId"_s].toString());
         QCOMPARE(JwtClaims::subject(m_store->session()->token), confirmed[u"accountId"_s].toString());
-        QCOMPARE(secretTool({ u"lookup"_s }), m_store->session()->toJsonText());
+        QCOMPARE(storedItem(), m_store->session()->toJsonText());
         QCOMPARE(log.lines(u"pairing"_s),
             QStringList({ u"pair failed: boom (500)"_s, u"paired, anonymous=false"_s }));
         m_clock->advance(1h); // nothing polls once linked

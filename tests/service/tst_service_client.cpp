@@ -343,9 +343,8 @@ private slots:
         QFETCH(QString, outcome);
         RawHttpServer server(reply(status, {}, "Location: /elsewhere\r\n"));
         const SelvaroAPI api = client(base.isEmpty() ? server.url() : QUrl(base));
-        const auto put
-            = await(api.upload(file(5), { url.replace(u"%1"_s, server.url().toString()), u"k"_s }));
-        QCOMPARE(put.text(), outcome);
+        const UploadTarget target { url.replace(u"%1"_s, server.url().toString()), u"k"_s };
+        QCOMPARE(await(api.upload(file(5), target)).text(), outcome);
         QCOMPARE(server.requests.size(), outcome == u"unexpected response"_s ? 0 : 1);
     }
 
