@@ -20,11 +20,11 @@ using namespace Qt::StringLiterals;
 
 namespace {
 // The item as any Secret Service client finds it, under QtKeychain's attribute names.
-QByteArray secretTool(QStringList arguments)
+QByteArray storedItem()
 {
     QProcess process;
     process.start(
-        u"secret-tool"_s, arguments << u"server"_s << u"app.selvaro.recorder"_s << u"user"_s << u"session"_s);
+        u"secret-tool"_s, { u"lookup"_s, u"server"_s, u"app.selvaro.recorder"_s, u"user"_s, u"session"_s });
     process.waitForFinished(10000);
     return process.readAll();
 }
@@ -131,8 +131,7 @@ private Q_SLOTS:
     void theItemAsOtherClientsSeeIt()
     {
         QByteArray itemWhenNotified;
-        connect(m_store.get(), &SessionStore::sessionChanged, this,
-            [&] { itemWhenNotified = secretTool({ u"lookup"_s }); });
+        connect(m_store.get(), &SessionStore::sessionChanged, this, [&] { itemWhenNotified = storedItem(); });
         const SessionPayload session { u"s1"_s, u"p1"_s, u"a.b.c"_s, true };
         QCOMPARE(QCoro::waitFor(m_store->save(session)), std::nullopt);
         QCOMPARE(itemWhenNotified,
@@ -143,7 +142,7 @@ private Q_SLOTS:
         QCoro::waitFor(next.waitUntilLoaded());
         QCOMPARE(next.session(), std::optional(session));
         QCoro::waitFor(next.forget());
-        QCOMPARE(secretTool({ u"lookup"_s }), QByteArray());
+        QCOMPARE(storedItem(), QByteArray());
     }
 
     // 404 unlinks whatever its body; nothing else does: a network problem never unlinks.
@@ -174,7 +173,7 @@ private Q_SLOTS:
         QCoro::waitFor(store.refresh(api()));
         QCOMPARE(log.lines(u"session"_s), QStringList { logged });
         QCOMPARE(store.isLinked(), status != 404);
-        QCOMPARE(SessionPayload::fromJsonText(secretTool({ u"lookup"_s })), store.session());
+        QCOMPARE(SessionPayload::fromJsonText(storedItem()), store.session());
         QCOMPARE(store.session() == old, status && status != 404);
         QCOMPARE(m_dev.requests().size(), 1); // one refresh, whatever its answer
     }
@@ -191,7 +190,7 @@ private Q_SLOTS:
         QCOMPARE(QCoro::waitFor(m_store->save(paired)), std::nullopt);
         QCoro::waitFor(refresh);
         QCOMPARE(m_store->session(), std::optional(paired));
-        QCOMPARE(secretTool({ u"lookup"_s }), paired.toJsonText());
+        QCOMPARE(storedItem(), paired.toJsonText());
     }
 
     // Made once and kept; when the settings cannot be written, kept in memory for the run.
@@ -210,11 +209,16 @@ private Q_SLOTS:
         QCOMPARE(log.lines(u"session"_s).size(), 1);
     }
 
+    // A failed start is shown and can be retried; the retry pairs once the phone confirms.
     void pairsWithThePhonesConfirmation()
     {
         LogCapture log;
+        m_dev.addFault(
+            { { u"path"_s, u"/pair"_s }, { u"status"_s, 500 }, { u"body"_s, u"{\"error\":\"boom\"}"_s } });
+        m_flow->start();
+        QTRY_COMPARE(m_flow->state(), PairingState::failed(u"boom (500)"_s));
         const QString code = start({ { u"interval"_s, 5 } });
-        QCOMPARE(m_dev.pairings()[0][u"device"_s][u"vendorUuid"_s], SessionStore::vendorUuid());
+        QCOMPARE(m_dev.pairings().last()[u"device"_s][u"vendorUuid"_s], SessionStore::vendorUuid());
         QCOMPARE(m_flow->state().expiresAt(), m_clock->now().addSecs(m_flow->state().start().expiresIn));
         poll(5s, 1); // pending
         QCOMPARE(m_flow->state().kind(), PairingState::Kind::waiting);
@@ -224,8 +228,9 @@ private Q_SLOTS:
         QTRY_COMPARE(m_flow->state(), PairingState::idle());
         QCOMPARE(m_store->session()->id, confirmed[u"sessionId"_s].toString());
         QCOMPARE(JwtClaims::subject(m_store->session()->token), confirmed[u"accountId"_s].toString());
-        QCOMPARE(secretTool({ u"lookup"_s }), m_store->session()->toJsonText());
-        QCOMPARE(log.lines(u"pairing"_s), QStringList { u"paired, anonymous=false"_s });
+        QCOMPARE(storedItem(), m_store->session()->toJsonText());
+        QCOMPARE(log.lines(u"pairing"_s),
+            QStringList({ u"pair failed: boom (500)"_s, u"paired, anonymous=false"_s }));
         m_clock->advance(1h); // nothing polls once linked
         QCOMPARE(redeems(), 2);
     }
@@ -238,7 +243,6 @@ private Q_SLOTS:
         QTest::addColumn<QList<int>>("delays"); // seconds before each redeem
         QTest::newRow("0 polls every 2 s") << 0 << 3 << QList<int> { 2, 2 };
         QTest::newRow("expiresIn 0 still polls once") << 5 << 0 << QList<int> { 2 };
-        QTest::newRow("2^29 s") << 536870912 << 600 << QList<int> { 600 };
     }
     void expiryIsHonoured()
     {
@@ -262,7 +266,6 @@ private Q_SLOTS:
         QTest::newRow("code_not_found")
             << u"{\"error\":\"code_not_found\"}"_s << PairingState::failed(u"code_not_found"_s) << QString();
         QTest::newRow("slow_down") << u"{\"error\":\"slow_down\"}"_s << waiting << u"poll: slow_down (400)"_s;
-        QTest::newRow("html") << u"<html>"_s << waiting << u"poll: http_400 (400)"_s;
     }
     void theServiceEndsTheAttemptOrNot()
     {
@@ -276,17 +279,6 @@ private Q_SLOTS:
         poll(2s, 1);
         QTRY_COMPARE(m_flow->state(), state == PairingState() ? waiting : state);
         QCOMPARE(log.lines(u"pairing"_s), logged.isNull() ? QStringList() : QStringList { logged });
-    }
-
-    void aStartFailureIsShownAndRetried()
-    {
-        LogCapture log;
-        m_dev.addFault(
-            { { u"path"_s, u"/pair"_s }, { u"status"_s, 500 }, { u"body"_s, u"{\"error\":\"boom\"}"_s } });
-        m_flow->start();
-        QTRY_COMPARE(m_flow->state(), PairingState::failed(u"boom (500)"_s));
-        QCOMPARE(log.lines(u"pairing"_s), QStringList { u"pair failed: boom (500)"_s });
-        start();
     }
 
     // A newer attempt supersedes the old one; a success already in flight is still kept,

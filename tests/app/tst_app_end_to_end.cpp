@@ -24,6 +24,8 @@
 
 #include <qcoro/qcorotask.h>
 
+using namespace Qt::StringLiterals;
+
 namespace {
 
 // The visible, enabled button with this text under `root`.
@@ -43,37 +45,33 @@ bool click(QWidget *root, const QString &text)
     return target;
 }
 
-// The dominant frequency of one channel, without its first 0.3 s and last 0.1 s.
-double toneOf(const std::vector<float> &channel)
-{
-    return ToneAnalysis::dominantFrequency(
-        std::span<const float>(channel).subspan(14400, channel.size() - 19200), 48000);
-}
-
-// The note the service holds at `index`, decoded.
-MixerAnalysis::Decoded noteAudio(DevService &dev, int index)
+// The note the service holds, decoded; its length, or -1 unless the last second but its
+// final 0.1 s holds the system audio's 440 Hz on the left and the microphone's 1000 Hz on
+// the right.
+double secondsWithTonesInPlace(DevService &dev)
 {
     QTemporaryFile file;
-    if (!file.open()
-        || file.write(dev.download(dev.notes()[index][QStringLiteral("recordingKey")].toString())) < 1)
-        return {};
+    if (!file.open() || file.write(dev.download(dev.notes()[0][u"recordingKey"_s].toString())) < 1)
+        return -1;
     file.close();
-    return MixerAnalysis::decode(file.fileName());
+    const MixerAnalysis::Decoded note = MixerAnalysis::decode(file.fileName());
+    const auto toneIn = [](const std::vector<float> &channel) {
+        return channel.size() < 48000
+            ? 0
+            : ToneAnalysis::dominantFrequency(std::span(channel).last(48000).first(43200), 48000);
+    };
+    const bool inPlace = std::abs(toneIn(note.left) - 440) <= 2 && std::abs(toneIn(note.right) - 1000) <= 2;
+    return note.error.isEmpty() && inPlace ? note.duration : -1;
 }
 
-// A session the service made directly, saved in the keyring unless one is there.
-void saveSession(DevService &dev)
+// The application, linked with a session the service made directly unless the keyring
+// holds one.
+std::unique_ptr<SelvaroRecorderApp> linkedApp(DevService &dev)
 {
     SessionStore store(SessionStore::Load::fromKeychain);
     QCoro::waitFor(store.waitUntilLoaded());
     if (!store.isLinked())
         QCoro::waitFor(store.save(*SessionPayload::fromJson(dev.createSession(false))));
-}
-
-// The application, linked.
-std::unique_ptr<SelvaroRecorderApp> linkedApp(DevService &dev)
-{
-    saveSession(dev);
     auto app = std::make_unique<SelvaroRecorderApp>(dev.baseUrl());
     app->show();
     return app;
@@ -94,7 +92,7 @@ private Q_SLOTS:
         TonePlayer microphone(1000, "micfeed");
         QVERIFY(speakers.isPlaying() && microphone.isPlaying());
         Appearance::apply(*qApp);
-        dev.setConfig({ { QStringLiteral("interval"), 2 } }); // the shortest poll the app accepts
+        dev.setConfig({ { u"interval"_s, 2 } }); // the shortest poll the app accepts
         SelvaroRecorderApp app(dev.baseUrl());
         app.show();
         ContentView &content = app.content();
@@ -108,23 +106,21 @@ private Q_SLOTS:
             content.currentScreen(), static_cast<QWidget *>(content.recorderView()), 10000);
 
         RecorderView *screen = content.recorderView();
-        QTRY_VERIFY(button(screen, QStringLiteral("Record")));
-        QVERIFY(click(screen, QStringLiteral("Record")));
+        QTRY_VERIFY(button(screen, u"Record"_s));
+        QVERIFY(click(screen, u"Record"_s));
         QTest::qWait(2200); // the fixture's monitors take about a second to deliver
-        QVERIFY(click(screen, QStringLiteral("Pause")));
-        QVERIFY(click(screen, QStringLiteral("Save")));
+        QVERIFY(click(screen, u"Pause"_s));
+        QVERIFY(click(screen, u"Save"_s));
         QTRY_COMPARE_WITH_TIMEOUT(app.model().recorder().state(), RecorderFlow::State::sent(), 30000);
 
         // The note holds the system audio on the left and the microphone on the right.
         QCOMPARE(dev.notes().size(), 1);
-        const MixerAnalysis::Decoded note = noteAudio(dev, 0);
-        QCOMPARE(note.error, QString());
-        QVERIFY(std::abs(toneOf(note.left) - 440) <= 2 && std::abs(toneOf(note.right) - 1000) <= 2);
+        QVERIFY(secondsWithTonesInPlace(dev) > 0);
 
         // Unlink, confirmed: back to pairing, the item gone.
-        QVERIFY(click(screen, QStringLiteral("Unlink")));
+        QVERIFY(click(screen, u"Unlink"_s));
         QTRY_VERIFY(screen->unlinkConfirmation());
-        QVERIFY(click(screen->unlinkConfirmation(), QStringLiteral("Unlink this computer")));
+        QVERIFY(click(screen->unlinkConfirmation(), u"Unlink this computer"_s));
         QTRY_COMPARE(content.currentScreen(), static_cast<QWidget *>(content.pairingView()));
         QVERIFY(!QCoro::waitFor(Keychain::read(QLatin1String(Keychain::sessionAccount))));
     }
@@ -136,8 +132,8 @@ private Q_SLOTS:
             QSKIP("runs only as the child of keepsAKilledRecording");
         DevService dev;
         const auto app = linkedApp(dev);
-        QTRY_VERIFY_WITH_TIMEOUT(button(app->content().recorderView(), QStringLiteral("Record")), 10000);
-        QVERIFY(click(app->content().recorderView(), QStringLiteral("Record")));
+        QTRY_VERIFY_WITH_TIMEOUT(button(app->content().recorderView(), u"Record"_s), 10000);
+        QVERIFY(click(app->content().recorderView(), u"Record"_s));
         QTest::qWait(60000);
     }
 
@@ -149,16 +145,15 @@ private Q_SLOTS:
         TonePlayer speakers(440);
         TonePlayer microphone(1000, "micfeed");
         dev.reset();
-        saveSession(dev);
         QProcess child;
         QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        environment.insert(QStringLiteral("SELVARO_RECORD_UNTIL_KILLED"), QStringLiteral("1"));
+        environment.insert(u"SELVARO_RECORD_UNTIL_KILLED"_s, u"1"_s);
         child.setProcessEnvironment(environment);
-        child.start(QCoreApplication::applicationFilePath(), { QStringLiteral("recordUntilKilled") });
+        child.start(QCoreApplication::applicationFilePath(), { u"recordUntilKilled"_s });
         // Timed from the moment both files hold audio: the fixture's monitors take about a
         // second to deliver their first block.
         const auto capturing = [folder = QDir(RecordingsFolder::defaultPath())] {
-            const QFileInfoList files = folder.entryInfoList({ QStringLiteral("*.wav") });
+            const QFileInfoList files = folder.entryInfoList({ u"*.wav"_s });
             return files.size() == 2 && files[0].size() > 4096 && files[1].size() > 4096;
         };
         QTRY_VERIFY_WITH_TIMEOUT(capturing(), 20000);
@@ -172,20 +167,13 @@ private Q_SLOTS:
         auto app = linkedApp(dev);
         const RecorderFlow &flow = app->model().recorder();
         QTRY_VERIFY_WITH_TIMEOUT(flow.canRetrySend(), 20000);
-        QVERIFY(flow.state().text().endsWith(QStringLiteral("(1 min) was not sent.")));
-        QVERIFY(click(app->content().recorderView(), QStringLiteral("Send again")));
+        QVERIFY(flow.state().text().endsWith(u"(1 min) was not sent."_s));
+        QVERIFY(click(app->content().recorderView(), u"Send again"_s));
         QTRY_COMPARE_WITH_TIMEOUT(flow.state(), RecorderFlow::State::sent(), 30000);
         // Its length comes from the files: the sidecar still said "recording".
-        QVERIFY(
-            dev.notes().first()[QStringLiteral("body")][QStringLiteral("duration")].toInt() >= killedAt - 1);
-        const MixerAnalysis::Decoded killed = noteAudio(dev, 0);
-        QVERIFY2(killed.duration > killedAt - 1,
-            qPrintable(QStringLiteral("%1 s of %2 s").arg(killed.duration).arg(killedAt)));
-        const auto lastSecond = [](const std::vector<float> &channel) {
-            return ToneAnalysis::dominantFrequency(std::span(channel).last(48000).first(43200), 48000);
-        };
-        QVERIFY(
-            std::abs(lastSecond(killed.left) - 440) <= 2 && std::abs(lastSecond(killed.right) - 1000) <= 2);
+        QVERIFY(dev.notes().first()[u"body"_s][u"duration"_s].toInt() >= killedAt - 1);
+        const double seconds = secondsWithTonesInPlace(dev);
+        QVERIFY2(seconds > killedAt - 1, qPrintable(u"%1 s of %2 s"_s.arg(seconds).arg(killedAt)));
 
         QCOMPARE(QDir(RecordingsFolder::defaultPath()).entryList(QDir::Files), QStringList());
     }

@@ -59,8 +59,7 @@ public:
     {
         m_answering = true;
         for (const QDBusMessage &call : std::exchange(m_held, {}))
-            QDBusConnection(QStringLiteral("keyring"))
-                .send(call.createErrorReply(QDBusError::AccessDenied, QStringLiteral("locked")));
+            QDBusConnection(u"keyring"_s).send(call.createErrorReply(QDBusError::AccessDenied, u"locked"_s));
     }
 
     bool m_answering = false;
@@ -124,14 +123,14 @@ private Q_SLOTS:
     {
         QNetworkAccessManager network;
         Updater inert(&network, QUrl(), 1);
-        auto *frame = new ScreenFrame(new QLabel(QStringLiteral("content")));
+        auto *frame = new ScreenFrame(new QLabel(u"content"_s));
         MainWindow window(frame, inert);
         // One menu: About, directly followed by "Check for Updates…", inert without a feed.
         const QList<QAction *> menus = window.menuBar()->actions();
         QCOMPARE(menus.size(), 1);
         const QList<QAction *> items = menus.first()->menu()->actions();
         QCOMPARE(items.value(items.indexOf(window.aboutAction()) + 1), window.checkForUpdatesAction());
-        QCOMPARE(window.checkForUpdatesAction()->text(), QStringLiteral("Check for Updates…"));
+        QCOMPARE(window.checkForUpdatesAction()->text(), u"Check for Updates…"_s);
         QVERIFY(!window.checkForUpdatesAction()->isEnabled());
         window.show();
         QVERIFY(QTest::qWaitForWindowExposed(&window));
@@ -144,52 +143,50 @@ private Q_SLOTS:
     void snapshotModeWritesTwelveScreens()
     {
         QTemporaryDir dir;
-        const QDir out(dir.filePath(QStringLiteral("nested/shots")));
+        const QDir out(dir.filePath(u"nested/shots"_s));
         QProcess app;
         QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
         for (const char *name : { "QT_QPA_PLATFORM", "DISPLAY", "WAYLAND_DISPLAY" })
             environment.remove(QString::fromLatin1(name));
         app.setProcessEnvironment(environment);
-        app.start(QStringLiteral(SELVARO_RECORDER_EXECUTABLE), { QStringLiteral("--snapshot"), out.path() });
+        app.start(QStringLiteral(SELVARO_RECORDER_EXECUTABLE), { u"--snapshot"_s, out.path() });
         QVERIFY(app.waitForFinished(60000) && app.exitCode() == 0);
         QCOMPARE(out.entryList(QDir::Files).size(), 12);
         for (const QString &name : Snapshot::names())
-            QCOMPARE(QImage(out.filePath(name + QLatin1String(".png"))).size(), QSize(760, 860));
+            QCOMPARE(QImage(out.filePath(name + u".png"_s)).size(), QSize(760, 860));
     }
 
     void silentKeyringIsSaidAndReadAgain()
     {
         QProcess daemon;
-        daemon.start(QStringLiteral("dbus-daemon"),
-            { QStringLiteral("--session"), QStringLiteral("--nofork"), QStringLiteral("--print-address=1") });
+        daemon.start(u"dbus-daemon"_s, { u"--session"_s, u"--nofork"_s, u"--print-address=1"_s });
         QVERIFY(daemon.waitForReadyRead(5000));
         const QByteArray address = daemon.readLine().trimmed();
         qputenv("DBUS_SESSION_BUS_ADDRESS", address);
         SilentSecretService service;
-        auto bus = QDBusConnection::connectToBus(QString::fromUtf8(address), QStringLiteral("keyring"));
-        QVERIFY(bus.registerVirtualObject(QStringLiteral("/"), &service, QDBusConnection::SubPath));
-        QVERIFY(bus.registerService(QStringLiteral("org.freedesktop.secrets")));
+        auto bus = QDBusConnection::connectToBus(QString::fromUtf8(address), u"keyring"_s);
+        QVERIFY(bus.registerVirtualObject(u"/"_s, &service, QDBusConnection::SubPath));
+        QVERIFY(bus.registerService(u"org.freedesktop.secrets"_s));
 
         LogCapture log;
-        AppModel model(QUrl(QStringLiteral("http://127.0.0.1:9")), std::chrono::milliseconds(300));
+        AppModel model(QUrl(u"http://127.0.0.1:9"_s), std::chrono::milliseconds(300));
         ContentView content(model);
         content.show();
         QVERIFY(QTest::qWaitForWindowExposed(&content));
         QCOMPARE(content.currentScreen(), nullptr); // blank at first, as on every start
         QTRY_COMPARE(content.currentScreen(), content.storeSilentView());
         QCOMPARE(content.storeSilentView()->findChild<QLabel *>()->text(),
-            QStringLiteral("The keyring did not answer. It may be locked: unlock it, then try again."));
+            u"The keyring did not answer. It may be locked: unlock it, then try again."_s);
         // No pairing starts before the store has said whether this computer is linked.
         QCOMPARE(model.pairing().state().kind(), PairingState::Kind::idle);
         auto *tryAgain = content.storeSilentView()->findChild<QAbstractButton *>();
-        QCOMPARE(tryAgain->text(), QStringLiteral("Try again"));
+        QCOMPARE(tryAgain->text(), u"Try again"_s);
         QTest::mouseClick(tryAgain, Qt::LeftButton);
         // The keyring answers at last, refusing; QtKeychain runs one job at a time, so
         // the second read reaches it only after the first has its answer.
         service.answer();
         QTRY_COMPARE(content.currentScreen(), static_cast<QWidget *>(content.pairingView()));
-        QTRY_COMPARE(
-            log.lines(QStringLiteral("session")).filter(QStringLiteral("keychain read failed")).size(), 2);
+        QTRY_COMPARE(log.lines(u"session"_s).filter(u"keychain read failed"_s).size(), 2);
     }
 
     // SIGTERM (a logout, `kill`) ends the event loop as Quit does, so main() returns and

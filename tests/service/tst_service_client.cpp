@@ -158,19 +158,14 @@ private slots:
         QTest::addColumn<QByteArray>("body");
         QTest::addColumn<bool>("decodes");
         const Decoder start = decoder<PairingStart>(), session = decoder<SessionPayload>();
-        QTest::newRow("start") << start << "{'deviceCode':'d','userCode':'u','expiresIn':6,'interval':5.0}"_ba
-                               << true;
-        QTest::newRow("'5'") << start << "{'deviceCode':'d','userCode':'u','expiresIn':6,'interval':'5'}"_ba
-                             << false;
-        QTest::newRow("5.5") << start << "{'deviceCode':'d','userCode':'u','expiresIn':6,'interval':5.5}"_ba
-                             << false;
-        QTest::newRow("1e12") << start << "{'deviceCode':'d','userCode':'u','expiresIn':6,'interval':1e12}"_ba
-                              << false;
-        QTest::newRow("session") << session
-                                 << "{'id':'s','profileId':'p','token':'t','isAnonymous':true,'x':1}"_ba
-                                 << true;
-        QTest::newRow("anonymous 1") << session << "{'id':'s','profileId':'p','token':'t','isAnonymous':1}"_ba
-                                     << false;
+        const QByteArray startWith = "{'deviceCode':'d','userCode':'u','expiresIn':6,'interval':";
+        const QByteArray sessionWith = "{'id':'s','profileId':'p','token':'t','isAnonymous':";
+        QTest::newRow("start") << start << startWith + "5.0}" << true;
+        QTest::newRow("'5'") << start << startWith + "'5'}" << false;
+        QTest::newRow("5.5") << start << startWith + "5.5}" << false;
+        QTest::newRow("1e12") << start << startWith + "1e12}" << false;
+        QTest::newRow("session, a member more") << session << sessionWith + "true,'x':1}" << true;
+        QTest::newRow("anonymous 1") << session << sessionWith + "1}" << false;
         QTest::newRow("target, no key") << decoder<UploadTarget>() << "{'url':'https://x/y'}"_ba << false;
         QTest::newRow("error nested") << decoder<ApiErrorBody>() << "{'error':{'code':'x'}}"_ba << false;
     }
@@ -235,8 +230,6 @@ private slots:
         QCOMPARE(SelvaroAPI::noteBody(u"a1"_s, false, startedAt, 59, u"k"_s).value(u"user"_s), u"a1"_s);
         const QStringList device = DeviceInfo::current(u"V"_s).toJson().keys();
         QCOMPARE(device.join(u' '), u"appVersion brand locale model osVersion type vendorUuid"_s);
-        QCOMPARE(ServiceDeadlines().upload(1024 * 1024), 120s); // the floor
-        QCOMPARE(ServiceDeadlines().upload(600 * 32 * 1024), 600s); // 32 KiB/s
     }
 
     void statusMapping_data()
@@ -253,7 +246,6 @@ private slots:
         QTest::newRow("401") << 401 << json("{'error':'no'}") << u"no (401)"_s << u" -> 401 no"_s;
         QTest::newRow("404 html") << 404 << "<html>"_ba << u"http_404 (404)"_s << u" -> 404 http_404"_s;
         QTest::newRow("407") << 407 << json("{'error':'no'}") << u"no (407)"_s << u" -> 407 no"_s;
-        QTest::newRow("429") << 429 << json("{'error':'no'}") << u"no (429)"_s << u" -> 429 no"_s;
         QTest::newRow("line break") << 404 << json("{'error':'x\\nGET'}") << u"x\uFFFDGET (404)"_s
                                     << u" -> 404 x\uFFFDGET"_s;
         QTest::newRow("long code") << 409 << "{\"error\":\"" + QByteArray(5000, 'c') + "\"}"
@@ -291,7 +283,9 @@ private slots:
     }
 
     // Below HTTP every call wraps Qt's error; whatever the server does, a call ends by
-    // its deadline with the time-out sentence.
+    // its deadline with the time-out sentence. A redirect to another origin ("localhost"
+    // is not "127.0.0.1", though the same machine) is refused rather than followed with
+    // the token: nothing listens there, so following it would end in "Connection refused".
     void transportFailures_data()
     {
         QTest::addColumn<bool>("upload");
@@ -302,6 +296,8 @@ private slots:
         QTest::newRow("upload, a byte every 200 ms") << true << drip << u"The request timed out."_s;
         QTest::newRow("json, refused") << false << Responder() << u"Connection refused"_s;
         QTest::newRow("upload, refused") << true << Responder() << u"Connection refused"_s;
+        QTest::newRow("json, redirected elsewhere")
+            << false << reply(302, {}, "Location: http://localhost:1/x\r\n") << u"Insecure redirect"_s;
     }
     void transportFailures()
     {
@@ -313,10 +309,10 @@ private slots:
         const SelvaroAPI api = client(url, { 60s, 500ms, 500ms, 1024 });
         QElapsedTimer elapsed;
         elapsed.start();
-        const auto put
-            = upload ? await(api.upload(file(5), { url.toString() + u"/u"_s, {} })) : Outcome<void>();
-        const auto json = upload ? Outcome<UploadTarget>() : await(api.uploadTarget(u"t"_s));
-        const std::optional<ApiError> &error = upload ? put.apiError : json.apiError;
+        const std::optional<ApiError> error = upload
+            ? await(api.upload(file(5), { url.toString() + u"/u"_s, {} })).apiError
+            : await(api.uploadTarget(u"t"_s)).apiError;
+        QVERIFY(error && error->transportError());
         QCOMPARE(error->transportError()->description(), outcome);
         QVERIFY2(elapsed.elapsed() < 2000, qPrintable(QString::number(elapsed.elapsed())));
     }
@@ -347,22 +343,9 @@ private slots:
         QFETCH(QString, outcome);
         RawHttpServer server(reply(status, {}, "Location: /elsewhere\r\n"));
         const SelvaroAPI api = client(base.isEmpty() ? server.url() : QUrl(base));
-        const auto put
-            = await(api.upload(file(5), { url.replace(u"%1"_s, server.url().toString()), u"k"_s }));
-        QCOMPARE(put.text(), outcome);
+        const UploadTarget target { url.replace(u"%1"_s, server.url().toString()), u"k"_s };
+        QCOMPARE(await(api.upload(file(5), target)).text(), outcome);
         QCOMPARE(server.requests.size(), outcome == u"unexpected response"_s ? 0 : 1);
-    }
-
-    void redirectElsewhereIsRefusedAndTheTokenStaysHome()
-    {
-        RawHttpServer other(reply(200, target));
-        // "localhost" and "127.0.0.1" are different origins, though the same machine.
-        const QByteArray elsewhere
-            = "Location: http://localhost:" + QByteArray::number(other.url().port()) + "/x\r\n";
-        RawHttpServer server(reply(302, {}, elsewhere));
-        QCOMPARE(await(client(server.url()).uploadTarget(u"secret"_s)).apiError->kind(),
-            ApiError::Kind::transport);
-        QVERIFY(other.requests.isEmpty());
     }
 
     // The local note service: upload target, a streamed upload, the note.

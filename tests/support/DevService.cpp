@@ -28,16 +28,6 @@ QString DevService::redacted(const QByteArray &value)
         + QString::fromLatin1(QCryptographicHash::hash(value, QCryptographicHash::Sha256).toHex().left(16));
 }
 
-QJsonObject DevService::Reply::json() const
-{
-    return QJsonDocument::fromJson(body).object();
-}
-
-QJsonArray DevService::Reply::array() const
-{
-    return QJsonDocument::fromJson(body).array();
-}
-
 DevService::Reply DevService::send(const QByteArray &method, const QString &path, const QByteArray &body,
     const QList<QPair<QByteArray, QByteArray>> &headers)
 {
@@ -63,77 +53,6 @@ DevService::Reply DevService::send(const QByteArray &method, const QString &path
     result.body = reply->readAll();
     delete reply;
     return result;
-}
-
-static QByteArray toJson(const QJsonObject &object)
-{
-    return QJsonDocument(object).toJson(QJsonDocument::Compact);
-}
-
-void DevService::reset()
-{
-    send("POST", QStringLiteral("/admin/reset"), "{}");
-}
-
-QJsonObject DevService::setConfig(const QJsonObject &config)
-{
-    return send("POST", QStringLiteral("/admin/config"), toJson(config)).json();
-}
-
-void DevService::addFault(const QJsonObject &fault)
-{
-    send("POST", QStringLiteral("/admin/faults"), toJson(fault));
-}
-
-QJsonArray DevService::requests()
-{
-    return send("GET", QStringLiteral("/admin/requests")).array();
-}
-
-QJsonArray DevService::pairings()
-{
-    return send("GET", QStringLiteral("/admin/pairings")).array();
-}
-
-QJsonObject DevService::confirm(const QString &userCode, bool anonymous, int *status)
-{
-    const Reply reply = send("POST", QStringLiteral("/admin/pairings/confirm"),
-        toJson({ { QStringLiteral("userCode"), userCode }, { QStringLiteral("anonymous"), anonymous } }));
-    if (status)
-        *status = reply.status;
-    return reply.json();
-}
-
-QJsonObject DevService::createSession(bool anonymous)
-{
-    return send(
-        "POST", QStringLiteral("/admin/sessions"), toJson({ { QStringLiteral("anonymous"), anonymous } }))
-        .json();
-}
-
-QJsonArray DevService::sessions()
-{
-    return send("GET", QStringLiteral("/admin/sessions")).array();
-}
-
-int DevService::deleteSession(const QString &id)
-{
-    return send("DELETE", QStringLiteral("/admin/sessions/") + id).status;
-}
-
-QJsonArray DevService::notes()
-{
-    return send("GET", QStringLiteral("/admin/notes")).array();
-}
-
-QJsonArray DevService::uploads()
-{
-    return send("GET", QStringLiteral("/admin/uploads")).array();
-}
-
-QByteArray DevService::download(const QString &key)
-{
-    return send("GET", QStringLiteral("/files/") + key).body;
 }
 
 const QByteArray DevService::deviceMembers

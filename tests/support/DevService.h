@@ -2,6 +2,7 @@
 
 #include <QByteArray>
 #include <QJsonArray>
+#include <QJsonDocument>
 #include <QJsonObject>
 #include <QUrl>
 
@@ -22,28 +23,38 @@ public:
     [[nodiscard]] QByteArray adminToken() const { return m_adminToken; }
     [[nodiscard]] bool available() const { return m_baseUrl.isValid() && !m_baseUrl.isEmpty(); }
 
-    void reset();
-    QJsonObject setConfig(const QJsonObject &config);
+    void reset() { post("/admin/reset", {}); }
+    QJsonObject setConfig(const QJsonObject &config) { return post("/admin/config", config).json(); }
     // {"path": "/pair/token", "method": "POST", "count": 1, "status": 500, "body": "...",
     //  "contentType": "...", "headers": {...}, "delayMs": 0, "drop": false}
-    void addFault(const QJsonObject &fault);
+    void addFault(const QJsonObject &fault) { post("/admin/faults", fault); }
 
     // Every non-admin request; secret header values (Authorization, X-Admin-Token,
     // Cookie) are shown as redacted(value).
-    [[nodiscard]] QJsonArray requests();
+    [[nodiscard]] QJsonArray requests() { return get("/admin/requests").array(); }
     [[nodiscard]] static QString redacted(const QByteArray &value);
-    [[nodiscard]] QJsonArray pairings();
+    [[nodiscard]] QJsonArray pairings() { return get("/admin/pairings").array(); }
     // Confirms a pending code as the phone would; returns the answer's JSON
-    // ({"sessionId", "accountId", "profileId"} or {"error"}) and the status.
-    QJsonObject confirm(const QString &userCode, bool anonymous, int *status = nullptr);
+    // ({"sessionId", "accountId", "profileId"} or {"error"}).
+    QJsonObject confirm(const QString &userCode, bool anonymous)
+    {
+        const QJsonObject code { { QStringLiteral("userCode"), userCode },
+            { QStringLiteral("anonymous"), anonymous } };
+        return post("/admin/pairings/confirm", code).json();
+    }
     // A session made directly, without pairing: the SessionPayload plus "accountId".
-    QJsonObject createSession(bool anonymous);
-    [[nodiscard]] QJsonArray sessions();
-    int deleteSession(const QString &id);
-    [[nodiscard]] QJsonArray notes();
-    [[nodiscard]] QJsonArray uploads();
+    QJsonObject createSession(bool anonymous)
+    {
+        return post("/admin/sessions", { { QStringLiteral("anonymous"), anonymous } }).json();
+    }
+    [[nodiscard]] QJsonArray sessions() { return get("/admin/sessions").array(); }
+    [[nodiscard]] QJsonArray notes() { return get("/admin/notes").array(); }
+    [[nodiscard]] QJsonArray uploads() { return get("/admin/uploads").array(); }
     // Raw bytes of an uploaded object, fetched from the service.
-    [[nodiscard]] QByteArray download(const QString &key);
+    [[nodiscard]] QByteArray download(const QString &key)
+    {
+        return send("GET", QStringLiteral("/files/") + key).body;
+    }
 
     struct Account
     {
@@ -68,14 +79,20 @@ public:
     {
         int status = 0;
         QByteArray body;
-        QJsonObject json() const;
-        QJsonArray array() const;
+        [[nodiscard]] QJsonObject json() const { return QJsonDocument::fromJson(body).object(); }
+        [[nodiscard]] QJsonArray array() const { return QJsonDocument::fromJson(body).array(); }
     };
     // Adds the admin token to requests for "/", "/admin/…" and "/files/…".
     Reply send(const QByteArray &method, const QString &path, const QByteArray &body = {},
         const QList<QPair<QByteArray, QByteArray>> &headers = {});
 
 private:
+    Reply get(const char *path) { return send("GET", QString::fromLatin1(path)); }
+    Reply post(const char *path, const QJsonObject &body)
+    {
+        return send("POST", QString::fromLatin1(path), QJsonDocument(body).toJson(QJsonDocument::Compact));
+    }
+
     QUrl m_baseUrl;
     QByteArray m_adminToken;
 };

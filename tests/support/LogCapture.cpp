@@ -54,17 +54,3 @@ QStringList LogCapture::lines(const QString &category) const
     }
     return result;
 }
-
-bool LogCapture::contains(const QString &text) const
-{
-    for (const QString &line : lines())
-        if (line.contains(text))
-            return true;
-    return false;
-}
-
-void LogCapture::clear()
-{
-    QMutexLocker lock(&mutex);
-    captured.clear();
-}

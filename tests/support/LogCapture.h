@@ -17,6 +17,5 @@ public:
     [[nodiscard]] QStringList lines() const;
     // Lines whose category ends with `category` (e.g. "api", "SystemRecorder").
     [[nodiscard]] QStringList lines(const QString &category) const;
-    [[nodiscard]] bool contains(const QString &text) const;
-    void clear();
+    [[nodiscard]] bool contains(const QString &text) const { return !lines().filter(text).isEmpty(); }
 };

@@ -14,13 +14,12 @@ extern "C" {
 
 namespace MixerAnalysis {
 
-QString writeWav(const QString &path, int sampleRate, const QList<Tone> &channelTones, long long frames,
-    SampleFormat format)
+QString writeWav(const QString &path, int sampleRate, const QList<Tone> &channelTones, long long frames)
 {
     SF_INFO info {};
     info.samplerate = sampleRate;
     info.channels = static_cast<int>(channelTones.size());
-    info.format = SF_FORMAT_WAV | (format == SampleFormat::float32 ? SF_FORMAT_FLOAT : SF_FORMAT_PCM_16);
+    info.format = SF_FORMAT_WAV | SF_FORMAT_FLOAT;
     SNDFILE *file = sf_open(QFile::encodeName(path).constData(), SFM_WRITE, &info);
     if (!file)
         return QString::fromUtf8(sf_strerror(nullptr));
@@ -52,10 +51,8 @@ Decoded decode(const QString &path)
         fail("no single stream");
     } else {
         const AVCodecParameters *par = format->streams[0]->codecpar;
-        out.formatName = QString::fromUtf8(format->iformat->name);
         out.codec = QString::fromUtf8(avcodec_get_name(par->codec_id));
         out.sampleRate = par->sample_rate;
-        out.channels = par->ch_layout.nb_channels;
         char layout[64] = {};
         av_channel_layout_describe(&par->ch_layout, layout, sizeof layout);
         out.channelLayout = QString::fromUtf8(layout);

@@ -16,20 +16,15 @@ struct Tone
     double amplitude = 0;
 };
 
-enum class SampleFormat { float32, pcm16 };
-
-// A WAV file whose channel c carries channelTones[c] for `frames` frames. Empty on
+// A float WAV file whose channel c carries channelTones[c] for `frames` frames. Empty on
 // success, libsndfile's error text otherwise.
-QString writeWav(const QString &path, int sampleRate, const QList<Tone> &channelTones, long long frames,
-    SampleFormat format = SampleFormat::float32);
+QString writeWav(const QString &path, int sampleRate, const QList<Tone> &channelTones, long long frames);
 
 struct Decoded
 {
     QString error; // empty when the file was read completely
-    QString formatName; // the demuxer's
     QString codec;
     int sampleRate = 0;
-    int channels = 0;
     QString channelLayout;
     long long bitRate = 0;
     double duration = 0; // seconds, from the container

@@ -52,8 +52,7 @@ QString pactl(const QStringList &arguments, bool *ok)
 
 bool unloadAllDevices()
 {
-    bool source = false;
-    bool sinks = false;
+    bool source = false, sinks = false;
     pactl({ QStringLiteral("unload-module"), QStringLiteral("module-remap-source") }, &source);
     pactl({ QStringLiteral("unload-module"), QStringLiteral("module-null-sink") }, &sinks);
     return source && sinks;
