@@ -60,7 +60,9 @@ private Q_SLOTS:
         const auto error = RecordingsFolder::create(linked + QStringLiteral("/Recordings"));
         QVERIFY(error && error->contains(QStringLiteral("not a folder of this user")));
         // The room the flow checks before it records: the file system's own answer.
-        struct statvfs disk {};
+        struct statvfs disk
+        {
+        };
         QVERIFY(statvfs(QFile::encodeName(path).constData(), &disk) == 0);
         const qint64 free = qint64(disk.f_bavail) * qint64(disk.f_frsize);
         QVERIFY(std::abs(RecordingsFolder::freeSpace(path).value_or(-1) - free) < 64 * 1024 * 1024);
