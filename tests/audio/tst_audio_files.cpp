@@ -19,9 +19,7 @@ namespace {
 
 mode_t modeOf(const QString &path)
 {
-    struct stat info
-    {
-    };
+    struct stat info = {};
     ::lstat(QFile::encodeName(path).constData(), &info);
     return info.st_mode & 0777;
 }
@@ -35,12 +33,7 @@ class AudioFiles : public QObject
     Q_OBJECT
 
     QTemporaryDir m_dir;
-    const std::vector<float> m_ramp = [] {
-        std::vector<float> samples(2048);
-        for (std::size_t i = 0; i < samples.size(); ++i)
-            samples[i] = static_cast<float>(i % 1000) / 1000.0F;
-        return samples;
-    }();
+    const std::vector<float> m_block = std::vector<float>(2048, 0.25F);
 
 private Q_SLOTS:
     void foldersArePrivate()
@@ -60,7 +53,7 @@ private Q_SLOTS:
         const auto error = RecordingsFolder::create(linked + QStringLiteral("/Recordings"));
         QVERIFY(error && error->contains(QStringLiteral("not a folder of this user")));
         // The room the flow checks before it records: the file system's own answer.
-        struct statvfs disk {};
+        struct statvfs disk = {};
         QVERIFY(statvfs(QFile::encodeName(path).constData(), &disk) == 0);
         const qint64 free = qint64(disk.f_bavail) * qint64(disk.f_frsize);
         QVERIFY(std::abs(RecordingsFolder::freeSpace(path).value_or(-1) - free) < 64 * 1024 * 1024);
@@ -78,7 +71,7 @@ private Q_SLOTS:
         AudioFileWriter writer("test-writer", lcSystemRecorder());
         QVERIFY(!writer.open(path, { SampleSpec::Sample::float32, 48000, 2 }));
         QCOMPARE(modeOf(path), mode_t(0600));
-        writer.push(m_ramp.data(), 1000);
+        writer.push(m_block.data(), 1000);
         writer.push(nullptr, 500); // silence
         QTRY_COMPARE(writer.framesWritten(), quint64(1500));
         QFile raw(path);
@@ -87,7 +80,7 @@ private Q_SLOTS:
             qFromLittleEndian<quint32>(raw.read(8).constData() + 4), quint32(raw.size() - 8)); // RIFF size
         const SoundFile file = SoundFile::read(path);
         QCOMPARE(file.frames(), 1500);
-        QCOMPARE(file.samples[1], m_ramp[1]);
+        QCOMPARE(file.samples[1], 0.25F);
         QCOMPARE(file.samples.back(), 0.0F);
     }
 
@@ -106,7 +99,7 @@ private Q_SLOTS:
         limited.rlim_cur = 64 * 1024;
         QCOMPARE(::setrlimit(RLIMIT_FSIZE, &limited), 0);
         for (int i = 0; i < 20; ++i)
-            writer.push(m_ramp.data(), 1024);
+            writer.push(m_block.data(), 1024);
         QTRY_VERIFY(writer.failed());
         QCOMPARE(writer.failure(), WriteFailure::fileTooLarge);
         writer.close();

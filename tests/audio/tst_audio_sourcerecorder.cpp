@@ -36,30 +36,42 @@ private Q_SLOTS:
         QFile::remove(m_path);
     }
 
-    // Misordered calls are logged and ignored; cancel deletes the file once, also after stop.
+    // Misordered calls are logged and ignored; cancel deletes the file once, also after
+    // stop. A start that fails says why, in the recorder's own words, and leaves no file.
+    // Paused blocks stay out of the file, and stop() closes a paused recorder; each file
+    // in its own format.
     void callsInOrder_data()
     {
         QTest::addColumn<QString>("recorder");
-        QTest::addColumn<QString>("calls");
+        QTest::addColumn<QString>(
+            "calls"); // "deliver": 0.1 s of tone; "refuse", "no-output", "no-folder": faults
         QTest::addColumn<QStringList>("logged"); // its lines about misuse and files; %1 is the file
         QTest::addColumn<bool>("paused");
+        QTest::addColumn<QString>("error"); // how the start's error begins
         for (const auto &[recorder, device] :
             { std::pair(u"SystemRecorder"_s, u"tap"_s), std::pair(u"MicRecorder"_s, u"microphone"_s) }) {
             const auto row = [&](const char *name, const QString &calls, const QStringList &logged,
-                                 bool paused) {
-                QTest::addRow("%s, %s", qPrintable(recorder), name) << recorder << calls << logged << paused;
+                                 bool paused = false, const QString &error = {}) {
+                QTest::addRow("%s, %s", qPrintable(recorder), name)
+                    << recorder << calls << logged << paused << error;
             };
             row("pause twice", u"start pause pause"_s, { u"pause() called while already paused"_s }, true);
-            row("resume while recording", u"start resume"_s, { u"resume() called while not paused"_s },
-                false);
-            row("start twice", u"start start"_s, { u"start() while already recording"_s }, false);
-            row("pause before start", u"pause"_s, { u"pause() called while %1 not active"_s.arg(device) },
-                false);
+            row("resume while recording", u"start resume"_s, { u"resume() called while not paused"_s });
+            row("start twice", u"start start"_s, { u"start() while already recording"_s });
+            row("pause before start", u"pause"_s, { u"pause() called while %1 not active"_s.arg(device) });
             row("resume after stop", u"start stop resume"_s,
-                { u"resume() called while %1 not active"_s.arg(device) }, false);
+                { u"resume() called while %1 not active"_s.arg(device) });
             row("cancel twice", u"start cancel cancel"_s,
-                { u"Deleted recording file: %1"_s, u"No file to delete at: %1"_s }, false);
-            row("cancel after stop", u"start stop cancel"_s, { u"Deleted recording file: %1"_s }, false);
+                { u"Deleted recording file: %1"_s, u"No file to delete at: %1"_s });
+            row("cancel after stop", u"start stop cancel"_s, { u"Deleted recording file: %1"_s });
+            row("paused blocks stay out", u"start deliver pause deliver resume deliver pause deliver stop"_s,
+                {});
+            row("refused", u"refuse start"_s, {}, false,
+                device == u"tap"_s ? u"Failed to start audio device: Access denied"_s
+                                   : u"Failed to start microphone recording"_s);
+            row("no folder", u"no-folder start"_s, {}, false, u"Failed to open "_s);
+            if (device == u"tap"_s)
+                row("no output", u"no-output start"_s, {}, false, u"Tap stream description not available."_s);
         }
     }
 
@@ -68,102 +80,55 @@ private Q_SLOTS:
         QFETCH(QString, recorder);
         QFETCH(QString, calls);
         QFETCH(QStringList, logged);
-        QFETCH(bool, paused);
-        const auto source = make(recorder, m_path);
+        QFETCH(QString, error);
+        const QString path = calls.startsWith(u"no-folder"_s) ? m_dir.filePath(u"gone/x.wav"_s) : m_path;
+        const auto source = make(recorder, path);
+        const bool system = recorder == u"SystemRecorder"_s;
+        const CaptureSource which = system ? CaptureSource::systemOutput : CaptureSource::defaultInput;
+        StandInSoundServer::Source &fake = m_server->sources[which];
+        fake.frequency = 440;
+        quint64 handled = 0; // written or dropped
         LogCapture log;
         for (const QString &call : calls.split(QLatin1Char(' '))) {
-            if (call == u"start"_s)
-                QVERIFY(!source->start());
-            else if (call == u"pause"_s)
+            if (call == u"start"_s) {
+                const std::optional<CaptureError> failure = source->start();
+                const QString said = failure ? describe(*failure) : QString();
+                QVERIFY2(said.startsWith(error) && said.isEmpty() == error.isEmpty(), qPrintable(said));
+            } else if (call == u"pause"_s) {
                 source->pause();
-            else if (call == u"resume"_s)
+                QCOMPARE(fake.suspended, !system && source->isPaused()); // the microphone's stream is corked
+            } else if (call == u"deliver"_s) {
+                handled += fake.suspended ? 0 : 4800;
+                m_server->deliver(which, 4800);
+                QVERIFY(QTest::qWaitFor([&] {
+                    return source->statistics().framesWritten + source->statistics().framesDropped == handled;
+                }));
+            } else if (call == u"resume"_s)
                 source->resume();
             else if (call == u"stop"_s)
                 source->stop();
-            else
+            else if (call == u"refuse"_s)
+                for (auto &[each, refused] : m_server->sources)
+                    refused.refuse = true;
+            else if (call == u"no-output"_s)
+                m_server->noOutput = true;
+            else if (call == u"cancel"_s)
                 source->cancel();
         }
         QCOMPARE(log.lines(recorder).filter(QRegularExpression(u" while | file"_s)),
             logged.replaceInStrings(u"%1"_s, m_path));
-        QCOMPARE(source->isPaused(), paused);
-        QCOMPARE(QFileInfo::exists(m_path), !calls.contains(u"cancel"_s) && calls.startsWith(u"start"_s));
-    }
-
-    // Paused blocks stay out of the file, and stop() closes a paused recorder; each
-    // file in its own format.
-    void pausedBlocksStayOut_data()
-    {
-        QTest::addColumn<QString>("recorder");
-        QTest::addColumn<int>("channels");
-        QTest::addColumn<int>("subformat");
-        QTest::newRow("system") << u"SystemRecorder"_s << 2 << int(SF_FORMAT_FLOAT);
-        QTest::newRow("microphone") << u"MicRecorder"_s << 1 << int(SF_FORMAT_PCM_16);
-    }
-
-    void pausedBlocksStayOut()
-    {
-        QFETCH(QString, recorder);
-        QFETCH(int, channels);
-        QFETCH(int, subformat);
-        const bool system = channels == 2;
-        const CaptureSource which = system ? CaptureSource::systemOutput : CaptureSource::defaultInput;
-        StandInSoundServer::Source &fake = m_server->sources[which];
-        fake.frequency = 440;
-        const auto source = make(recorder, m_path);
-        quint64 handled = 0;
-        const auto deliver = [&] {
-            handled += fake.suspended ? 0 : 4800;
-            m_server->deliver(which, 4800);
-            return QTest::qWaitFor([&] {
-                return source->statistics().framesWritten + source->statistics().framesDropped == handled;
-            });
-        };
-        QVERIFY(!source->start());
-        QVERIFY(deliver());
-        source->pause();
-        QCOMPARE(fake.suspended, !system); // the microphone's stream is corked
-        QVERIFY(deliver());
-        source->resume();
-        QVERIFY(deliver());
-        source->pause();
-        QVERIFY(deliver());
-        source->stop();
-        QCOMPARE(fake.live, 0);
-        const SoundFile file = SoundFile::read(m_path);
-        QCOMPARE(file.frames(), 9600);
-        QCOMPARE(QList<int>({ file.channels, file.rate, file.format & SF_FORMAT_SUBMASK }),
-            QList<int>({ channels, 48000, subformat }));
-    }
-
-    // A start that fails says why, in the recorder's own words, and leaves no file.
-    void failedStartLeavesNoFile_data()
-    {
-        QTest::addColumn<QString>("recorder");
-        QTest::addColumn<QString>("fault");
-        QTest::addColumn<QString>("error");
-        QTest::newRow("system, no output")
-            << u"SystemRecorder"_s << u"no output"_s << u"Tap stream description not available."_s;
-        QTest::newRow("system, refused")
-            << u"SystemRecorder"_s << u"refused"_s << u"Failed to start audio device: Access denied"_s;
-        QTest::newRow("system, no folder") << u"SystemRecorder"_s << u"no folder"_s << u"Failed to open "_s;
-        QTest::newRow("microphone, refused")
-            << u"MicRecorder"_s << u"refused"_s << u"Failed to start microphone recording"_s;
-        QTest::newRow("microphone, no folder") << u"MicRecorder"_s << u"no folder"_s << u"Failed to open "_s;
-    }
-
-    void failedStartLeavesNoFile()
-    {
-        QFETCH(QString, recorder);
-        QFETCH(QString, fault);
-        QFETCH(QString, error);
-        m_server->noOutput = fault == u"no output"_s;
-        for (auto &[which, source] : m_server->sources)
-            source.refuse = fault == u"refused"_s;
-        const QString path = fault == u"no folder"_s ? m_dir.filePath(u"gone/x.wav"_s) : m_path;
-        LogCapture log;
-        const std::optional<CaptureError> failure = make(recorder, path)->start();
-        QVERIFY(failure && describe(*failure).startsWith(error));
-        QVERIFY(!QFileInfo::exists(path));
+        QTEST(source->isPaused(), "paused");
+        const bool running = calls.startsWith(u"start"_s) && !calls.contains(u"stop"_s);
+        QCOMPARE(fake.live, running && !calls.contains(u"cancel"_s) ? 1 : 0);
+        if (!calls.startsWith(u"start"_s) || calls.contains(u"cancel"_s)) {
+            QVERIFY(!QFileInfo::exists(path));
+        } else {
+            const SoundFile file = SoundFile::read(path);
+            QCOMPARE(QList<long long>(
+                         { file.frames(), file.channels, file.rate, file.format & SF_FORMAT_SUBMASK }),
+                QList<long long>({ 2 * 4800 * calls.contains(u"deliver"_s), system ? 2 : 1, 48000,
+                    system ? SF_FORMAT_FLOAT : SF_FORMAT_PCM_16 }));
+        }
         QCOMPARE(log.lines(u"GlobalTap"_s).contains(u"Error reading data for default sink: No such entity"_s),
             m_server->noOutput);
     }

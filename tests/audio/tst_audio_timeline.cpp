@@ -60,10 +60,6 @@ private Q_SLOTS:
         QTest::newRow("a burst after a stall")
             << Events { steady, { blocksFrom, 1030, 2000, 1200, 0, 1500 }, { stopAt, 2000 } } << 100
             << Landings { { 40, -1 }, { 50, -1 }, { 51, 1375 } } << QStringList { gap(375, "1.000") };
-        QTest::newRow("a late block") << Events { steady, { blocksFrom, 1025, 0, 1200, 235 },
-            { blocksFrom, 1275, 2000 }, { stopAt, 2000 } }
-                                      << 0 << Landings { { 40, -1 }, { 41, 1250 } }
-                                      << QStringList { gap(134, "1.000"), gap(115, "1.135") };
         QTest::newRow("0.5 % fast") << Events { { blocksFrom, 25, 10000, 1206 }, { stopAt, 10000 } } << 20
                                     << Landings { { 0, 0 } } << QStringList();
         QTest::newRow("0.5 % slow") << Events { { blocksFrom, 25, 30000, 1194 }, { stopAt, 30000 } } << 0
@@ -73,10 +69,6 @@ private Q_SLOTS:
             { blocksFrom, 1025, 1500 }, { pauseAt, 1500 }, { resumeAt, 2000 }, { blocksFrom, 2025, 3000 },
             { stopAt, 3000 } } << 0 << Landings { { 20, 500 }, { 40, 1000 } }
                                     << QStringList();
-        QTest::newRow("three pauses in a row") << Events { { blocksFrom, 25, 500 }, { pauseAt, 500 },
-            { resumeAt, 600 }, { pauseAt, 610 }, { resumeAt, 700 }, { pauseAt, 710 }, { resumeAt, 1000 },
-            { blocksFrom, 1025, 1500 }, { stopAt, 1500 } }
-                                               << 0 << Landings { { 20, 500 } } << QStringList();
         QTest::newRow("a block in flight at the pause")
             << Events { { blocksFrom, 25, 500, 1200, 20 }, { pauseAt, 500 }, { resumeAt, 1000 },
                    { blocksFrom, 1025, 2000, 1200, 20 }, { stopAt, 2000 } }

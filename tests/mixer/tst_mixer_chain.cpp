@@ -72,8 +72,6 @@ private slots:
             qPrintable(QStringLiteral("file %1 s, recorded %2 s").arg(out.duration).arg(expected)));
         const auto left = std::span(out.left).subspan(24000, out.left.size() - 28800);
         const auto right = std::span(out.right).subspan(24000, out.right.size() - 28800);
-        QVERIFY(std::abs(dominantFrequency(left, 48000) - 440) <= 2);
-        QVERIFY(std::abs(dominantFrequency(right, 48000) - 1000) <= 2);
         const auto strongest = [](std::span<const float> channel, double tone, QList<double> absent) {
             return std::all_of(absent.begin(), absent.end(), [&](double other) {
                 return energyAt(channel, 48000, other) < energyAt(channel, 48000, tone) / 100;
