@@ -1,5 +1,6 @@
 #include "audio/AlertSound.h"
 #include "audio/DualRecorder.h"
+#include "audio/RecordingFiles.h"
 #include "support/LogCapture.h"
 #include "support/MixerAnalysis.h"
 #include "support/StandInSoundServer.h"
@@ -65,7 +66,8 @@ private slots:
     {
         const QString stamp = named("");
         QVERIFY(stamp.contains(u'.') && std::abs(stamp.toDouble() - QDateTime::currentSecsSinceEpoch()) < 5);
-        QVERIFY(!DualRecorder(m_dir->path(), *m_server, m_sound).systemAudioPath().contains(stamp));
+        const DualRecorder next(m_dir->path(), *m_server, m_sound);
+        QVERIFY(RecordingFiles::ofMixed(next.finalMixedPath()).stamp() != stamp);
     }
 
     // Each call where it is allowed, on both sources. start() starts the microphone, then
