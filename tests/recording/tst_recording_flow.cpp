@@ -123,18 +123,17 @@ private Q_SLOTS:
         row("paused", "link, mix empty, save, release", State::failed(empty), false, 1,
             "start pause stop cancel");
         // A file that stops taking audio stops the recording; "Send again" mixes what it holds.
-        const QString stopped = u" The recording stopped at 00:01; what was recorded can still be sent."_s;
-        row("recording", "tick, disk fails full, tick", State::failed(u"The disk is full."_s + stopped), true,
-            1.5, "start close");
-        row("recording", "tick, disk fails large, tick",
-            State::failed(u"The recording reached the largest file the disk allows."_s + stopped), true, 1.5,
-            "start close");
-        row("recording", "tick, disk fails io, tick",
-            State::failed(u"The disk could not be written."_s + stopped), true, 1.5, "start close");
-        row("recording", "tick, disk fails removed, tick",
-            State::failed(u"The recordings folder was removed. The recording stopped at 00:01 and could not "
-                          u"be kept."_s),
-            false, 1.5, "start close");
+        const auto diskFails = [&](const char *how, const QString &why, bool kept) {
+            const QString rest = kept
+                ? u" The recording stopped at 00:01; what was recorded can still be sent."_s
+                : u" The recording stopped at 00:01 and could not be kept."_s;
+            row("recording", qPrintable(u"tick, disk fails %1, tick"_s.arg(QLatin1String(how))),
+                State::failed(why + rest), kept, 1.5, "start close");
+        };
+        diskFails("full", u"The disk is full."_s, true);
+        diskFails("large", u"The recording reached the largest file the disk allows."_s, true);
+        diskFails("io", u"The disk could not be written."_s, true);
+        diskFails("removed", u"The recordings folder was removed."_s, false);
         row("recording", "tick, disk fails full, tick, retrySend", finishing, false, 1.5, "start close stop");
         // A failed mix keeps the recording, and "Send again" mixes again.
         const State mixFailed = State::failed(u"Sending failed: Could not start AVAssetWriter"_s);
@@ -246,31 +245,10 @@ private Q_SLOTS:
         QTRY_COMPARE(flow->displayedElapsed(), 0.0); // …the last update does
     }
 
-    // At most 30 changes a second while recording, none while paused; zero once saved.
-    void levelsFollowTheCapture()
-    {
-        StandIns bench;
-        auto flow = bench.makeFlow();
-        QSignalSpy changes(&flow->levels(), &LevelWatch::systemLevelChanged);
-        flow->record();
-        for (int step = 0; step < 100; ++step) {
-            bench.last().levels = { step % 8 < 4 ? 0.5f : 0.25f, 0.125f }; // a new level every read
-            bench.clock->advance(10ms);
-        }
-        QVERIFY2(
-            changes.count() >= 20 && changes.count() <= 30, qPrintable(QString::number(changes.count())));
-        QCOMPARE(flow->levels().systemLevel(), 0.5); // each source on its own meter, the latest read
-        QCOMPARE(flow->levels().microphoneLevel(), 0.125);
-        flow->pause();
-        changes.clear();
-        bench.last().levels = { 0.75f, 0.75f };
-        bench.clock->advance(1s);
-        QCOMPARE(changes.count(), 0);
-        flow->save();
-        QCOMPARE(flow->levels().systemLevel() + flow->levels().microphoneLevel(), 0.0);
-    }
-
-    void silenceHint_data()
+    // Each meter shows its own source's latest read, at most 30 times a second; paused,
+    // the meters stay; saved, both fall to 0. The hint names a source silent for 30 s of
+    // recording (a paused minute does not count) while the other is heard, until it is.
+    void levelsAndSilenceHint_data()
     {
         QTest::addColumn<float>("system");
         QTest::addColumn<float>("microphone");
@@ -284,28 +262,40 @@ private Q_SLOTS:
         QTest::newRow("both silent: a quiet moment") << 0.0f << 0.0f << 60 << QString();
         QTest::newRow("faint is heard") << 0.0001f << 0.3f << 60 << QString();
     }
-    void silenceHint()
+    void levelsAndSilenceHint()
     {
         QFETCH(float, system);
         QFETCH(float, microphone);
         QFETCH(int, seconds);
         StandIns bench;
         auto flow = bench.makeFlow();
+        const LevelWatch &levels = flow->levels();
+        const auto shown = [&] { return QList<double> { levels.systemLevel(), levels.microphoneLevel() }; };
+        QSignalSpy changes(&levels, &LevelWatch::systemLevelChanged);
         flow->record();
-        bench.last().levels = { system, microphone };
-        const auto run = [&](std::chrono::milliseconds span) {
+        for (int step = 1; step <= 100; ++step) { // a new level every 10 ms, for a second
+            bench.last().levels = { step / 100.0f, 0.5f };
+            bench.clock->advance(10ms);
+        }
+        QVERIFY2(
+            changes.count() >= 20 && changes.count() <= 30, qPrintable(QString::number(changes.count())));
+        const auto run = [&](std::chrono::milliseconds span, RecordingCapture::Levels read) {
+            bench.last().levels = read;
             for (auto done = 0ms; done < span; done += LevelWatch::interval)
                 bench.clock->advance(LevelWatch::interval);
         };
-        run(std::chrono::seconds(seconds / 2));
+        run(std::chrono::seconds(seconds / 2), { system, microphone });
+        QCOMPARE(shown(), (QList<double> { system, microphone }));
         flow->pause();
-        run(60s);
+        run(60s, { 0.75f, 0.75f });
+        QCOMPARE(shown(), (QList<double> { system, microphone }));
         flow->resume();
-        run(std::chrono::seconds(seconds - seconds / 2));
-        QTEST(flow->levels().silenceHint(), "hint");
-        bench.last().levels = { 0.1f, 0.1f }; // sound again
-        run(LevelWatch::interval);
-        QCOMPARE(flow->levels().silenceHint(), QString());
+        run(std::chrono::seconds(seconds - seconds / 2), { system, microphone });
+        QTEST(levels.silenceHint(), "hint");
+        run(LevelWatch::interval, { 0.1f, 0.1f });
+        QCOMPARE(levels.silenceHint(), QString());
+        flow->save();
+        QCOMPARE(shown(), (QList<double> { 0, 0 }));
     }
 
     void systemAudioPollIsBounded()
