@@ -20,6 +20,7 @@
 #include <QTest>
 
 using Kind = PillButtonStyle::Kind;
+using namespace Qt::StringLiterals;
 
 class TestBlocks : public QObject
 {
@@ -66,19 +67,16 @@ private slots:
     // cannot paint nested opacity effects), and one without animation (snapshots).
     void crossFadeEndState_data()
     {
-        QTest::addColumn<bool>("animated");
-        QTest::addColumn<bool>("twice");
-        QTest::addColumn<bool>("nested");
-        QTest::newRow("one change") << true << false << false;
-        QTest::newRow("a change during a fade") << true << true << false;
-        QTest::newRow("inside a fading page") << true << false << true;
-        QTest::newRow("not animated") << false << false << false;
+        QTest::addColumn<QString>("change");
+        for (const char *change :
+            { "one change", "a change during a fade", "inside a fading page", "not animated" })
+            QTest::newRow(change) << QString::fromLatin1(change);
     }
     void crossFadeEndState()
     {
-        QFETCH(bool, animated);
-        QFETCH(bool, twice);
-        QFETCH(bool, nested);
+        QFETCH(QString, change);
+        const bool animated = change != u"not animated"_s, twice = change.contains(u"during"_s),
+                   nested = change.contains(u"inside"_s);
         FadingStack outer;
         if (nested)
             outer.addPage(new QLabel(QStringLiteral("before")));
