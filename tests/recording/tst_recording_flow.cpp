@@ -193,16 +193,17 @@ private Q_SLOTS:
         QTest::addColumn<State>("state");
         QTest::addColumn<Permission>("microphone");
         QTest::addColumn<Permission>("systemAudio");
-        QTest::addColumn<QString>("choices"); // isLive, showsPermissions, systemAudioStepEnabled
+        QTest::addColumn<QList<bool>>("choices"); // isLive, showsPermissions, systemAudioStepEnabled
         const Permission unknown = Permission::unknown, denied = Permission::denied,
                          granted = Permission::granted;
-        QTest::newRow("idle, none yet") << State::idle() << unknown << unknown << u"-, permissions, -"_s;
+        QTest::newRow("idle, none yet")
+            << State::idle() << unknown << unknown << QList { false, true, false };
         QTest::newRow("sent, system audio first")
-            << State::sent() << unknown << granted << u"-, permissions, step 2"_s;
+            << State::sent() << unknown << granted << QList { false, true, true };
         QTest::newRow("recording, one revoked")
-            << State::recording() << denied << granted << u"live, -, step 2"_s;
+            << State::recording() << denied << granted << QList { true, false, true };
         QTest::newRow("failed, one missing")
-            << State::failed(notLinked) << granted << denied << u"-, permissions, step 2"_s;
+            << State::failed(notLinked) << granted << denied << QList { false, true, true };
     }
     void screenChoices()
     {
@@ -210,11 +211,8 @@ private Q_SLOTS:
         QFETCH(Permission, microphone);
         QFETCH(Permission, systemAudio);
         const auto flow = RecorderFlow::preview(state, 0, microphone, systemAudio);
-        const auto yes = [](bool value, const QString &name) { return value ? name : u"-"_s; };
-        QTEST(QStringList({ yes(flow->isLive(), u"live"_s), yes(flow->showsPermissions(), u"permissions"_s),
-                              yes(flow->systemAudioStepEnabled(), u"step 2"_s) })
-                  .join(u", "_s),
-            "choices");
+        QTEST(
+            (QList { flow->isLive(), flow->showsPermissions(), flow->systemAudioStepEnabled() }), "choices");
     }
 
     void tickerShowsRecordedTimeAndMakesALastUpdate()
