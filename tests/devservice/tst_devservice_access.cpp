@@ -55,8 +55,7 @@ private slots:
         // Plain HTTP, which follows no redirect and keeps no cookie by itself, as the page's first hop needs.
         httplib::Client browser(m_dev.baseUrl().host().toStdString(), m_dev.baseUrl().port());
         const auto signIn = browser.Get("/?token=" + m_dev.adminToken().toStdString());
-        QVERIFY(signIn);
-        QCOMPARE(signIn->status, 303);
+        QCOMPARE(signIn ? signIn->status : 0, 303);
         QCOMPARE(signIn->get_header_value("Location"), std::string("/"));
         const std::string cookie = signIn->get_header_value("Set-Cookie");
         QVERIFY2(cookie.ends_with("; Path=/; HttpOnly; SameSite=Strict"), cookie.c_str());
@@ -71,8 +70,7 @@ private slots:
         m_dev.send("POST", QStringLiteral("/api/collections/notes/records"), note,
             { { "Authorization", account.token } });
         const auto page = browser.Get("/", signedIn);
-        QVERIFY(page);
-        const QString html = QString::fromStdString(page->body);
+        const QString html = QString::fromStdString(page ? page->body : std::string());
         QCOMPARE(html.count(QStringLiteral("<form method=\"post\" action=\"/admin/pairings/confirm\">")), 2);
         QVERIFY(html.contains(QStringLiteral("name=\"userCode\" value=\"%1\"").arg(userCode)));
         QVERIFY(html.contains(
@@ -82,8 +80,7 @@ private slots:
         const std::string form = "userCode=" + userCode.toStdString() + "&anonymous=1";
         const auto confirm
             = browser.Post("/admin/pairings/confirm", signedIn, form, "application/x-www-form-urlencoded");
-        QVERIFY(confirm);
-        QCOMPARE(confirm->get_header_value("Location"), std::string("/?result=linked"));
+        QCOMPARE(confirm ? confirm->get_header_value("Location") : std::string(), "/?result=linked");
         QCOMPARE(m_dev.pairings().first()[QLatin1String("state")].toString(), QStringLiteral("confirmed"));
     }
 };

@@ -7,8 +7,6 @@
 #include <QTemporaryDir>
 #include <QTest>
 
-#include <csignal>
-
 class TestProcess : public QObject
 {
     Q_OBJECT
@@ -26,7 +24,7 @@ class TestProcess : public QObject
     }
     static int stop(QProcess &process)
     {
-        ::kill(static_cast<pid_t>(process.processId()), SIGTERM);
+        process.terminate(); // SIGTERM
         return process.waitForFinished(5000) && process.exitStatus() == QProcess::NormalExit
             ? process.exitCode()
             : -1;

@@ -14,8 +14,7 @@ using namespace RecordingTest;
 
 namespace {
 const QString target = u"/upload-recording-url"_s, uploads = u"/uploads/*"_s,
-              notes = u"/api/collections/notes/records"_s;
-const QString refreshes = u"/sessions/"_s;
+              notes = u"/api/collections/notes/records"_s, refreshes = u"/sessions/"_s;
 } // namespace
 
 class TestRecordingSend : public QObject
@@ -83,8 +82,8 @@ private Q_SLOTS:
                 State::saving(u"Uploading…"_s), State::saving(u"Creating the note…"_s), State::sent() }));
         const QJsonObject note = m_dev.notes().first().toObject();
         const QJsonObject body = note[u"body"_s].toObject();
-        const QString accountId = m_dev.sessions().first()[u"accountId"_s].toString();
-        QCOMPARE(body[anonymous ? u"anonUser"_s : u"user"_s].toString(), accountId);
+        QCOMPARE(body[anonymous ? u"anonUser"_s : u"user"_s].toString(),
+            m_dev.sessions().first()[u"accountId"_s].toString());
         QTEST(body[u"duration"_s].toInt(), "duration");
         QCOMPARE(body[u"startedAt"_s].toString(), u"2026-03-04T10:11:12.345Z"_s);
         QCOMPARE(m_dev.download(note[u"recordingKey"_s].toString()), someMix);
@@ -152,8 +151,7 @@ private Q_SLOTS:
         QVERIFY(m_flow->canRetrySend());
         m_flow.reset();
         QFile older(m_bench->folder() + u"/1700000000_mixed.m4a"_s);
-        QVERIFY(older.open(QIODevice::WriteOnly) && older.write(someMix) > 0);
-        older.close();
+        QVERIFY(older.open(QIODevice::WriteOnly) && older.write(someMix) > 0 && older.flush());
         m_flow = m_bench->makeFlow(m_dev.baseUrl());
         m_flow->offerUnsent();
         QVERIFY(m_flow->canRetrySend() && m_flow->state().text().endsWith(u"(1 min) was not sent."_s));
