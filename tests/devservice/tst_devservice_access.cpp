@@ -20,12 +20,13 @@ private slots:
     void initTestCase() { QVERIFY2(m_dev.available(), "run under scripts/fixtures/with-devservice"); }
     void init() { m_dev.reset(); }
 
-    void storedPrivatelyAndServedBack()
+    // Larger than the writer's buffer, so the streamed path runs end to end.
+    void storedPrivatelyServedBackAndLoggedWithoutSecrets()
     {
-        // Larger than the writer's buffer, so the streamed path runs end to end.
         QByteArray bytes(9 * 1024 * 1024 + 17, Qt::Uninitialized);
         QRandomGenerator(7).fillRange(reinterpret_cast<quint32 *>(bytes.data()), bytes.size() / 4);
-        const QString key = m_dev.upload(m_dev.newAccount(false), bytes);
+        const DevService::Account account = m_dev.newAccount(false);
+        const QString key = m_dev.upload(account, bytes);
         QVERIFY(m_dev.download(key) == bytes);
         // A browser's <audio> element seeks with Range requests.
         const auto range
@@ -35,6 +36,18 @@ private slots:
         const QString data = qEnvironmentVariable("SELVARO_TEST_SERVICE_DATA") + QLatin1Char('/');
         for (const QString &file : { QStringLiteral("uploads/") + key, QStringLiteral("state.json") })
             QVERIFY2(DevService::ownerOnly(data + file), qPrintable(file));
+        const QJsonArray requests = m_dev.requests();
+        // The target, the PUT and the file twice (with the admin token); no admin call.
+        QCOMPARE(requests.size(), 4);
+        const QJsonObject target = requests.first().toObject();
+        QCOMPARE(target[QLatin1String("path")].toString(), QStringLiteral("/upload-recording-url"));
+        QCOMPARE(target[QLatin1String("query")].toString(), QStringLiteral("ext=m4a"));
+        QCOMPARE(target[QLatin1String("headers")][QLatin1String("authorization")].toString(),
+            DevService::redacted(account.token));
+        QCOMPARE(requests.at(1)[QLatin1String("bodySize")].toInteger(), bytes.size());
+        const QByteArray log = m_dev.send("GET", QStringLiteral("/admin/requests")).body;
+        QVERIFY(!log.contains(account.token));
+        QVERIFY(!log.contains(m_dev.adminToken()));
     }
 
     void thePhonePageSignsInAndLinks()
@@ -42,8 +55,7 @@ private slots:
         // Plain HTTP, which follows no redirect and keeps no cookie by itself, as the page's first hop needs.
         httplib::Client browser(m_dev.baseUrl().host().toStdString(), m_dev.baseUrl().port());
         const auto signIn = browser.Get("/?token=" + m_dev.adminToken().toStdString());
-        QVERIFY(signIn);
-        QCOMPARE(signIn->status, 303);
+        QCOMPARE(signIn ? signIn->status : 0, 303);
         QCOMPARE(signIn->get_header_value("Location"), std::string("/"));
         const std::string cookie = signIn->get_header_value("Set-Cookie");
         QVERIFY2(cookie.ends_with("; Path=/; HttpOnly; SameSite=Strict"), cookie.c_str());
@@ -58,8 +70,7 @@ private slots:
         m_dev.send("POST", QStringLiteral("/api/collections/notes/records"), note,
             { { "Authorization", account.token } });
         const auto page = browser.Get("/", signedIn);
-        QVERIFY(page);
-        const QString html = QString::fromStdString(page->body);
+        const QString html = QString::fromStdString(page ? page->body : std::string());
         QCOMPARE(html.count(QStringLiteral("<form method=\"post\" action=\"/admin/pairings/confirm\">")), 2);
         QVERIFY(html.contains(QStringLiteral("name=\"userCode\" value=\"%1\"").arg(userCode)));
         QVERIFY(html.contains(
@@ -69,28 +80,8 @@ private slots:
         const std::string form = "userCode=" + userCode.toStdString() + "&anonymous=1";
         const auto confirm
             = browser.Post("/admin/pairings/confirm", signedIn, form, "application/x-www-form-urlencoded");
-        QVERIFY(confirm);
-        QCOMPARE(confirm->get_header_value("Location"), std::string("/?result=linked"));
+        QCOMPARE(confirm ? confirm->get_header_value("Location") : std::string(), "/?result=linked");
         QCOMPARE(m_dev.pairings().first()[QLatin1String("state")].toString(), QStringLiteral("confirmed"));
-    }
-
-    void theRequestLogKeepsNoSecrets()
-    {
-        const DevService::Account account = m_dev.newAccount(false);
-        const QString key = m_dev.upload(account, "audio");
-        QCOMPARE(m_dev.download(key), QByteArray("audio"));
-        const QJsonArray requests = m_dev.requests();
-        // The target, the PUT and the file (with the admin token); no admin call.
-        QCOMPARE(requests.size(), 3);
-        const QJsonObject target = requests.first().toObject();
-        QCOMPARE(target[QLatin1String("path")].toString(), QStringLiteral("/upload-recording-url"));
-        QCOMPARE(target[QLatin1String("query")].toString(), QStringLiteral("ext=m4a"));
-        QCOMPARE(target[QLatin1String("headers")][QLatin1String("authorization")].toString(),
-            DevService::redacted(account.token));
-        QCOMPARE(requests.at(1)[QLatin1String("bodySize")].toInteger(), 5);
-        const QByteArray log = m_dev.send("GET", QStringLiteral("/admin/requests")).body;
-        QVERIFY(!log.contains(account.token));
-        QVERIFY(!log.contains(m_dev.adminToken()));
     }
 };
 

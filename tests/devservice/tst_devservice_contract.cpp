@@ -160,7 +160,6 @@ private slots:
         row("note, no fraction", "POST /api/collections/notes/records\nAuthorization: @ownToken", R"({@note,"startedAt":"2025-03-04T10:11:12Z","user":"@user"})", 400, "invalid_startedAt");
         row("note, another's user", "POST /api/collections/notes/records\nAuthorization: @ownToken", R"({@note,"user":"@anonUser"})", 400, "user_mismatch");
         row("note, another's recording", "POST /api/collections/notes/records\nAuthorization: @anonToken", R"({@note,"anonUser":"@anonUser"})", 400, "unknown_recording");
-        row("unknown path", "GET /nowhere", {}, 404, "not_found");
         row("fault, status and body", "POST /pair", device, 503, "maintenance", "/admin/faults {\"path\":\"/pair\",\"status\":503,\"body\":\"{\\\"error\\\":\\\"maintenance\\\"}\"}");
         row("fault, prefix and method", "POST /sessions/@session/refresh\nAuthorization: @ownToken", device, 500, "", "/admin/faults {\"path\":\"/sessions/*\",\"method\":\"post\",\"status\":500}");
         row("fault, other method", "GET /upload-recording-url?ext=m4a\nAuthorization: @ownToken", {}, 200, "url,key", R"(/admin/faults {"path":"/upload-recording-url","method":"POST","status":418})");

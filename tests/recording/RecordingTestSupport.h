@@ -15,8 +15,6 @@
 #include <QNetworkAccessManager>
 #include <QTemporaryDir>
 
-#include <coroutine>
-
 namespace RecordingTest {
 
 using namespace std::chrono_literals;
@@ -57,7 +55,7 @@ public:
     {
         calls << u"stop"_s;
         if (holdStop)
-            co_await Held { this };
+            co_await m_hold.sleep(1ms);
         m_mixFailure = std::exchange(mixError, std::nullopt);
         QFile file(mixedPath);
         if (!m_mixFailure && !mix.isNull() && file.open(QIODevice::WriteOnly))
@@ -68,40 +66,26 @@ public:
     [[nodiscard]] std::optional<WriteFailure> writeFailure() const override { return failure; }
     [[nodiscard]] std::optional<QString> mixFailure() const override { return m_mixFailure; }
     [[nodiscard]] Levels takeLevels() override { return levels; }
-    void release()
-    {
-        if (const auto held = std::exchange(m_held, {}))
-            held.resume();
-    }
+    void release() { m_hold.advance(1ms); }
 
 private:
-    struct Held
-    {
-        StandInCapture *capture;
-        bool await_ready() const noexcept { return false; }
-        void await_suspend(std::coroutine_handle<> handle) { capture->m_held = handle; }
-        void await_resume() const noexcept { }
-    };
-    std::coroutine_handle<> m_held;
+    ManualClock m_hold; // what a held stop() sleeps on until release()
     std::optional<QString> m_mixFailure;
 };
 
 // Keeps the computer awake in name only: `held` tells whether it is.
-class StandInInhibitor final : public SleepInhibitor
+struct StandInInhibitor final : SleepInhibitor
 {
-public:
     explicit StandInInhibitor(bool &held)
-        : m_held(held)
+        : held(held)
     { }
-    void hold(const QString &) override { m_held = true; }
-    void release() override { m_held = false; }
-
-private:
-    bool &m_held;
+    void hold(const QString &) override { held = true; }
+    void release() override { held = false; }
+    bool &held;
 };
 
-// What a flow under test stands on. The captures it made are in `made`; `startError`,
-// `holdStop` and `mix` go to the next ones. Build the flow after the bench.
+// What a flow under test stands on. The captures it made are in `made`; `startError`
+// and `holdStop` go to the next ones. Build the flow after the bench.
 struct StandIns
 {
     explicit StandIns(SessionStore::Load load = SessionStore::Load::nothing)
@@ -116,7 +100,6 @@ struct StandIns
     QList<std::shared_ptr<StandInCapture>> made;
     std::optional<QString> startError;
     bool holdStop = false;
-    QByteArray mix = someMix;
     bool awake = false;
     std::optional<qint64> freeSpace; // unknown: never refuses
 
@@ -134,8 +117,7 @@ struct StandIns
         platform.makeCapture = [this](const QString &in) -> std::shared_ptr<RecordingCapture> {
             auto capture = std::make_shared<StandInCapture>();
             capture->mixedPath = u"%1/%2_mixed.m4a"_s.arg(in).arg(1000 + made.size());
-            std::tie(capture->startError, capture->holdStop, capture->mix)
-                = std::tie(startError, holdStop, mix);
+            std::tie(capture->startError, capture->holdStop) = std::tie(startError, holdStop);
             return made.emplace_back(capture);
         };
         platform.microphone = std::make_unique<MicrophonePermission>(*server);

@@ -63,18 +63,18 @@ struct Screen
         return (dimmed ? u"dimmed "_s : QString()) + shown.join(u", "_s);
     }
     void click(const char *name) const { QTest::mouseClick(child(view, name), Qt::LeftButton); }
-    PermissionRow *row(int number) const
+    PermissionRow *row(const char *name) const { return child<PermissionRow>(view, name); }
+    // Each step as "Allow", "Settings", "none" or "done" (a checked badge); " dimmed" while closed.
+    QString steps() const
     {
-        return child<PermissionRow>(view, number == 1 ? "microphoneRow" : "systemAudioRow");
-    }
-    // "Allow", "Settings", "none" or "done" (a checked badge); " dimmed" while the step is closed.
-    QString step(int number) const
-    {
-        const PermissionRow *shown = row(number);
-        QString action = shown->badge()->isDone() ? u"done"_s : u"none"_s;
-        for (PillButton *button : { shown->allowButton(), shown->settingsButton() })
-            action = button->isVisibleTo(shown) ? button->text() : action;
-        return action + (shown->opacity() < 1 ? u" dimmed"_s : QString());
+        QStringList steps;
+        for (const PermissionRow *shown : { row("microphoneRow"), row("systemAudioRow") }) {
+            QString action = shown->badge()->isDone() ? u"done"_s : u"none"_s;
+            for (PillButton *button : { shown->allowButton(), shown->settingsButton() })
+                action = button->isVisibleTo(shown) ? button->text() : action;
+            steps << action + (shown->opacity() < 1 ? u" dimmed"_s : QString());
+        }
+        return steps.join(u" | "_s);
     }
 
     std::unique_ptr<RecorderFlow> flow;
@@ -138,12 +138,21 @@ private Q_SLOTS:
         QCOMPARE(outside(screen.view), QStringList());
     }
 
+    // The permission steps, then every control, on a real flow whose sends go nowhere and
+    // fail, keeping the recording.
     void controlsDriveTheFlow()
     {
         StandIns bench;
-        bench.server->microphone = bench.server->systemAudio = Permission::granted;
-        bench.link(); // sends go nowhere and fail, keeping the recording
+        bench.link();
         Screen screen(bench.makeFlow());
+        QTRY_COMPARE(bench.server->probes, 2);
+        QCOMPARE(screen.steps(), u"Allow | none dimmed"_s);
+        QCOMPARE(child(screen.view, "permissionsBox")->width(), 320); // as much as it may take
+        bench.server->microphone = Permission::granted;
+        QTest::mouseClick(screen.row("microphoneRow")->allowButton(), Qt::LeftButton);
+        QTRY_COMPARE(screen.steps(), u"done | Allow"_s);
+        bench.server->systemAudio = Permission::granted;
+        QTest::mouseClick(screen.row("systemAudioRow")->allowButton(), Qt::LeftButton);
         QTRY_VERIFY(screen.shows("recordButton"));
         // Whoever follows the state sees "Send again" as the state has it.
         QList<bool> sendAgainOnFailure;
@@ -170,35 +179,16 @@ private Q_SLOTS:
         QTRY_VERIFY(screen.flow->state().is(State::Kind::failed));
         screen.click("sendAgainButton");
         QCOMPARE(screen.flow->state(), State::saving(u"Uploading…"_s));
-        QCOMPARE(sendAgainOnFailure, QList<bool> { true });
-    }
-
-    void permissionStepsCallTheFlow()
-    {
-        StandIns bench;
-        Screen screen(bench.makeFlow());
-        QTRY_COMPARE(bench.server->probes, 2);
-        QCOMPARE(screen.step(1) + u" | "_s + screen.step(2), u"Allow | none dimmed"_s);
-        QCOMPARE(child(screen.view, "permissionsBox")->width(), 320); // as much as it may take
-        bench.server->microphone = Permission::granted;
-        QTest::mouseClick(screen.row(1)->allowButton(), Qt::LeftButton);
-        QTRY_COMPARE(screen.step(1) + u" | "_s + screen.step(2), u"done | Allow"_s);
-        bench.server->systemAudio = Permission::granted;
-        QTest::mouseClick(screen.row(2)->allowButton(), Qt::LeftButton);
-        QTRY_VERIFY(screen.shows("recordButton"));
+        QTRY_COMPARE(sendAgainOnFailure, (QList<bool> { true, true }));
 
         bench.server->microphone = bench.server->systemAudio = Permission::denied;
         screen.flow->permissions().probe();
-        QTRY_COMPARE(screen.step(1) + u" | "_s + screen.step(2), u"Settings | Settings dimmed"_s);
+        QTRY_COMPARE(screen.steps(), u"Settings | Settings dimmed"_s);
         // A closed step can still be mended.
-        QTest::mouseClick(screen.row(1)->settingsButton(), Qt::LeftButton);
-        QTest::mouseClick(screen.row(2)->settingsButton(), Qt::LeftButton);
+        QTest::mouseClick(screen.row("microphoneRow")->settingsButton(), Qt::LeftButton);
+        QTest::mouseClick(screen.row("systemAudioRow")->settingsButton(), Qt::LeftButton);
         QCOMPARE(screen.panes, (QList<Pane> { Pane::microphone, Pane::systemAudio }));
-    }
 
-    void unlinkAsksFirstAndClosesWithTheScreen()
-    {
-        Screen screen(RecorderFlow::preview(State::paused(), 83, Permission::granted, Permission::granted));
         QSignalSpy unlinks(screen.view, &RecorderView::unlinkRequested);
         screen.click("unlinkButton");
         QPointer<QMessageBox> confirmation = screen.view->unlinkConfirmation();
@@ -207,7 +197,6 @@ private Q_SLOTS:
         QTest::keyClick(confirmation, Qt::Key_Return);
         QTRY_VERIFY(!confirmation);
         QCOMPARE(unlinks.count(), 0);
-
         // The session forgotten while it is open: the screen goes, and the question with it.
         screen.click("unlinkButton");
         confirmation = screen.view->unlinkConfirmation();

@@ -20,7 +20,7 @@
 #include <QTest>
 
 using Kind = PillButtonStyle::Kind;
-using Size = PillButtonStyle::Size;
+using namespace Qt::StringLiterals;
 
 class TestBlocks : public QObject
 {
@@ -28,14 +28,15 @@ class TestBlocks : public QObject
 private slots:
     // Tab goes from button to button with a focus ring, Space, Return and Enter
     // activate, a click focuses without the ring, and each has the button role.
-    void keyboardAndName()
+    // Pressed, a capsule eases to 0.7 opacity and 0.98 scale, and back on release.
+    void keyboardNameAndPress()
     {
         QWidget row;
         auto *layout = new QHBoxLayout(&row);
+        auto *save = new PillButton(QStringLiteral("Save"), { Kind::primary });
         const QList<FocusableButton *> buttons { new PillButton(
                                                      QStringLiteral("Discard"), { Kind::destructive }),
-            new TextButton(QStringLiteral("Unlink")),
-            new PillButton(QStringLiteral("Save"), { Kind::primary }) };
+            new TextButton(QStringLiteral("Unlink")), save };
         for (FocusableButton *button : buttons)
             layout->addWidget(button);
         row.show();
@@ -55,39 +56,27 @@ private slots:
         }
         QTest::mouseClick(buttons[1], Qt::LeftButton);
         QVERIFY(buttons[1]->hasFocus() && !buttons[1]->showsFocusRing());
-    }
-
-    // Pressed, the capsule eases to 0.7 opacity and 0.98 scale, and back on release.
-    void pressedFeedback()
-    {
-        PillButton button(QStringLiteral("Pause"), { Kind::secondary, Size::regular, true });
-        button.resize(120, button.sizeHint().height());
-        button.show();
-        QVERIFY(QTest::qWaitForWindowExposed(&button));
-        QTest::mousePress(&button, Qt::LeftButton, {}, button.rect().center());
-        QVERIFY(button.currentOpacity() > 0.7);
-        QTRY_VERIFY(button.currentOpacity() == 0.7 && button.currentScale() == 0.98);
-        QTest::mouseRelease(&button, Qt::LeftButton, {}, button.rect().center());
-        QTRY_VERIFY(button.currentOpacity() == 1.0 && button.currentScale() == 1.0);
+        QTest::mousePress(save, Qt::LeftButton, {}, save->rect().center());
+        QVERIFY(save->currentOpacity() > 0.7);
+        QTRY_VERIFY(save->currentOpacity() == 0.7 && save->currentScale() == 0.98);
+        QTest::mouseRelease(save, Qt::LeftButton, {}, save->rect().center());
+        QTRY_VERIFY(save->currentOpacity() == 1.0 && save->currentScale() == 1.0);
     }
 
     // One change, two in a row, one inside a page that is itself fading in (Qt
     // cannot paint nested opacity effects), and one without animation (snapshots).
     void crossFadeEndState_data()
     {
-        QTest::addColumn<bool>("animated");
-        QTest::addColumn<bool>("twice");
-        QTest::addColumn<bool>("nested");
-        QTest::newRow("one change") << true << false << false;
-        QTest::newRow("a change during a fade") << true << true << false;
-        QTest::newRow("inside a fading page") << true << false << true;
-        QTest::newRow("not animated") << false << false << false;
+        QTest::addColumn<QString>("change");
+        for (const char *change :
+            { "one change", "a change during a fade", "inside a fading page", "not animated" })
+            QTest::newRow(change) << QString::fromLatin1(change);
     }
     void crossFadeEndState()
     {
-        QFETCH(bool, animated);
-        QFETCH(bool, twice);
-        QFETCH(bool, nested);
+        QFETCH(QString, change);
+        const bool animated = change != u"not animated"_s, twice = change.contains(u"during"_s),
+                   nested = change.contains(u"inside"_s);
         FadingStack outer;
         if (nested)
             outer.addPage(new QLabel(QStringLiteral("before")));

@@ -39,8 +39,7 @@ private slots:
     void shownText()
     {
         QFETCH(QString, shown);
-        QFETCH(QString, expected);
-        QCOMPARE(shown, expected);
+        QTEST(shown, "expected");
     }
 
     void balancedLines_data()
