@@ -2,7 +2,6 @@
 // (QtKeychain asks KWallet there, not the Secret Service on the bus). Nothing crashes or
 // blocks, and the session is never kept anywhere else: this is where QtKeychain would
 // fall back to a plaintext settings file if it were allowed to.
-#include "account/Keychain.h"
 #include "account/PairingFlow.h"
 #include "account/SessionStore.h"
 #include "support/DevService.h"

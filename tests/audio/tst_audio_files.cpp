@@ -1,6 +1,7 @@
 #include "audio/AudioFileWriter.h"
 #include "audio/RecordingsFolder.h"
 #include "common/Logging.h"
+#include "support/FileMode.h"
 #include "support/LogCapture.h"
 #include "support/SoundFile.h"
 
@@ -12,19 +13,9 @@
 
 #include <csignal>
 #include <sys/resource.h>
-#include <sys/stat.h>
 #include <sys/statvfs.h>
 
-namespace {
-
-mode_t modeOf(const QString &path)
-{
-    struct stat info = {};
-    ::lstat(QFile::encodeName(path).constData(), &info);
-    return info.st_mode & 0777;
-}
-
-} // namespace
+namespace { } // namespace
 
 // What the recordings folder holds on disk: private folders and files, and WAVs that
 // stay readable whatever happens to the process or the disk.

@@ -2,6 +2,7 @@
 // options, a busy port, SIGTERM, and what --data keeps across a restart.
 
 #include "support/DevService.h"
+#include "support/FileMode.h"
 
 #include <QProcess>
 #include <QTemporaryDir>
@@ -44,7 +45,7 @@ private slots:
             + QStringLiteral("/selvaro-devservice-%1.admin-token").arg(dev.baseUrl().port()));
         QVERIFY(file.open(QIODevice::ReadOnly));
         QCOMPARE(file.readAll(), dev.adminToken() + '\n');
-        QVERIFY(DevService::ownerOnly(file.fileName()));
+        QVERIFY(modeOf(file.fileName()) == 0600);
         QCOMPARE(dev.adminToken().size(), 64);
         dev.setConfig({ { QStringLiteral("interval"), 9 } });
         dev.reset(); // back to the command line's values, not the built-in ones

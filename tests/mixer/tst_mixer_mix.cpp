@@ -3,6 +3,7 @@
 #include "audio/DualRecorderError.h"
 #include "audio/LiveMixer.h"
 #include "common/Logging.h"
+#include "support/FileMode.h"
 #include "support/LogCapture.h"
 #include "support/MixerAnalysis.h"
 #include "support/ToneAnalysis.h"
@@ -90,13 +91,6 @@ std::span<const float> seconds(const std::vector<float> &samples, double from, d
     const auto first = std::min(samples.size(), static_cast<size_t>(from * rate));
     const auto last = std::clamp(static_cast<size_t>(to * rate), first, samples.size());
     return std::span(samples).subspan(first, last - first);
-}
-
-bool isPrivate(const QString &path)
-{
-    return (QFileInfo(path).permissions()
-               & ~(QFile::ReadOwner | QFile::WriteOwner | QFile::ReadUser | QFile::WriteUser))
-        == QFileDevice::Permissions();
 }
 
 } // namespace
@@ -245,8 +239,8 @@ private slots:
         QCOMPARE(live.error + batch.error, QString());
         QCOMPARE(log.lines(u"AudioMixer"_s).filter(u"Live mixing stopped"_s).size(),
             event == u"remove the output"_s ? 1 : 0); // else not the other mix run instead
-        QVERIFY(live.onAwaitingThread && batch.onAwaitingThread && isPrivate(liveOutput)
-            && isPrivate(m_files.output));
+        QVERIFY(live.onAwaitingThread && batch.onAwaitingThread && modeOf(liveOutput) == 0600
+            && modeOf(m_files.output) == 0600);
         const QByteArray bytes = contents(liveOutput);
         QVERIFY(bytes == contents(m_files.output));
         QVERIFY(bytes.mid(8, 4) == "M4A " && bytes.indexOf("moov") < bytes.indexOf("mdat"));
@@ -346,7 +340,7 @@ private slots:
         QCOMPARE(run.error, error);
         QVERIFY2(run.transcript.endsWith(transcriptEnd), qPrintable(run.transcript));
         QCOMPARE(QFileInfo::exists(m_files.output) ? QFileInfo(m_files.output).size() : -1, outputSize);
-        QVERIFY(outputSize < 0 || isPrivate(m_files.output));
+        QVERIFY(outputSize < 0 || modeOf(m_files.output) == 0600);
     }
 };
 

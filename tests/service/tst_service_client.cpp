@@ -173,8 +173,7 @@ private slots:
     {
         QFETCH(Decoder, decode);
         QFETCH(QByteArray, body);
-        QFETCH(bool, decodes);
-        QCOMPARE(decode(body), decodes);
+        QTEST(decode(body), "decodes");
     }
 
     // The texts as they come: what goes in, what comes out.

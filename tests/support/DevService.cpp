@@ -10,8 +10,6 @@
 #include <QNetworkRequest>
 #include <QTimer>
 
-#include <sys/stat.h>
-
 DevService::DevService()
     : DevService(
         QUrl(qEnvironmentVariable("SELVARO_TEST_SERVICE_URL")), qgetenv("SELVARO_TEST_SERVICE_ADMIN_TOKEN"))
@@ -89,10 +87,4 @@ QString DevService::upload(const Account &account, const QByteArray &bytes)
 QJsonObject DevService::startPairing()
 {
     return send("POST", QStringLiteral("/pair"), "{\"device\":{" + deviceMembers + "}}").json();
-}
-
-bool DevService::ownerOnly(const QString &path)
-{
-    struct stat status = {};
-    return ::stat(QFile::encodeName(path).constData(), &status) == 0 && (status.st_mode & 0777) == 0600;
 }

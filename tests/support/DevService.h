@@ -72,8 +72,6 @@ public:
     static const QByteArray deviceMembers;
     // A note's members as the recorder sends them, but for the user member; without braces.
     [[nodiscard]] static QByteArray noteMembers(const QString &recordingKey);
-    // Whether a file the service wrote is readable and writable by its owner alone.
-    [[nodiscard]] static bool ownerOnly(const QString &path);
 
     struct Reply
     {
