@@ -206,7 +206,7 @@ private slots:
         QFETCH(QString, in);
         QFETCH(QString, out);
         const QString build = QString::number(SelvaroAPI::parseBuildNumber(in));
-        const ServiceDeadlines deadlines = SelvaroAPI(nullptr).deadlines();
+        const ServiceDeadlines deadlines = SelvaroAPI(&m_network).deadlines();
         const auto deadline = in == u"stalled"_s ? deadlines.inactivity
             : in == u"json"_s                    ? deadlines.jsonCall
                                                  : deadlines.upload(in.toLongLong());
