@@ -86,10 +86,8 @@ private Q_SLOTS:
         QTEST(body[u"duration"_s].toInt(), "duration");
         QCOMPARE(body[u"startedAt"_s].toString(), u"2026-03-04T10:11:12.345Z"_s);
         QCOMPARE(m_dev.download(note[u"recordingKey"_s].toString()), someMix);
-        QCOMPARE(QDir(m_bench->folder()).entryList(QDir::Files), QStringList());
         QCoreApplication::processEvents(); // the ticker's last update does not undo the reset
         QCOMPARE(m_flow->elapsed() + m_flow->displayedElapsed(), 0.0);
-        QVERIFY(!m_flow->canRetrySend());
     }
 
     void failuresKeepTheRecordingForANewTarget_data()
