@@ -95,7 +95,10 @@ public:
     [[nodiscard]] double elapsed() const { return m_elapsed; }
     // The seconds on screen, brought up to date by the ticker every 0.5 s.
     [[nodiscard]] double displayedElapsed() const { return m_displayedElapsed; }
+    // The two permissions, read and asked for by the screen and the application; the
+    // flow follows them for its derived choices.
     [[nodiscard]] RecorderPermissions &permissions() { return m_permissions; }
+    // The live levels and the silent-source hint, running exactly while recording.
     [[nodiscard]] LevelWatch &levels() { return m_levels; }
     // True exactly when failed and a recording (capture and start time) is kept.
     [[nodiscard]] bool canRetrySend() const { return m_canRetrySend; }
