@@ -65,10 +65,10 @@ private Q_SLOTS:
         QTest::newRow("0.5 % slow") << Events { { blocksFrom, 25, 30000, 1194 }, { stopAt, 30000 } } << 0
                                     << Landings { { 800, 19900.125 }, { 801, 20025.125 } }
                                     << QStringList { gap(100, "19.925") };
-        QTest::newRow("two pauses") << Events { { blocksFrom, 25, 500 }, { pauseAt, 500 }, { resumeAt, 1000 },
-            { blocksFrom, 1025, 1500 }, { pauseAt, 1500 }, { resumeAt, 2000 }, { blocksFrom, 2025, 3000 },
-            { stopAt, 3000 } } << 0 << Landings { { 20, 500 }, { 40, 1000 } }
-                                    << QStringList();
+        QTest::newRow("three pauses in a row") << Events { { blocksFrom, 25, 500 }, { pauseAt, 500 },
+            { resumeAt, 600 }, { pauseAt, 610 }, { resumeAt, 700 }, { pauseAt, 710 }, { resumeAt, 1000 },
+            { blocksFrom, 1025, 1500 }, { stopAt, 1500 } }
+                                               << 0 << Landings { { 20, 500 } } << QStringList();
         QTest::newRow("a block in flight at the pause")
             << Events { { blocksFrom, 25, 500, 1200, 20 }, { pauseAt, 500 }, { resumeAt, 1000 },
                    { blocksFrom, 1025, 2000, 1200, 20 }, { stopAt, 2000 } }

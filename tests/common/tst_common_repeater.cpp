@@ -38,7 +38,6 @@ private Q_SLOTS:
             repeater.stop();
             ticks(1);
             repeater.start(10ms, step('e', 100));
-            QVERIFY(repeater.isRunning());
         }
         ticks(5); // destroyed: stopped
         QCOMPARE(calls, (QList<char> { 'a', 'a', 'b', 'b', 'c', 'c', 'c' }));
