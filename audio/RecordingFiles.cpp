@@ -65,8 +65,3 @@ QString RecordingFiles::sidecar() const
 {
     return path(sidecarSuffix);
 }
-
-QStringList RecordingFiles::all() const
-{
-    return { systemAudio(), microphone(), mixed(), sidecar() };
-}

@@ -28,8 +28,6 @@ public:
     [[nodiscard]] QString microphone() const;
     [[nodiscard]] QString mixed() const;
     [[nodiscard]] QString sidecar() const;
-    // The two captures and the mix, the sidecar last.
-    [[nodiscard]] QStringList all() const;
 
 private:
     [[nodiscard]] QString path(QLatin1String suffix) const;

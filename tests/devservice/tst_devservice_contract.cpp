@@ -4,7 +4,6 @@
 
 #include "support/DevService.h"
 
-#include <QJsonArray>
 #include <QJsonDocument>
 #include <QTest>
 #include <QUrlQuery>
