@@ -2,6 +2,7 @@
 
 #include "audio/CaptureError.h"
 #include "audio/Permission.h"
+#include "audio/StreamWatch.h"
 
 #include <QString>
 #include <QtGlobal>
@@ -120,4 +121,8 @@ public:
     // Tries whether capturing `source` would work. Safe to call from any thread; may
     // take up to a couple of seconds when the server does not answer.
     [[nodiscard]] virtual Permission probe(CaptureSource source) = 0;
+
+    // A watch on the server's client streams, for the caller's thread; null where
+    // the server gives no such events.
+    [[nodiscard]] virtual std::unique_ptr<StreamWatch> watchStreams() { return nullptr; }
 };
