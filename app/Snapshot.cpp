@@ -82,7 +82,9 @@ std::vector<Entry> entries()
         { QStringLiteral("recorder-paused"),
             [=] { return recorder(State::paused(), 83, granted, granted); } },
         { QStringLiteral("recorder-saving"),
-            [=] { return recorder(State::saving(QStringLiteral("Uploading…")), 83, granted, granted); } },
+            [=] {
+                return recorder(State::saving(QStringLiteral("Uploading… 42 %"), 42), 83, granted, granted);
+            } },
         { QStringLiteral("recorder-sent"), [=] { return recorder(State::sent(), 83, granted, granted); } },
         { QStringLiteral("recorder-failed"),
             [=] {

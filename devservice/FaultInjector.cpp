@@ -4,6 +4,8 @@
 #include <QJsonDocument>
 #include <QJsonValue>
 
+#include <limits>
+
 bool FaultInjector::Fault::matches(const QString &requestMethod, const QString &requestPath) const
 {
     if (!method.isEmpty() && method.compare(requestMethod, Qt::CaseInsensitive) != 0)
@@ -40,6 +42,10 @@ QString FaultInjector::add(const QJsonObject &definition)
         return QStringLiteral("invalid_status");
     if (!optionalInt(QStringLiteral("delayMs"), 0, 600000, &fault.delayMs))
         return QStringLiteral("invalid_delayMs");
+    int afterBytes = -1;
+    if (!optionalInt(QStringLiteral("afterBytes"), 0, std::numeric_limits<int>::max(), &afterBytes))
+        return QStringLiteral("invalid_afterBytes");
+    fault.afterBytes = afterBytes;
 
     const QJsonValue method = definition.value(QStringLiteral("method"));
     if (!method.isUndefined() && !method.isNull()) {

@@ -10,8 +10,8 @@
 #include <optional>
 
 // Scripted misbehaviour for tests: the next N requests to a path wait, answer a
-// canned status, or lose their connection. Thread-safe; requests on the server's
-// pool threads take faults concurrently.
+// canned status, or lose their connection; an upload's, after a part of its body. Thread-safe; requests on
+// the server's pool threads take faults concurrently.
 class FaultInjector
 {
 public:
@@ -26,6 +26,11 @@ public:
         QList<QPair<QByteArray, QByteArray>> headers;
         int delayMs = 0;
         bool drop = false;
+        // An upload's body is read past this many bytes (it comes in pieces of about
+        // 4 KiB) before the fault strikes: a drop or a stall mid-body. The request then
+        // ends there: dropped, or answered with the status and the connection closed.
+        // -1: before the body.
+        qint64 afterBytes = -1;
 
         [[nodiscard]] bool matches(const QString &requestMethod, const QString &requestPath) const;
     };

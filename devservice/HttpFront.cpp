@@ -152,15 +152,19 @@ void HttpFront::logRequest(const httplib::Request &request, qint64 bodySize)
         { QStringLiteral("time"), QDateTime::currentDateTimeUtc().toString(Qt::ISODateWithMs) } });
 }
 
-bool HttpFront::applyFault(
-    const httplib::Request &request, httplib::Response &response, const std::function<void()> &drainBody)
+bool HttpFront::applyFault(const httplib::Request &request, httplib::Response &response,
+    const std::function<void(qint64 upTo)> &readBody)
 {
     const auto fault = m_faults.take(HttpFront::fromStd(request.method), HttpFront::fromStd(request.path));
     if (!fault)
         return false;
+    const bool midBody = fault->afterBytes >= 0 && readBody;
+    if (midBody)
+        readBody(fault->afterBytes);
     if (fault->delayMs > 0)
         std::this_thread::sleep_for(std::chrono::milliseconds(fault->delayMs));
-    if (fault->drop) {
+    // Whatever of the body was read is lost: the request cannot go on normally.
+    if (fault->drop || (midBody && fault->status == 0)) {
         ConnectionDropper::drop(request);
         response.status = 500;
         response.set_header("Connection", "close");
@@ -168,8 +172,10 @@ bool HttpFront::applyFault(
     }
     if (fault->status == 0)
         return false;
-    if (drainBody)
-        drainBody();
+    if (midBody)
+        response.set_header("Connection", "close");
+    else if (readBody)
+        readBody(drainLimit);
     response.status = fault->status;
     for (const auto &[name, value] : fault->headers)
         response.set_header(name.toStdString(), value.toStdString());

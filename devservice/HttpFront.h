@@ -63,10 +63,11 @@ public:
     [[nodiscard]] const AccessGuard &guard() const { return m_guard; }
     void logRequest(const httplib::Request &request, qint64 bodySize);
     // Applies the next scripted fault for this request, if any: waits, then answers
-    // or drops. True when the fault took the request over. `drainBody` reads what
-    // is left of the body first so that the connection stays usable.
+    // or drops. True when the fault took the request over. `readBody(upTo)` reads up
+    // to that many bytes of a body not read yet: all of it (up to drainLimit) before
+    // an answer, so that the connection stays usable, or a fault's `afterBytes`.
     bool applyFault(const httplib::Request &request, httplib::Response &response,
-        const std::function<void()> &drainBody = {});
+        const std::function<void(qint64 upTo)> &readBody = {});
     static void send(httplib::Response &response, const Answer &answer);
     [[nodiscard]] static QString fromStd(const std::string &text);
 

@@ -31,14 +31,14 @@ void UploadRoutes::receive(
     const httplib::Request &request, httplib::Response &response, const httplib::ContentReader &reader)
 {
     qint64 drained = 0;
-    const auto drain = [&reader, &drained] {
-        reader([&drained](const char *, size_t length) {
+    const auto drain = [&reader, &drained](qint64 upTo) {
+        reader([&drained, upTo](const char *, size_t length) {
             drained += static_cast<qint64>(length);
-            return drained <= HttpFront::drainLimit;
+            return drained <= upTo;
         });
     };
     const auto reject = [&](const Answer &answer) {
-        drain();
+        drain(HttpFront::drainLimit);
         m_front.logRequest(request, drained);
         if (drained > HttpFront::drainLimit)
             response.set_header("Connection", "close");

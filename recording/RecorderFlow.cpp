@@ -34,8 +34,8 @@ double secondsBetween(std::chrono::steady_clock::time_point from, std::chrono::s
 
 RecorderFlow::RecorderFlow(SelvaroAPI api, SessionStore &store, Platform platform, QObject *parent)
     : QObject(parent)
-    , m_sendPipeline(std::move(api), store)
     , m_platform(std::move(platform).withDefaults())
+    , m_sendPipeline(std::move(api), store, m_platform.clock, m_platform.network)
     , m_permissions(std::move(m_platform.microphone), std::move(m_platform.systemAudio), m_platform.clock)
     , m_levels(m_platform.clock)
     , m_ticker(m_platform.clock)
@@ -306,6 +306,9 @@ QCoro::Task<> RecorderFlow::offerOldest(QPointer<RecorderFlow> self)
     self->setState(State::failed(tr("A recording from %1 (%2 min) was not sent.")
                                      .arg(ClockText::startOf(oldest.startedAt))
                                      .arg(minutes)));
+    // The user asked for this one to be sent: it goes without asking again.
+    if (oldest.saved)
+        self->retrySend();
 }
 
 bool RecorderFlow::hasUnsentRecordings() const
@@ -360,7 +363,7 @@ void RecorderFlow::save()
     stopWatching();
     const qint64 duration = wholeSeconds(m_elapsed);
     RecordingSidecar::keep(
-        m_capture->finalMixedPath(), *m_startedAt, m_elapsed, RecordingSidecar::Stage::recorded);
+        m_capture->finalMixedPath(), *m_startedAt, m_elapsed, RecordingSidecar::Stage::recorded, true);
     setState(State::saving(tr("Finishing the recording…")));
     finishAndSend(this, m_capture, *m_startedAt, duration);
 }

@@ -179,8 +179,9 @@ private:
     // recording has been started.
     [[nodiscard]] bool ownsOutcomeOf(const std::shared_ptr<RecordingCapture> &capture) const;
 
-    SendPipeline m_sendPipeline;
     Platform m_platform;
+    // After the platform: it sends on its clock and network status.
+    SendPipeline m_sendPipeline;
     // After the platform: the probes they own use its sound server.
     RecorderPermissions m_permissions;
     LevelWatch m_levels;

@@ -6,6 +6,7 @@
 #include "audio/SystemAudioPermission.h"
 #include "common/SystemClock.h"
 #include "recording/DesktopSleepInhibitor.h"
+#include "service/QtNetworkStatus.h"
 
 RecorderPlatform RecorderPlatform::onSoundServer(
     std::shared_ptr<SoundServer> server, std::shared_ptr<AlertSound> alertSound, QString recordingsFolder)
@@ -28,5 +29,7 @@ RecorderPlatform RecorderPlatform::withDefaults() &&
         recordingsFolder = RecordingsFolder::defaultPath();
     if (!freeSpace)
         freeSpace = RecordingsFolder::freeSpace;
+    if (!network)
+        network = std::make_shared<QtNetworkStatus>();
     return std::move(*this);
 }

@@ -2,9 +2,11 @@
 
 #include <QMetaEnum>
 
-RecorderState RecorderState::saving(QString text)
+RecorderState RecorderState::saving(QString text, int progress)
 {
-    return RecorderState(Kind::saving, std::move(text));
+    RecorderState state(Kind::saving, std::move(text));
+    state.m_progress = progress;
+    return state;
 }
 
 RecorderState RecorderState::failed(QString message)

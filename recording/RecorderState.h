@@ -9,16 +9,18 @@
 //   recording         capture is running and time is counting
 //   paused            capture is suspended; time is frozen
 //   saving(text)      the recording is being finished, mixed, uploaded and registered;
-//                     `text` is the progress shown to the user
+//                     `text` is the progress shown to the user, `progress` the share
+//                     of the upload sent (0..100) while it goes, else -1
 //   sent              the last recording reached the service
 //   failed(message)   starting or sending failed; `message` is shown to the user
 // The texts are already in the user's wording (translated where they were made), so
-// a screen shows them as they are. Equal when the kind and the text are equal.
+// a screen shows them as they are. Equal when the kind, the text and the progress are equal.
 class RecorderState
 {
     Q_GADGET
     Q_PROPERTY(Kind kind READ kind)
     Q_PROPERTY(QString text READ text)
+    Q_PROPERTY(int progress READ progress)
 
 public:
     enum class Kind { idle, recording, paused, saving, sent, failed };
@@ -28,7 +30,7 @@ public:
     [[nodiscard]] static RecorderState idle() { return RecorderState(); }
     [[nodiscard]] static RecorderState recording() { return RecorderState(Kind::recording); }
     [[nodiscard]] static RecorderState paused() { return RecorderState(Kind::paused); }
-    [[nodiscard]] static RecorderState saving(QString text);
+    [[nodiscard]] static RecorderState saving(QString text, int progress = -1);
     [[nodiscard]] static RecorderState sent() { return RecorderState(Kind::sent); }
     [[nodiscard]] static RecorderState failed(QString message);
 
@@ -36,6 +38,8 @@ public:
     [[nodiscard]] bool is(Kind kind) const { return m_kind == kind; }
     // The progress text while saving, the message when failed, empty otherwise.
     [[nodiscard]] QString text() const { return m_text; }
+    // The upload's share sent, 0..100, while saving shows it; -1 otherwise.
+    [[nodiscard]] int progress() const { return m_progress; }
 
     // "saving(Uploading…)" and the like, for logs and test failures.
     [[nodiscard]] QString toString() const;
@@ -50,6 +54,7 @@ private:
 
     Kind m_kind = Kind::idle;
     QString m_text;
+    int m_progress = -1;
 };
 
 Q_DECLARE_METATYPE(RecorderState)

@@ -18,14 +18,27 @@
 
 namespace {
 
-constexpr std::array stageNames { "recording", "recorded", "mixed" };
+constexpr std::array stageNames { "recording", "recorded", "mixed", "uploaded", "noted" };
 
 } // namespace
 
-void RecordingSidecar::keep(const QString &mixedPath, const QDateTime &startedAt, double seconds, Stage stage)
+void RecordingSidecar::keep(
+    const QString &mixedPath, const QDateTime &startedAt, double seconds, Stage stage, bool saved)
 {
-    const RecordingFiles files = RecordingFiles::ofMixed(mixedPath);
-    if (auto error = RecordingSidecar { files.stamp(), startedAt, seconds, stage }.write(files.sidecar()))
+    const std::optional<RecordingSidecar> earlier = of(mixedPath);
+    RecordingSidecar { RecordingFiles::ofMixed(mixedPath).stamp(), startedAt, seconds, stage, {},
+        saved || (earlier && earlier->saved) }
+        .keepFor(mixedPath);
+}
+
+std::optional<RecordingSidecar> RecordingSidecar::of(const QString &mixedPath)
+{
+    return read(RecordingFiles::ofMixed(mixedPath).sidecar());
+}
+
+void RecordingSidecar::keepFor(const QString &mixedPath) const
+{
+    if (auto error = write(RecordingFiles::ofMixed(mixedPath).sidecar()))
         qCWarning(lcRecorder, "sidecar: %s", qUtf8Printable(*error));
 }
 
@@ -36,10 +49,13 @@ void RecordingSidecar::remove(const QString &mixedPath)
 
 std::optional<QString> RecordingSidecar::write(const QString &path) const
 {
-    const QJsonObject json { { QStringLiteral("stamp"), stamp },
+    QJsonObject json { { QStringLiteral("stamp"), stamp },
         { QStringLiteral("startedAt"), startedAt.toUTC().toString(Qt::ISODateWithMs) },
         { QStringLiteral("recordedSeconds"), recordedSeconds },
-        { QStringLiteral("stage"), QLatin1String(stageNames.at(static_cast<std::size_t>(stage))) } };
+        { QStringLiteral("stage"), QLatin1String(stageNames.at(static_cast<std::size_t>(stage))) },
+        { QStringLiteral("saved"), saved } };
+    if (stage == Stage::uploaded)
+        json.insert(QStringLiteral("recordingKey"), recordingKey);
     const QByteArray bytes = QJsonDocument(json).toJson(QJsonDocument::Compact);
     const QString next = path + QStringLiteral(".new");
     const int descriptor = RecordingsFolder::createPrivateFile(next);
@@ -72,7 +88,12 @@ std::optional<RecordingSidecar> RecordingSidecar::read(const QString &path)
         = QDateTime::fromString(json.value(QStringLiteral("startedAt")).toString(), Qt::ISODateWithMs);
     if (known == stageNames.end() || !startedAt.isValid())
         return std::nullopt;
+    const QString key = json.value(QStringLiteral("recordingKey")).toString();
+    auto reached = static_cast<Stage>(std::distance(stageNames.begin(), known));
+    // An upload without its key cannot be built on: the mix is sent again.
+    if (reached == Stage::uploaded && key.isEmpty())
+        reached = Stage::mixed;
     return RecordingSidecar { json.value(QStringLiteral("stamp")).toString(), startedAt,
-        json.value(QStringLiteral("recordedSeconds")).toDouble(),
-        static_cast<Stage>(std::distance(stageNames.begin(), known)) };
+        json.value(QStringLiteral("recordedSeconds")).toDouble(), reached, key,
+        json.value(QStringLiteral("saved")).toBool() };
 }

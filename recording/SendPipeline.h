@@ -1,6 +1,9 @@
 #pragma once
 
+#include "common/Clock.h"
 #include "recording/RecorderState.h"
+#include "recording/SendRetry.h"
+#include "service/NetworkStatus.h"
 #include "service/SelvaroAPI.h"
 
 #include <QCoreApplication>
@@ -10,26 +13,39 @@
 
 #include <qcoro/qcorotask.h>
 
+#include <chrono>
 #include <functional>
+#include <memory>
 #include <optional>
 
 class SessionStore;
 
 // The way of one finished recording to the service: the session and its account id,
-// the empty check, an upload target, the upload, the note. It reports its progress
-// ("Uploading…", "Creating the note…") as saving states and ends in an Outcome; what
-// the outcome does to the recording is RecorderFlow's business, which keeps the state
-// machine.
+// the empty check, an upload target and the upload, the note. It reports its progress
+// ("Uploading… 42 %", "Creating the note…", "Waiting for the network…") as saving
+// states and ends in an Outcome; what the outcome does to the recording is
+// RecorderFlow's business, which keeps the state machine.
 //
-// Failures are sentences for the user, never exceptions. 401 and 403 from any of the
-// three calls (the upload address too) renew the session once through the store and
+// Each finished step goes into the recording's sidecar (RecordingSidecar: "uploaded"
+// with the key, then "noted"), and every send, automatic or asked for, starts at the
+// first step not done: a note that failed is created again with the same key without
+// uploading again, and a recording whose note exists is only removed. A note refused
+// with another 4xx than 401/403 forgets the upload, so the next try uploads again to a
+// new target.
+//
+// A failure a retry can fix (SendRetry) is tried again by itself from the step that
+// failed, up to SendRetry::tries tries, the status saying which ("Uploading… (try 2 of
+// 4)"). While the NetworkStatus says offline no request is made: the status says
+// "Waiting for the network…" and the send goes on once it is back, without using up a
+// try. Failures are sentences for the user, never exceptions. 401 and 403 from any of
+// the three calls (the upload address too) renew the session once through the store and
 // end in "The session had expired. Try sending again." without a log line; anything
-// else is logged as "send: <description>" and ends in "Sending failed: <description>".
-// There is no automatic retry: sending again is the user's.
+// else, once no try is left, is logged as "send: <description>" and ends in "Sending
+// failed: <description>".
 //
-// Thread contract: main thread. A send copies the client and a QPointer to the store
-// into its coroutine, so it outlives the pipeline it was started from; it stops at
-// its next step once `owner` is gone.
+// Thread contract: main thread. A send copies the client, the clock and a QPointer to
+// the store into its coroutine, so it outlives the pipeline it was started from; it
+// stops at its next step (a wait included) once `owner` is gone.
 class SendPipeline
 {
     Q_DECLARE_TR_FUNCTIONS(SendPipeline)
@@ -44,8 +60,13 @@ public:
     };
     using Progress = std::function<void(const RecorderState &)>;
 
-    // `store` must outlive every send; so must `api`'s network manager.
-    SendPipeline(SelvaroAPI api, SessionStore &store);
+    // How often the network is read again while waiting for it.
+    static constexpr std::chrono::seconds networkPoll { 1 };
+
+    // `store` must outlive every send; so must `api`'s network manager. No network
+    // status: never known to be offline.
+    SendPipeline(SelvaroAPI api, SessionStore &store, std::shared_ptr<Clock> clock,
+        std::shared_ptr<NetworkStatus> network, SendRetry retry = SendRetry());
 
     // Sends the mixed `file` of a recording started at `startedAt` and `duration`
     // seconds long; removes the file once the note exists. Nothing once `owner` is
@@ -59,4 +80,7 @@ private:
 
     SelvaroAPI m_api;
     QPointer<SessionStore> m_store;
+    std::shared_ptr<Clock> m_clock;
+    std::shared_ptr<NetworkStatus> m_network;
+    SendRetry m_retry;
 };

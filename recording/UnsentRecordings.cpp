@@ -16,8 +16,10 @@ QList<UnsentRecordings::Recording> UnsentRecordings::in(const QString &folder)
     for (const QString &stamp : RecordingFiles::stampsIn(folder)) {
         const RecordingFiles files(folder, stamp);
         const auto sidecar = RecordingSidecar::read(files.sidecar());
+        if (sidecar && sidecar->stage == RecordingSidecar::Stage::noted)
+            continue;
         const KeptRecording kept(files);
-        Recording recording { stamp, {}, 0 };
+        Recording recording { stamp, {}, 0, sidecar && sidecar->saved };
         const double stampSeconds = stamp.toDouble();
         recording.startedAt = sidecar
             ? sidecar->startedAt
@@ -44,6 +46,16 @@ void UnsentRecordings::removeAll(const QString &folder)
 
 QCoro::Task<std::optional<UnsentRecordings::Offer>> UnsentRecordings::oldest(QString folder)
 {
+    for (const QString &stamp : RecordingFiles::stampsIn(folder)) {
+        const RecordingFiles files(folder, stamp);
+        const auto sidecar = RecordingSidecar::read(files.sidecar());
+        if (!sidecar || sidecar->stage != RecordingSidecar::Stage::noted)
+            continue;
+        // Sending it again would make a second note.
+        qCInfo(lcRecorder, "deleting the recording %s, whose note exists", qUtf8Printable(stamp));
+        KeptRecording(files).cancel();
+        QFile::remove(files.sidecar());
+    }
     const QList<Recording> unsent = in(folder);
     if (unsent.isEmpty())
         co_return std::nullopt;

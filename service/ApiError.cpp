@@ -4,11 +4,12 @@ ApiError::ApiError(Kind kind)
     : m_kind(kind)
 { }
 
-ApiError ApiError::http(int status, QString code)
+ApiError ApiError::http(int status, QString code, std::optional<std::chrono::seconds> retryAfter)
 {
     ApiError error(Kind::http);
     error.m_status = status;
     error.m_code = std::move(code);
+    error.m_retryAfter = retryAfter;
     error.m_what = error.description().toUtf8();
     return error;
 }

@@ -5,6 +5,7 @@
 #include <QByteArray>
 #include <QString>
 
+#include <chrono>
 #include <exception>
 #include <optional>
 
@@ -12,7 +13,7 @@
 // SelvaroAPI. A value: copy it, compare it, keep it in a state.
 //
 //   http(status, code)  the service answered with status >= 400; code is its "error"
-//                       member or "http_" + the status
+//                       member or "http_" + the status; retryAfter its Retry-After, if any
 //   transport(error)    no usable HTTP answer (see TransportError)
 //   badResponse         an answer below 400 that is not the expected record
 class ApiError : public std::exception
@@ -20,7 +21,8 @@ class ApiError : public std::exception
 public:
     enum class Kind { http, transport, badResponse };
 
-    [[nodiscard]] static ApiError http(int status, QString code);
+    [[nodiscard]] static ApiError http(
+        int status, QString code, std::optional<std::chrono::seconds> retryAfter = std::nullopt);
     [[nodiscard]] static ApiError transport(TransportError error);
     [[nodiscard]] static ApiError badResponse();
 
@@ -30,6 +32,8 @@ public:
     [[nodiscard]] int status() const { return m_status; }
     // Empty unless kind() is http.
     [[nodiscard]] QString code() const { return m_code; }
+    // How long the answer asked the client to wait before trying again (Retry-After).
+    [[nodiscard]] std::optional<std::chrono::seconds> retryAfter() const { return m_retryAfter; }
     // Set only when kind() is transport.
     [[nodiscard]] const std::optional<TransportError> &transportError() const { return m_transport; }
     // NoError unless kind() is transport.
@@ -51,6 +55,7 @@ private:
     Kind m_kind;
     int m_status = 0;
     QString m_code;
+    std::optional<std::chrono::seconds> m_retryAfter;
     std::optional<TransportError> m_transport;
     QByteArray m_what;
 };

@@ -3,6 +3,7 @@
 #include "BuildInfo.h"
 #include "common/Logging.h"
 #include "service/ApiErrorBody.h"
+#include "service/RetryAfter.h"
 #include "service/ServiceText.h"
 
 #include <QFile>
@@ -114,6 +115,12 @@ bool timedOut(const QNetworkReply &reply, bool abortedHere)
     return reply.error() == QNetworkReply::OperationCanceledError && !abortedHere;
 }
 
+std::optional<std::chrono::seconds> retryAfterOf(const QNetworkReply &reply)
+{
+    return RetryAfter::parse(
+        reply.rawHeader(QByteArrayLiteral("Retry-After")), QDateTime::currentDateTimeUtc());
+}
+
 QString errorCode(int status, const QByteArray &body)
 {
     const QJsonDocument document = QJsonDocument::fromJson(body);
@@ -150,6 +157,7 @@ QUrl SelvaroAPI::compiledBaseUrl()
 
 SelvaroAPI::SelvaroAPI(QNetworkAccessManager *network, QUrl baseUrl, ServiceDeadlines deadlines)
     : m_network(network)
+    , m_uploadNetwork(std::make_shared<QNetworkAccessManager>())
     , m_baseUrl(std::move(baseUrl))
     , m_deadlines(deadlines)
 {
@@ -230,7 +238,7 @@ QCoro::Task<QByteArray> SelvaroAPI::request(SelvaroAPI self, QByteArray method, 
         const QString code = errorCode(status, answer);
         qCCritical(lcApi, "%s %s -> %d %s", method.constData(), qUtf8Printable(loggedPath), status,
             qUtf8Printable(code));
-        throw ApiError::http(status, code);
+        throw ApiError::http(status, code, retryAfterOf(*reply));
     }
     if (oversized) {
         qCCritical(lcApi, "%s %s: body over %lld bytes refused", method.constData(),
@@ -293,12 +301,13 @@ QCoro::Task<NoteRecord> SelvaroAPI::createNote(QString token, QString accountId,
         noteBody(accountId, isAnonymous, startedAt, duration, recordingKey));
 }
 
-QCoro::Task<> SelvaroAPI::upload(QString filePath, UploadTarget target) const
+QCoro::Task<> SelvaroAPI::upload(QString filePath, UploadTarget target, UploadProgress progress) const
 {
-    return uploadCall(*this, std::move(filePath), std::move(target));
+    return uploadCall(*this, std::move(filePath), std::move(target), std::move(progress));
 }
 
-QCoro::Task<> SelvaroAPI::uploadCall(SelvaroAPI self, QString filePath, UploadTarget target)
+QCoro::Task<> SelvaroAPI::uploadCall(
+    SelvaroAPI self, QString filePath, UploadTarget target, UploadProgress progress)
 {
     // The URL comes from the network: a broken one is the service's fault, not ours,
     // and must not stop the application.
@@ -323,13 +332,15 @@ QCoro::Task<> SelvaroAPI::uploadCall(SelvaroAPI self, QString filePath, UploadTa
     // A random-access file gives Qt a Content-Length and lets it read the file in
     // chunks as the socket drains, so the recording is never held in memory.
     const qint64 size = file->size();
-    ReplyPtr reply(self.m_network->put(request, file.get()));
+    ReplyPtr reply(self.m_uploadNetwork->put(request, file.get()));
     file.release()->setParent(reply.get());
     limitTime(reply.get(), self.m_deadlines.upload(size));
     // Whatever the storage answers is of no interest; drop it as it comes.
     reply->setReadBufferSize(64 * 1024);
     QObject::connect(reply.get(), &QNetworkReply::readyRead, reply.get(),
         [r = reply.get()] { r->skip(r->bytesAvailable()); });
+    if (progress)
+        QObject::connect(reply.get(), &QNetworkReply::uploadProgress, reply.get(), progress);
     co_await reply.get();
 
     if (failedBelowHttp(*reply))
@@ -338,5 +349,5 @@ QCoro::Task<> SelvaroAPI::uploadCall(SelvaroAPI self, QString filePath, UploadTa
         throw ApiError::badResponse();
     // Only 200 counts: a storage that answers 201 or 204 is not the one we expect.
     if (const int status = statusOf(*reply); status != 200)
-        throw ApiError::http(status, QStringLiteral("upload_failed"));
+        throw ApiError::http(status, QStringLiteral("upload_failed"), retryAfterOf(*reply));
 }

@@ -17,6 +17,8 @@
 #include <qcoro/qcorotask.h>
 
 #include <chrono>
+#include <functional>
+#include <memory>
 #include <optional>
 
 class QNetworkAccessManager;
@@ -28,6 +30,11 @@ class QNetworkAccessManager;
 // its coroutine, so a call outlives the object it was started from; the network
 // manager must outlive every call (the application keeps one for the whole process).
 // Calls run on the thread of the network manager (the main thread).
+//
+// Uploads go through a network manager of their own, made with the client and shared by
+// its copies: a recording's PUT never shares a connection with the JSON calls, so a
+// stalled upload body cannot hold the JSON calls up behind it (HTTP/2 would multiplex
+// both on one connection), nor a JSON call the upload.
 //
 // Failures are C++ exceptions carried through the awaited QCoro::Task: every call
 // throws ApiError (a failure below HTTP as ApiError::transport).
@@ -60,13 +67,17 @@ public:
     // POST /api/collections/notes/records with the eight members of noteBody().
     [[nodiscard]] QCoro::Task<NoteRecord> createNote(QString token, QString accountId, bool isAnonymous,
         QDateTime startedAt, qint64 duration, QString recordingKey) const;
+    // Bytes of the body sent so far and the file's size, as the upload goes.
+    using UploadProgress = std::function<void(qint64 sent, qint64 total)>;
     // PUT of the file at `filePath` to target.url, streamed from disk, with only
     // "Content-Type: audio/m4a". Succeeds only on 200; any other status, redirects
     // included, throws ApiError::http(status, "upload_failed"). A failure below HTTP
     // (or a file that cannot be opened) throws ApiError::transport. The target
     // must be https, unless the base URL itself is a loopback http one (the local note
     // service): anything else is ApiError::badResponse, before a byte is sent.
-    [[nodiscard]] QCoro::Task<> upload(QString filePath, UploadTarget target) const;
+    // `progress` is called on the main thread while the body goes out.
+    [[nodiscard]] QCoro::Task<> upload(
+        QString filePath, UploadTarget target, UploadProgress progress = {}) const;
 
     // "selvaro-recorder/" + the short version ("0" when none is compiled in).
     [[nodiscard]] static QByteArray userAgent();
@@ -89,9 +100,11 @@ private:
     static QCoro::Task<Record> call(SelvaroAPI self, QByteArray method, QString path,
         std::optional<QString> token, std::optional<QJsonObject> body);
     static QCoro::Task<std::optional<SessionPayload>> pendingAsNothing(QCoro::Task<SessionPayload> redeem);
-    static QCoro::Task<> uploadCall(SelvaroAPI self, QString filePath, UploadTarget target);
+    static QCoro::Task<> uploadCall(
+        SelvaroAPI self, QString filePath, UploadTarget target, UploadProgress progress);
 
     QNetworkAccessManager *m_network;
+    std::shared_ptr<QNetworkAccessManager> m_uploadNetwork;
     QUrl m_baseUrl;
     ServiceDeadlines m_deadlines;
 };

@@ -8,10 +8,13 @@
 #include "ui/SymbolView.h"
 #include "ui/TextLabel.h"
 #include "ui/Typography.h"
+#include "ui/UploadProgressBar.h"
 #include "ui/WaveformIndicator.h"
 
 #include <QHBoxLayout>
+
 #include <QVBoxLayout>
+#include <algorithm>
 
 namespace {
 
@@ -75,7 +78,11 @@ RecorderStatusLine::RecorderStatusLine(RecorderFlow *flow, QWidget *parent)
     m_saving = new QWidget;
     m_savingText = new TextLabel(QString(), footnote, Palette::secondaryText());
     m_savingText->setObjectName(QStringLiteral("savingStatus"));
-    topAligned(m_saving)->addWidget(m_savingText);
+    m_uploadProgress = new UploadProgressBar;
+    auto *saving = topAligned(m_saving);
+    saving->addWidget(m_savingText);
+    saving->addSpacing(8);
+    saving->addWidget(m_uploadProgress, 0, Qt::AlignHCenter);
     addPage(m_saving);
 
     m_sent = new QWidget;
@@ -129,6 +136,8 @@ void RecorderStatusLine::showState()
         break;
     case Kind::saving:
         m_savingText->setText(state.text());
+        m_uploadProgress->setVisible(state.progress() >= 0);
+        m_uploadProgress->setValue(std::max(state.progress(), 0));
         setCurrentPage(m_saving);
         break;
     case Kind::sent:

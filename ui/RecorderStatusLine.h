@@ -8,12 +8,14 @@ class BalancedLabel;
 class PillButton;
 class RecorderFlow;
 class TextLabel;
+class UploadProgressBar;
 class WaveformIndicator;
 
 // The recorder's one-line status under the controls, one page per state, in the
 // footnote font: nothing (idle); the waveform and "Recording the system audio and
 // the microphone", or the flow's silenceHint when it has one, over the level
-// meters; "Paused" over the dimmed meters; the saving text as the flow words it;
+// meters; "Paused" over the dimmed meters; the saving text as the flow words it, over
+// the upload's progress bar while the state carries a share sent;
 // the green check and the sent line; the red failure message with "Send again"
 // exactly while the flow canRetrySend.
 //
@@ -40,6 +42,7 @@ private:
     QWidget *m_paused;
     QWidget *m_saving;
     TextLabel *m_savingText;
+    UploadProgressBar *m_uploadProgress;
     QWidget *m_sent;
     QWidget *m_failed;
     BalancedLabel *m_failure;

@@ -163,6 +163,7 @@ private slots:
         row("fault, prefix and method", "POST /sessions/@session/refresh\nAuthorization: @ownToken", device, 500, "", "/admin/faults {\"path\":\"/sessions/*\",\"method\":\"post\",\"status\":500}");
         row("fault, other method", "GET /upload-recording-url?ext=m4a\nAuthorization: @ownToken", {}, 200, "url,key", R"(/admin/faults {"path":"/upload-recording-url","method":"POST","status":418})");
         row("fault, dropped", "POST /pair/token", "{}", 0, "", R"(/admin/faults {"path":"/pair/token","drop":true})");
+        row("fault, after a part of the body", "PUT /uploads/@key?expires=@expires&signature=@signature\nContent-Type: audio/m4a", "bytes!", 503, "", "/admin/faults {\"path\":\"/uploads/*\",\"afterBytes\":2,\"status\":503}");
         // clang-format on
     }
     void answers()

@@ -73,6 +73,13 @@ private:
     std::optional<QString> m_mixFailure;
 };
 
+// Online or not as the test says.
+struct StandInNetworkStatus final : NetworkStatus
+{
+    bool offline() const override { return isOffline; }
+    bool isOffline = false;
+};
+
 // Keeps the computer awake in name only: `held` tells whether it is.
 struct StandInInhibitor final : SleepInhibitor
 {
@@ -102,6 +109,8 @@ struct StandIns
     bool holdStop = false;
     bool awake = false;
     std::optional<qint64> freeSpace; // unknown: never refuses
+    std::shared_ptr<StandInNetworkStatus> networkStatus = std::make_shared<StandInNetworkStatus>();
+    ServiceDeadlines deadlines;
 
     [[nodiscard]] StandInCapture &last() { return *made.last(); }
     [[nodiscard]] QString folder() const { return dir.filePath(u"Recordings"_s); }
@@ -126,7 +135,9 @@ struct StandIns
         platform.recordingsFolder = folder();
         platform.sleepInhibitor = std::make_unique<StandInInhibitor>(awake);
         platform.freeSpace = [this](const QString &) { return freeSpace; };
-        return std::make_unique<RecorderFlow>(SelvaroAPI(&network, service), *store, std::move(platform));
+        platform.network = networkStatus;
+        return std::make_unique<RecorderFlow>(
+            SelvaroAPI(&network, service, deadlines), *store, std::move(platform));
     }
 };
 

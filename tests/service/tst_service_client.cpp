@@ -2,6 +2,7 @@
 // loopback server that answers what the note service never would, and a recording's
 // whole way out through the local note service.
 #include "service/ApiErrorBody.h"
+#include "service/RetryAfter.h"
 #include "service/SelvaroAPI.h"
 #include "service/ServiceText.h"
 #include "support/DevService.h"
@@ -199,6 +200,12 @@ private slots:
         QTest::newRow("deadline json") << u"deadline"_s << u"json"_s << u"120"_s;
         QTest::newRow("deadline small upload") << u"deadline"_s << u"1000"_s << u"120"_s;
         QTest::newRow("deadline 170 MB upload") << u"deadline"_s << u"170000000"_s << u"5187"_s;
+        // Retry-After, read at 10:11:12 UTC.
+        QTest::newRow("Retry-After 2") << u"retry"_s << u" 2"_s << u"2"_s;
+        QTest::newRow("Retry-After a date") << u"retry"_s << u"Wed, 04 Mar 2026 10:12:12 GMT"_s << u"60"_s;
+        QTest::newRow("Retry-After a date gone")
+            << u"retry"_s << u"Wed, 04 Mar 2026 10:00:00 GMT"_s << u"0"_s;
+        QTest::newRow("Retry-After soon") << u"retry"_s << u"soon"_s << u"none"_s;
     }
     void texts()
     {
@@ -207,12 +214,15 @@ private slots:
         QFETCH(QString, out);
         const QString build = QString::number(SelvaroAPI::parseBuildNumber(in));
         const ServiceDeadlines deadlines = SelvaroAPI(&m_network).deadlines();
+        const auto retry
+            = RetryAfter::parse(in.toLatin1(), QDateTime(QDate(2026, 3, 4), QTime(10, 11, 12), Qt::UTC));
         const auto deadline = in == u"stalled"_s ? deadlines.inactivity
             : in == u"json"_s                    ? deadlines.jsonCall
                                                  : deadlines.upload(in.toLongLong());
         QCOMPARE(kind == u"build"_s     ? build
                 : kind == u"os"_s       ? DeviceInfo::threePartVersion(in)
                 : kind == u"deadline"_s ? QString::number(deadline.count() / 1000)
+                : kind == u"retry"_s    ? (retry ? QString::number(retry->count()) : u"none"_s)
                                         : ServiceText::bounded(in),
             out);
     }
@@ -380,6 +390,13 @@ private slots:
         QCOMPARE(headers[u"content-type"_s], u"audio/m4a"_s);
         QVERIFY(!headers.contains(u"authorization"_s));
         QVERIFY(service.download(target.key).startsWith("head"));
+
+        // A stalled upload holds no JSON call up: it has a connection of its own.
+        service.addFault({ { u"path"_s, u"/uploads/*"_s }, { u"delayMs"_s, 3000 } });
+        QCoro::Task<> stalled = api.upload(file(1000), await(api.uploadTarget(token)).value.value());
+        const auto asked = std::chrono::steady_clock::now();
+        QVERIFY(await(api.uploadTarget(token)).value && std::chrono::steady_clock::now() - asked < 2s);
+        QCOMPARE(await(std::move(stalled)).text(), u"ok"_s);
 
         const auto note = await(api.createNote(token, session[u"accountId"_s].toString(), true,
             QDateTime::currentDateTimeUtc(), 59, target.key));
