@@ -81,7 +81,7 @@ RecorderStatusLine::RecorderStatusLine(RecorderFlow *flow, QWidget *parent)
     m_uploadProgress = new UploadProgressBar;
     auto *saving = topAligned(m_saving);
     saving->addWidget(m_savingText);
-    saving->addSpacing(8);
+    saving->addSpacing(12);
     saving->addWidget(m_uploadProgress, 0, Qt::AlignHCenter);
     addPage(m_saving);
 
