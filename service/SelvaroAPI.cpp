@@ -342,6 +342,8 @@ QCoro::Task<> SelvaroAPI::uploadCall(
     if (progress)
         QObject::connect(reply.get(), &QNetworkReply::uploadProgress, reply.get(), progress);
     co_await reply.get();
+    // The reply is deleted later; `progress` may refer to what the caller ends now.
+    QObject::disconnect(reply.get(), &QNetworkReply::uploadProgress, nullptr, nullptr);
 
     if (failedBelowHttp(*reply))
         throw ApiError::transport(TransportError::fromReply(*reply, timedOut(*reply, false)));
