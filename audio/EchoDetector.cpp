@@ -6,35 +6,61 @@
 
 namespace {
 
-std::vector<double> averaged(const float *samples, int frames)
+// Floats, so that the correlation's inner loop runs four or eight products at a time.
+std::vector<float> averaged(const float *samples, int frames)
 {
-    std::vector<double> out(static_cast<size_t>(frames / EchoDetector::decimation));
+    std::vector<float> out(static_cast<size_t>(frames / EchoDetector::decimation));
     for (size_t i = 0; i < out.size(); ++i) {
-        double sum = 0;
+        float sum = 0;
         for (int k = 0; k < EchoDetector::decimation; ++k)
             sum += samples[i * EchoDetector::decimation + static_cast<size_t>(k)];
         out[i] = sum;
     }
+    // Whitened by a first difference: voiced speech puts most of its energy into a few
+    // low harmonics, which correlate with any other voice by chance.
+    for (size_t i = out.size(); i-- > 1;)
+        out[i] -= out[i - 1];
+    if (!out.empty())
+        out[0] = 0;
     return out;
+}
+
+// Eight sums side by side, which the compiler turns into vector instructions (one sum
+// would have to add in order).
+double dot(const float *a, const float *b, size_t n)
+{
+    constexpr size_t lanes = 8;
+    float sums[lanes] = {};
+    size_t i = 0;
+    for (; i + lanes <= n; i += lanes) {
+        for (size_t k = 0; k < lanes; ++k)
+            sums[k] += a[i + k] * b[i + k];
+    }
+    double total = 0;
+    for (; i < n; ++i)
+        total += static_cast<double>(a[i]) * b[i];
+    for (const float sum : sums)
+        total += sum;
+    return total;
 }
 
 } // namespace
 
 EchoDetector::Finding EchoDetector::find(const float *speakers, const float *microphone, int frames)
 {
-    const std::vector<double> reference = averaged(speakers, maxDelayFrames + frames);
-    const std::vector<double> heard = averaged(microphone, frames);
+    const std::vector<float> reference = averaged(speakers, maxDelayFrames + frames);
+    const std::vector<float> heard = averaged(microphone, frames);
     const size_t lags = maxDelayFrames / decimation;
     double heardEnergy = 0;
-    for (double x : heard)
-        heardEnergy += x * x;
+    for (const float x : heard)
+        heardEnergy += static_cast<double>(x) * x;
     // The speakers' energy under the window at each delay, slid along.
     double referenceEnergy = 0;
     for (size_t i = 0; i < heard.size(); ++i)
-        referenceEnergy += reference[lags + i] * reference[lags + i];
+        referenceEnergy += static_cast<double>(reference[lags + i]) * reference[lags + i];
     std::vector<double> correlations(lags + 1, 0.0);
     for (size_t lag = 0; lag <= lags; ++lag) {
-        const double *shifted = reference.data() + (lags - lag);
+        const float *shifted = reference.data() + (lags - lag);
         if (lag > 0) {
             const double entering = shifted[0];
             const double leaving = shifted[heard.size()];
@@ -42,10 +68,8 @@ EchoDetector::Finding EchoDetector::find(const float *speakers, const float *mic
         }
         if (referenceEnergy <= 0 || heardEnergy <= 0)
             continue;
-        double product = 0;
-        for (size_t i = 0; i < heard.size(); ++i)
-            product += heard[i] * shifted[i];
-        correlations[lag] = std::abs(product) / std::sqrt(referenceEnergy * heardEnergy);
+        correlations[lag]
+            = std::abs(dot(heard.data(), shifted, heard.size())) / std::sqrt(referenceEnergy * heardEnergy);
     }
     // The echo's way straight from the speakers comes first; its reflections can peak
     // higher, later, and the canceller needs the reference before the first of it.

@@ -5,9 +5,12 @@
 #include "support/MixerAnalysis.h"
 #include "support/ToneAnalysis.h"
 #include "support/TonePlayer.h"
+#include "tools/EchoRoom.h"
 
 #include <QElapsedTimer>
 #include <QFileInfo>
+#include <QProcess>
+#include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -18,7 +21,8 @@ using namespace ToneAnalysis;
 // The whole way from the private sound server to the uploaded file: the default sink
 // "speakers" plays 440 Hz, the microphone feed 1000 Hz, and while paused 880 Hz and 660 Hz
 // join them. The mixed M4A carries 440 Hz on its left channel and 1000 Hz on its right,
-// and nothing of the pause; the mix followed the real captures all the way.
+// and nothing of the pause; the mix followed the real captures all the way. Then a room
+// of speech with the speakers' echo in the microphone, removed.
 class MixerChain : public QObject
 {
     Q_OBJECT
@@ -77,6 +81,43 @@ private slots:
         };
         QVERIFY(strongest(left, 440, { 880, 1000, 660 }));
         QVERIFY(strongest(right, 1000, { 660, 440, 880 }));
+    }
+
+    // The room of tools/EchoRoom played for real: its speakers into the default sink,
+    // its microphone (the far end through the room, 250 ms late) into the microphone
+    // feed a little after, and the live mix with the echo removed.
+    void removesTheSpeakersEcho()
+    {
+        QTemporaryDir folder;
+        EchoRoom room;
+        QCOMPARE(EchoRoom::make({ 8, 0.25, 0.4, 12, true, 25 }, &room), std::nullopt);
+        const QString speakers = folder.filePath(QStringLiteral("speakers.wav"));
+        const QString microphone = folder.filePath(QStringLiteral("microphone.wav"));
+        QVERIFY(room.writeSpeakers(speakers) && room.writeMicrophone(microphone));
+        PulseSoundServer server;
+        LogCapture log;
+        DualRecorder recorder(folder.path(), server, nullptr);
+        recorder.setRemoveSpeakerEcho(true);
+        QVERIFY(!recorder.start());
+        QVERIFY(QTest::qWaitFor([&] { return QFileInfo(recorder.systemAudioPath()).size() > 4844; }, 5000));
+        const auto play = [](QProcess &player, const char *device, const QString &file) {
+            player.start(QStringLiteral("paplay"),
+                { QStringLiteral("--latency-msec=20"), QString::fromLatin1(device), file });
+            return player.waitForStarted();
+        };
+        QProcess speakersPlayer, microphonePlayer;
+        QVERIFY(play(speakersPlayer, "--device=speakers", speakers));
+        QTest::qWait(100);
+        QVERIFY(play(microphonePlayer, "--device=micfeed", microphone));
+        QVERIFY(speakersPlayer.waitForFinished(15000) && microphonePlayer.waitForFinished(15000));
+        QCoro::waitFor(recorder.stop());
+        QVERIFY(!log.contains(QStringLiteral("Live mixing stopped")));
+        const QStringList report
+            = log.lines(QStringLiteral("AudioMixer")).filter(QStringLiteral("Speaker echo in"));
+        static const QRegularExpression found(
+            QStringLiteral("in ([1-9]\\d*) of \\d+ windows .* reduced by (\\d+)"));
+        const QRegularExpressionMatch match = found.match(report.value(0));
+        QVERIFY2(match.hasMatch() && match.captured(2).toInt() >= 10, qPrintable(report.join(u'\n')));
     }
 };
 
