@@ -42,7 +42,7 @@ public:
         long long echoWindows = 0;
         double inputEnergy = 0; // of the windows with echo
         double outputEnergy = 0;
-        int delayFrames = -1; // of the last echo found
+        int delayFrames = -1; // the echo delay the reference was last placed for
     };
 
     EchoFilter();
