@@ -3,6 +3,7 @@
 #include "account/Keychain.h"
 #include "common/Logging.h"
 #include "common/Observable.h"
+#include "common/SettingsFile.h"
 #include "service/ApiError.h"
 #include "service/DeviceInfo.h"
 
@@ -15,11 +16,6 @@
 namespace {
 
 const QString sessionAccount = QLatin1String(Keychain::sessionAccount);
-
-// A fixed settings file rather than the default one, so the identifier does not
-// depend on the names the process gives itself (tests, snapshots, the app).
-const QString settingsOrganization = QStringLiteral("Selvaro");
-const QString settingsApplication = QStringLiteral("Selvaro Recorder");
 
 } // namespace
 
@@ -137,8 +133,8 @@ QString SessionStore::vendorUuid()
     static const QString key = QStringLiteral("vendorUuid");
     // The identifier made in this run when the settings would not keep it.
     static QString unsaved;
-    QSettings settings(
-        QSettings::NativeFormat, QSettings::UserScope, settingsOrganization, settingsApplication);
+    QSettings settings(QSettings::NativeFormat, QSettings::UserScope,
+        QString::fromLatin1(settingsOrganization), QString::fromLatin1(settingsApplication));
     const QString stored = settings.value(key).toString();
     if (!stored.isEmpty())
         return stored;

@@ -2,6 +2,7 @@
 
 #include "BuildInfo.h"
 #include "app/Updater.h"
+#include "audio/SpeakerEchoSetting.h"
 
 #include <QApplication>
 #include <QDesktopServices>
@@ -29,6 +30,10 @@ MainWindow::MainWindow(QWidget *content, Updater &updater, QWidget *parent)
     m_checkForUpdates->setMenuRole(QAction::ApplicationSpecificRole);
     // Inert without a feed: the build's packages are updated by the system.
     m_checkForUpdates->setEnabled(m_updater.isConfigured());
+    application->addSeparator();
+    QAction *echo = application->addAction(tr("Remove Speaker Echo"), this, &SpeakerEchoSetting::set);
+    echo->setCheckable(true);
+    echo->setChecked(SpeakerEchoSetting::isOn());
     application->addSeparator();
     QAction *quit = application->addAction(tr("Quit"), qApp, &QApplication::quit);
     quit->setShortcut(QKeySequence::Quit);

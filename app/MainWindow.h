@@ -7,7 +7,8 @@ class Updater;
 
 // The one window: its content fixed at 380 × 430 points and not resizable, and a
 // menu named after the application holding "About Selvaro Recorder", directly
-// followed by "Check for Updates…", then "Quit". There is deliberately no command
+// followed by "Check for Updates…", then the checkable "Remove Speaker Echo"
+// (SpeakerEchoSetting), then "Quit". There is deliberately no command
 // that opens a second window: the application has exactly one.
 class MainWindow : public QMainWindow
 {

@@ -50,9 +50,8 @@ std::optional<QString> AudioFileWriter::open(const QString &path, const SampleSp
         return QStringLiteral("Failed to open %1 for writing: %2").arg(path, reason);
     }
     // Stays a plain WAV unless it grows past what a WAV can address (4 GiB, about
-    // 3.1 hours of 48 kHz stereo float); the header follows every write.
+    // 3.1 hours of 48 kHz stereo float); the header follows every headerSeconds.
     sf_command(m_file, SFC_RF64_AUTO_DOWNGRADE, nullptr, SF_TRUE);
-    sf_command(m_file, SFC_SET_UPDATE_HEADER_AUTO, nullptr, SF_TRUE);
     // Samples beyond full scale are clipped rather than wrapped around in PCM.
     sf_command(m_file, SFC_SET_CLIPPING, nullptr, SF_TRUE);
 
@@ -62,6 +61,7 @@ std::optional<QString> AudioFileWriter::open(const QString &path, const SampleSp
         m_accepting = true;
     }
     m_failed = false;
+    m_framesSinceHeader = 0;
     m_thread = std::thread([this] { run(); });
     return std::nullopt;
 }
@@ -158,6 +158,11 @@ void AudioFileWriter::write(const Block &block)
         }
     }
     m_framesWritten.fetch_add(static_cast<quint64>(written), std::memory_order_relaxed);
+    m_framesSinceHeader += written;
+    if (m_framesSinceHeader >= static_cast<qint64>(m_spec.rate * headerSeconds)) {
+        sf_command(m_file, SFC_UPDATE_HEADER_NOW, nullptr, 0);
+        m_framesSinceHeader = 0;
+    }
     if (written != block.frames) {
         // libsndfile leaves the errno of the write() that failed.
         m_failureErrno.store(errno, std::memory_order_relaxed);

@@ -20,9 +20,11 @@ struct sf_private_tag;
 // that receives audio never waits on the disk.
 //
 // The file is RF64 that libsndfile writes as a plain WAV while it stays under
-// 4 GiB, and its header is rewritten after every block: a process killed at any
-// moment leaves a file that opens and holds everything written until then. A file
-// is created with mode 0600 (recordings are private).
+// 4 GiB, and its header is rewritten once every headerSeconds of audio: a process
+// killed at any moment leaves a file that opens and holds everything written until
+// the last rewrite, at most half a second short (well inside the second a crash may
+// cost). Rewriting it after every 25 ms block cost a seek and a header write forty
+// times a second per file. A file is created with mode 0600 (recordings are private).
 //
 // A failed write (disk full, I/O error) is logged once; from then on nothing more
 // is written and the file keeps what it held. Its reason is kept for failure(),
@@ -37,6 +39,8 @@ public:
     // `threadName` names the writer thread ("SystemRecorder", "MicRecorder");
     // `category` is where write failures are logged.
     AudioFileWriter(const char *threadName, const QLoggingCategory &category);
+    // Seconds of audio between two rewrites of the header.
+    static constexpr double headerSeconds = 0.5;
     ~AudioFileWriter();
     AudioFileWriter(const AudioFileWriter &) = delete;
     AudioFileWriter &operator=(const AudioFileWriter &) = delete;
@@ -95,4 +99,5 @@ private:
     std::atomic<int> m_failureErrno { 0 };
     std::atomic<quint64> m_framesWritten { 0 };
     std::atomic<quint64> m_framesDropped { 0 };
+    qint64 m_framesSinceHeader = 0; // writer thread only
 };

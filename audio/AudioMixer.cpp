@@ -34,7 +34,7 @@ void AudioMixer::mixOnThisThread(const Files &files, const Transcript &transcrip
         return;
     }
 
-    MixEncoder encoder(system, microphone, files.output, append);
+    MixEncoder encoder(system, microphone, files.output, append, files.removeSpeakerEcho);
     while (encoder.step()) { }
     encoder.finish(append);
 }

@@ -21,6 +21,9 @@ public:
         QString systemAudio;
         QString microphone;
         QString output;
+        // The microphone channel with the speakers' echo removed where it holds any
+        // (EchoFilter); without, the raw microphone.
+        bool removeSpeakerEcho = false;
     };
 
     // Receives one transcript line at a time, each ending in a line feed.

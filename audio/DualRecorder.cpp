@@ -53,19 +53,27 @@ DualRecorder::DualRecorder(
 
 DualRecorder::~DualRecorder() = default;
 
-CaptureFactory DualRecorder::factory(
-    std::shared_ptr<SoundServer> server, std::shared_ptr<AlertSound> alertSound)
+CaptureFactory DualRecorder::factory(std::shared_ptr<SoundServer> server,
+    std::shared_ptr<AlertSound> alertSound, std::function<bool()> removeSpeakerEcho)
 {
-    return [server, alertSound](const QString &folder) -> std::shared_ptr<RecordingCapture> {
-        // The last reference may go while the recorder's own stop() is still unwinding:
-        // deleting it from the event loop is always safe. The server stays alive until
-        // the recorder, and its engines, are gone.
-        return std::shared_ptr<DualRecorder>(
-            new DualRecorder(folder, *server, alertSound), [server](DualRecorder *recorder) {
-                QObject::connect(recorder, &QObject::destroyed, [server] {});
-                recorder->deleteLater();
-            });
-    };
+    return
+        [server, alertSound, removeSpeakerEcho](const QString &folder) -> std::shared_ptr<RecordingCapture> {
+            // The last reference may go while the recorder's own stop() is still unwinding:
+            // deleting it from the event loop is always safe. The server stays alive until
+            // the recorder, and its engines, are gone.
+            auto recorder = std::shared_ptr<DualRecorder>(
+                new DualRecorder(folder, *server, alertSound), [server](DualRecorder *recorder) {
+                    QObject::connect(recorder, &QObject::destroyed, [server] {});
+                    recorder->deleteLater();
+                });
+            recorder->setRemoveSpeakerEcho(removeSpeakerEcho && removeSpeakerEcho());
+            return recorder;
+        };
+}
+
+AudioMixer::Files DualRecorder::mixFiles() const
+{
+    return { m_files.systemAudio(), m_files.microphone(), m_files.mixed(), m_removeSpeakerEcho };
 }
 
 void DualRecorder::appendLog(const QString &line)
@@ -107,8 +115,7 @@ std::optional<QString> DualRecorder::start()
     m_state = State::recording;
     // The mix follows the recording from here on, so that stop() only has to finish it.
     m_liveMixer.reset();
-    m_liveMixer = std::make_unique<LiveMixer>(
-        AudioMixer::Files { m_files.systemAudio(), m_files.microphone(), m_files.mixed() });
+    m_liveMixer = std::make_unique<LiveMixer>(mixFiles());
     qCDebug(lcDualRecorder, "Dual recording started");
     return std::nullopt;
 }
@@ -242,9 +249,7 @@ QCoro::Task<> DualRecorder::mixAudioFiles()
     const std::unique_ptr<LiveMixer> live = std::move(m_liveMixer);
     // Built outside the co_await expression: GCC 12 destroys temporaries of an awaited
     // full-expression twice, which here released the shared path strings once too often.
-    QCoro::Task<> mixing = live
-        ? live->finish(std::move(transcript))
-        : AudioMixer::mixAudioFiles(
-            { m_files.systemAudio(), m_files.microphone(), m_files.mixed() }, std::move(transcript));
+    QCoro::Task<> mixing = live ? live->finish(std::move(transcript))
+                                : AudioMixer::mixAudioFiles(mixFiles(), std::move(transcript));
     co_await std::move(mixing);
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "audio/AudioMixer.h"
 #include "audio/MicRecorder.h"
 #include "audio/RecordingCapture.h"
 #include "audio/RecordingFiles.h"
@@ -9,6 +10,7 @@
 
 #include <qcoro/qcorotask.h>
 
+#include <functional>
 #include <memory>
 #include <optional>
 
@@ -49,9 +51,14 @@ public:
     ~DualRecorder() override;
 
     // The application's factory: a DualRecorder on `server` per recording, deleted
-    // through the event loop and keeping the server alive until it is gone.
-    [[nodiscard]] static CaptureFactory factory(
-        std::shared_ptr<SoundServer> server, std::shared_ptr<AlertSound> alertSound);
+    // through the event loop and keeping the server alive until it is gone; each
+    // removes the speakers' echo when `removeSpeakerEcho` says so as it is made.
+    [[nodiscard]] static CaptureFactory factory(std::shared_ptr<SoundServer> server,
+        std::shared_ptr<AlertSound> alertSound, std::function<bool()> removeSpeakerEcho = {});
+
+    // Whether the mix takes the speakers' echo out of the microphone channel
+    // (AudioMixer::Files::removeSpeakerEcho); off until set. Before start().
+    void setRemoveSpeakerEcho(bool on) { m_removeSpeakerEcho = on; }
 
     [[nodiscard]] QString systemAudioPath() const { return m_files.systemAudio(); }
     [[nodiscard]] QString microphonePath() const { return m_files.microphone(); }
@@ -95,6 +102,7 @@ private:
         RecordingFiles files, SoundServer &server, std::shared_ptr<AlertSound> alertSound, QObject *parent);
     void appendLog(const QString &line);
     [[nodiscard]] QCoro::Task<> mixAudioFiles();
+    [[nodiscard]] AudioMixer::Files mixFiles() const;
 
     const RecordingFiles m_files;
     State m_state = State::idle;
@@ -106,4 +114,5 @@ private:
     std::unique_ptr<MicRecorder> m_micRecorder;
     // Follows the two files from start() on, so that stop() only finishes the mix.
     std::unique_ptr<LiveMixer> m_liveMixer;
+    bool m_removeSpeakerEcho = false;
 };

@@ -123,7 +123,7 @@ private:
         const MixEncoder::Line keep
             = [this](const QString &line) { m_startLines.append(line + QLatin1Char('\n')); };
         try {
-            m_encoder.emplace(m_system, m_microphone, m_files.output, keep);
+            m_encoder.emplace(m_system, m_microphone, m_files.output, keep, m_files.removeSpeakerEcho);
             m_outputMade = true;
             return true;
         } catch (const std::exception &error) {

@@ -9,6 +9,7 @@
 #include <QFileInfo>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <new>
 
@@ -119,7 +120,8 @@ MixEncoder::Inputs MixEncoder::describeInputs(
     return Inputs::mixable;
 }
 
-MixEncoder::MixEncoder(MixInput &system, MixInput &microphone, QString output, const Line &append)
+MixEncoder::MixEncoder(
+    MixInput &system, MixInput &microphone, QString output, const Line &append, bool removeSpeakerEcho)
     : m_system(system)
     , m_microphone(microphone)
     , m_output(removed(std::move(output)))
@@ -153,6 +155,10 @@ MixEncoder::MixEncoder(MixInput &system, MixInput &microphone, QString output, c
     }
     if (!m_system.rewind() || !m_microphone.rewind())
         failAndRemove("ERROR: Failed to open audio files", "Failed to read audio files for mixing");
+    if (removeSpeakerEcho)
+        m_echo = std::make_unique<EchoFilter>();
+    m_encode
+        = [this](const float *left, const float *right, int frames) { return encode(left, right, frames); };
 
     append(QStringLiteral("Starting mixing and encoding loop..."));
 }
@@ -180,10 +186,9 @@ bool MixEncoder::step()
         return false;
     fillLeft(m_system, n, m_left.data());
     fillRight(m_microphone, n, m_right.data());
-    if (!m_writer.enqueue(m_left.data(), m_right.data(), n))
-        return stopEarly(QStringLiteral("Failed to create sample buffer"));
-    if (!m_writer.encodeQueued())
-        return stopEarly(QStringLiteral("Failed to append sample buffer"));
+    if (m_echo ? !m_echo->push(m_left.data(), m_right.data(), n, m_encode)
+               : !m_encode(m_left.data(), m_right.data(), n))
+        return stopEarly(*m_encodeFailure);
     m_lastFrames = n;
     m_framesWritten = increment(m_framesWritten, n);
     if (m_iterations % AudioMixer::progressInterval == 0)
@@ -192,8 +197,39 @@ bool MixEncoder::step()
     return true;
 }
 
+bool MixEncoder::encode(const float *left, const float *right, int frames)
+{
+    if (!m_writer.enqueue(left, right, frames))
+        m_encodeFailure = QStringLiteral("Failed to create sample buffer");
+    else if (!m_writer.encodeQueued())
+        m_encodeFailure = QStringLiteral("Failed to append sample buffer");
+    return !m_encodeFailure;
+}
+
+// One line per recording, in the mixer's log rather than the transcript, whose lines
+// stay those of a mix without it.
+void MixEncoder::logEchoReport() const
+{
+    const EchoFilter::Report &report = m_echo->report();
+    const double reduction
+        = report.outputEnergy > 0 ? 10 * std::log10(report.inputEnergy / report.outputEnergy) : 0;
+    qCInfo(lcMixer, "Speaker echo in %lld of %lld windows (%.0f %%), reduced by %.1f dB, delay %d ms",
+        report.echoWindows, report.windows,
+        report.windows ? 100.0 * static_cast<double>(report.echoWindows) / static_cast<double>(report.windows)
+                       : 0.0,
+        reduction, report.delayFrames < 0 ? -1 : report.delayFrames / (EchoRemover::sampleRate / 1000));
+}
+
 void MixEncoder::finish(const Line &append)
 {
+    // What the echo filter still holds back goes out before the stream ends.
+    if (m_echo) {
+        if (!m_echo->finish(m_encode)) {
+            printLine(*m_encodeFailure);
+            m_stoppedEarly = true;
+        }
+        logEchoReport();
+    }
     append(QStringLiteral("Mixing complete: %1 iterations, %2 frames written")
                .arg(m_iterations)
                .arg(m_framesWritten));

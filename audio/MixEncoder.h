@@ -1,11 +1,14 @@
 #pragma once
 
 #include "audio/AudioMixer.h"
+#include "audio/EchoFilter.h"
 #include "audio/M4aWriter.h"
 
 #include <QString>
 
 #include <functional>
+#include <memory>
+#include <optional>
 #include <vector>
 
 class MixInput;
@@ -39,8 +42,11 @@ public:
     // Replaces the output with a new M4A, started, and prepares the loop: from
     // "AVAssetWriter configured for direct M4A output" to "Starting mixing and encoding
     // loop...". Throws DualRecorderError (FFmpeg's text when the encoder cannot be set
-    // up, the transcript's message otherwise) and then leaves no output.
-    MixEncoder(MixInput &system, MixInput &microphone, QString output, const Line &append);
+    // up, the transcript's message otherwise) and then leaves no output. With
+    // `removeSpeakerEcho` the microphone channel goes through an EchoFilter, which holds
+    // the encoding one window behind the mixing; the counters and lines stay the same.
+    MixEncoder(MixInput &system, MixInput &microphone, QString output, const Line &append,
+        bool removeSpeakerEcho = false);
     MixEncoder(const MixEncoder &) = delete;
     MixEncoder &operator=(const MixEncoder &) = delete;
 
@@ -59,12 +65,20 @@ public:
     void finish(const Line &append);
 
 private:
+    // False when the encoder refused the frames, with the line for standard output
+    // kept in m_encodeFailure.
+    [[nodiscard]] bool encode(const float *left, const float *right, int frames);
+    void logEchoReport() const;
+
     MixInput &m_system;
     MixInput &m_microphone;
     const QString m_output;
     M4aWriter m_writer;
     std::vector<float> m_left;
     std::vector<float> m_right;
+    std::unique_ptr<EchoFilter> m_echo;
+    EchoFilter::Sink m_encode;
+    std::optional<QString> m_encodeFailure;
     long long m_iterations = 0;
     long long m_framesWritten = 0;
     int m_lastFrames = 0;

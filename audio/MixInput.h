@@ -9,7 +9,7 @@
 // One input of the mix: a WAV file read as float, whatever its stored sample width, one
 // chunk at a time into a buffer allocated once.
 //
-// The file may still be growing: its writer rewrites the header after every block, so
+// The file may still be growing: its writer rewrites the header every half second of audio, so
 // reopening it (refresh()) learns how far it has got. A size read from a header caught
 // in mid-rewrite can only claim more than the file holds, and libsndfile then counts
 // what the file holds, and the file's length only ever covers bytes already written: so

@@ -7,9 +7,10 @@
 // recorded time. Starts the daemon itself (through the test fixtures) unless it
 // already runs under one.
 //
-//   build/bench/capture_bench [seconds]      (default 60)
+//   build/bench/capture_bench [seconds] [--echo]     (default 60; --echo: the mix
+//                                                    removes the speakers' echo)
 //
-// Last line: cpu_percent=<n> lost_frames=<n> mixed=<1 when the live mix finished>
+// Last line: cpu_percent=<n> echo=<0|1> lost_frames=<n> mixed=<1 when the live mix finished>
 // start_gap_system_ms=<n> start_gap_microphone_ms=<n> track_error_ms=<n> track_lag_ms=<n>
 //
 // The recorded time counts from the first start() (the microphone's) to the stop.
@@ -109,6 +110,7 @@ int main(int argc, char **argv)
     if (qEnvironmentVariableIsEmpty("SELVARO_PULSE_DAEMON_PID"))
         return underFixtures(argc, argv);
     const int seconds = argc > 1 ? std::max(1, std::atoi(argv[1])) : 60;
+    const bool echo = argc > 2 && QByteArray(argv[2]) == "--echo";
 
     QTemporaryDir dir;
     const QString systemTone = dir.filePath(QStringLiteral("440.wav"));
@@ -138,7 +140,7 @@ int main(int argc, char **argv)
         return 1;
     }
     LiveMixer mixer(
-        { system.filePath(), microphone.filePath(), dir.filePath(QStringLiteral("bench_mixed.m4a")) });
+        { system.filePath(), microphone.filePath(), dir.filePath(QStringLiteral("bench_mixed.m4a")), echo });
     const double cpuBefore = cpuSeconds();
     const auto wallBefore = Steady::now();
     const auto since
@@ -211,10 +213,11 @@ int main(int argc, char **argv)
         static_cast<unsigned long long>(microphoneAfter.framesAbsorbed),
         static_cast<unsigned long long>(systemAfter.framesOfSilence),
         static_cast<unsigned long long>(microphoneAfter.framesOfSilence));
-    std::printf(
-        "cpu_percent=%.2f lost_frames=%lld mixed=%d start_gap_system_ms=%.0f start_gap_microphone_ms=%.0f "
-        "track_error_ms=%.0f track_lag_ms=%.0f\n",
-        100 * cpu / wall, lost, mixed ? 1 : 0, static_cast<double>(systemAfter.framesBeforeFirstBlock) / 48,
+    std::printf("cpu_percent=%.2f echo=%d lost_frames=%lld mixed=%d start_gap_system_ms=%.0f "
+                "start_gap_microphone_ms=%.0f "
+                "track_error_ms=%.0f track_lag_ms=%.0f\n",
+        100 * cpu / wall, echo ? 1 : 0, lost, mixed ? 1 : 0,
+        static_cast<double>(systemAfter.framesBeforeFirstBlock) / 48,
         static_cast<double>(microphoneAfter.framesBeforeFirstBlock) / 48, 1000 * trackError, 1000 * trackLag);
     return 0;
 }

@@ -3,6 +3,7 @@
 #include "audio/DualRecorder.h"
 #include "audio/MicrophonePermission.h"
 #include "audio/RecordingsFolder.h"
+#include "audio/SpeakerEchoSetting.h"
 #include "audio/SystemAudioPermission.h"
 #include "common/SystemClock.h"
 #include "recording/DesktopSleepInhibitor.h"
@@ -13,7 +14,7 @@ RecorderPlatform RecorderPlatform::onSoundServer(
 {
     RecorderPlatform platform;
     platform.soundServer = server;
-    platform.makeCapture = DualRecorder::factory(server, std::move(alertSound));
+    platform.makeCapture = DualRecorder::factory(server, std::move(alertSound), SpeakerEchoSetting::isOn);
     platform.microphone = std::make_unique<MicrophonePermission>(*server);
     platform.systemAudio = std::make_unique<SystemAudioPermission>(*server);
     platform.recordingsFolder = std::move(recordingsFolder);

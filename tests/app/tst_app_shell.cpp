@@ -11,6 +11,7 @@
 #include "app/ScreenFrame.h"
 #include "app/Snapshot.h"
 #include "app/Updater.h"
+#include "audio/SpeakerEchoSetting.h"
 #include "support/LogCapture.h"
 #include "ui/PairingView.h"
 
@@ -131,6 +132,13 @@ private Q_SLOTS:
         QCOMPARE(items.value(items.indexOf(window.aboutAction()) + 1), window.checkForUpdatesAction());
         QCOMPARE(window.checkForUpdatesAction()->text(), u"Check for Updates…"_s);
         QVERIFY(!window.checkForUpdatesAction()->isEnabled());
+        // "Remove Speaker Echo": checkable, on until turned off, and remembered.
+        const auto echo = std::ranges::find(items, u"Remove Speaker Echo"_s, &QAction::text);
+        QVERIFY(echo != items.end() && (*echo)->isCheckable() && (*echo)->isChecked());
+        (*echo)->trigger();
+        QVERIFY(!SpeakerEchoSetting::isOn());
+        (*echo)->trigger();
+        QVERIFY(SpeakerEchoSetting::isOn());
         window.show();
         QVERIFY(QTest::qWaitForWindowExposed(&window));
         window.resize(800, 900);

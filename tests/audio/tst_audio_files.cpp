@@ -51,7 +51,8 @@ private Q_SLOTS:
         QVERIFY(!RecordingsFolder::freeSpace(m_dir.filePath(QStringLiteral("none"))));
     }
 
-    // What a killed process leaves: a private file whose header is current while it is open.
+    // What a killed process leaves: a private file whose header is current while it is
+    // open, at every half second of audio.
     void headerIsCurrentWhileOpen()
     {
         const QString path = m_dir.filePath(QStringLiteral("open.wav"));
@@ -63,14 +64,14 @@ private Q_SLOTS:
         QVERIFY(!writer.open(path, { SampleSpec::Sample::float32, 48000, 2 }));
         QCOMPARE(modeOf(path), mode_t(0600));
         writer.push(m_block.data(), 1000);
-        writer.push(nullptr, 500); // silence
-        QTRY_COMPARE(writer.framesWritten(), quint64(1500));
+        writer.push(nullptr, 23000); // silence
+        QTRY_COMPARE(writer.framesWritten(), quint64(24000));
         QFile raw(path);
         QVERIFY(raw.open(QIODevice::ReadOnly));
         QCOMPARE(
             qFromLittleEndian<quint32>(raw.read(8).constData() + 4), quint32(raw.size() - 8)); // RIFF size
         const SoundFile file = SoundFile::read(path);
-        QCOMPARE(file.frames(), 1500);
+        QCOMPARE(file.frames(), 24000);
         QCOMPARE(file.samples[1], 0.25F);
         QCOMPARE(file.samples.back(), 0.0F);
     }

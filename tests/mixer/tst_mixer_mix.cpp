@@ -189,6 +189,7 @@ private slots:
             << 2 << qint64(70000) << qint64(4096 * 20) << QString();
         QTest::newRow("with a pause") << 2 << qint64(100000) << qint64(100000) << u"pause"_s;
         QTest::newRow("shorter than one chunk") << 2 << qint64(1000) << qint64(3000) << QString();
+        QTest::newRow("speaker echo removed") << 2 << qint64(250000) << qint64(240000) << u"remove echo"_s;
         // The live mix gives up (logged once) and the mix of the finished files runs instead.
         QTest::newRow("output removed while following")
             << 2 << qint64(120000) << qint64(120000) << u"remove the output"_s;
@@ -201,6 +202,7 @@ private slots:
         QFETCH(qint64, microphoneFrames);
         QFETCH(QString, event);
         const bool paused = event == u"pause"_s;
+        m_files.removeSpeakerEcho = event == u"remove echo"_s;
         AudioFileWriter system("SystemRecorder", lcMixer());
         AudioFileWriter microphone("MicRecorder", lcMixer());
         QCOMPARE(system.open(m_files.systemAudio, { SampleSpec::Sample::float32, rate, systemChannels }),

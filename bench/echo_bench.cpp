@@ -1,0 +1,91 @@
+// The echo filter over the room of tools/EchoRoom (speech from espeak-ng; bulk delay
+// 250 ms, reverberation 0.4 s, echo 12 dB down, low noise), for 60 s and for 10
+// minutes: the figures of docs/mixer.md, and the filter's processor time against the
+// audio's length on one thread. The headset room (no echo) must come out sample for
+// sample as it went in.
+//
+//   build/bench/echo_bench [--short 60] [--long 600]
+//
+// Last line: erle_db=<n> nearend_change_db=<n> doubletalk_drop_db=<n> realtime_factor=<n>
+// headset_identical=<0|1> (the figures of the long run)
+
+#include "audio/EchoFilter.h"
+#include "tools/EchoRoom.h"
+
+#include <QCoreApplication>
+
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+
+namespace {
+
+double threadSeconds()
+{
+    timespec now {};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
+    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
+}
+
+// The room's microphone through the filter in the mixer's chunks; the processor time.
+std::vector<float> filtered(const EchoRoom &room, double *seconds)
+{
+    EchoFilter filter;
+    std::vector<float> out;
+    out.reserve(room.microphone().size());
+    const EchoFilter::Sink keep = [&out](const float *, const float *right, int frames) {
+        out.insert(out.end(), right, right + frames);
+        return true;
+    };
+    const double before = threadSeconds();
+    for (size_t at = 0; at < room.microphone().size(); at += 4096) {
+        const int n = static_cast<int>(std::min<size_t>(4096, room.microphone().size() - at));
+        if (!filter.push(room.speakers().data() + at, room.microphone().data() + at, n, keep))
+            return {};
+    }
+    if (!filter.finish(keep))
+        return {};
+    *seconds = threadSeconds() - before;
+    return out;
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    QCoreApplication application(argc, argv);
+    double lengths[] = { 60, 600 };
+    for (int i = 1; i + 1 < argc; i += 2)
+        lengths[std::strcmp(argv[i], "--short") == 0 ? 0 : 1] = std::atof(argv[i + 1]);
+    EchoRoom::Figures figures;
+    double factor = 0;
+    bool identical = true;
+    for (const double length : lengths) {
+        for (const bool echo : { true, false }) {
+            EchoRoom room;
+            EchoRoom::Options options;
+            options.seconds = length;
+            options.echo = echo;
+            if (auto error = EchoRoom::make(options, &room)) {
+                std::fprintf(stderr, "%s\n", qPrintable(*error));
+                return 1;
+            }
+            double seconds = 0;
+            const std::vector<float> out = filtered(room, &seconds);
+            if (!echo) {
+                identical = identical && out == room.microphone();
+                continue;
+            }
+            figures = room.measure(out);
+            factor = seconds / length;
+            std::printf("%.0f s: erle_db=%.2f nearend_change_db=%.3f nearend_correlation=%.4f "
+                        "doubletalk_drop_db=%.2f realtime_factor=%.4f\n",
+                length, figures.erleDb, figures.nearEndChangeDb, figures.nearEndCorrelation,
+                figures.doubleTalkDropDb, factor);
+        }
+    }
+    std::printf("erle_db=%.2f nearend_change_db=%.3f doubletalk_drop_db=%.2f realtime_factor=%.4f "
+                "headset_identical=%d\n",
+        figures.erleDb, figures.nearEndChangeDb, figures.doubleTalkDropDb, factor, identical ? 1 : 0);
+    return 0;
+}
