@@ -4,9 +4,17 @@
 #include "app/ContentView.h"
 #include "app/MainWindow.h"
 #include "app/ScreenFrame.h"
+#include "common/Logging.h"
+#include "recording/RecorderCommand.h"
 #include "recording/RecorderFlow.h"
 
 #include <QApplication>
+
+#include <qcoro/qcorosignal.h>
+
+namespace {
+constexpr std::chrono::milliseconds permissionsWait { 2000 };
+} // namespace
 
 SelvaroRecorderApp::SelvaroRecorderApp(QUrl baseUrl)
     : m_model(std::move(baseUrl))
@@ -31,6 +39,28 @@ SelvaroRecorderApp::~SelvaroRecorderApp()
 void SelvaroRecorderApp::show()
 {
     m_window->show();
+}
+
+void SelvaroRecorderApp::raise()
+{
+    qCInfo(lcApp, "window raised");
+    m_window->show();
+    m_window->raise();
+    m_window->activateWindow();
+}
+
+QCoro::Task<std::optional<QString>> SelvaroRecorderApp::take(QString name)
+{
+    const std::optional<RecorderCommand::Name> command = RecorderCommand::named(name);
+    if (!command)
+        co_return QStringLiteral("Unknown action \"%1\".").arg(name);
+    // The model lives as long as this object, which main keeps until the loop ends.
+    co_await m_model.store().waitUntilLoaded();
+    // A fresh instance probes the permissions as it starts: give the answer a moment.
+    RecorderFlow &recorder = m_model.recorder();
+    if (recorder.showsPermissions())
+        co_await qCoro(&recorder, &RecorderFlow::showsPermissionsChanged, permissionsWait);
+    co_return RecorderCommand::take(*command, m_model.recorder(), m_model.store());
 }
 
 void SelvaroRecorderApp::describe()

@@ -5,7 +5,10 @@
 
 #include <QUrl>
 
+#include <qcoro/qcorotask.h>
+
 #include <memory>
+#include <optional>
 
 class ContentView;
 class MainWindow;
@@ -21,6 +24,12 @@ public:
     ~SelvaroRecorderApp();
 
     void show();
+    // Shows the window and brings it to the front: a second start, the launcher.
+    void raise();
+    // A recorder action from outside the window ("toggle", "record", "pause",
+    // "save"), once the secret store has said whether this computer is linked.
+    // Nothing when taken, else the user's sentence.
+    QCoro::Task<std::optional<QString>> take(QString name);
 
     [[nodiscard]] AppModel &model() { return m_model; }
     [[nodiscard]] MainWindow &window() { return *m_window; }

@@ -1,0 +1,82 @@
+// One instance per session, with the real program on a private session bus: a second
+// start raises the first and ends, and "--toggle"/"--save" reach the running instance
+// (starting one when none runs) and answer with their exit status and sentence. The
+// actions' rules themselves are recording_handsoff's.
+#include "app/ApplicationInterface.h"
+
+#include <QDBusConnection>
+#include <QDBusConnectionInterface>
+#include <QProcess>
+#include <QTest>
+
+#include <csignal>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+QDBusConnectionInterface &bus()
+{
+    return *QDBusConnection::sessionBus().interface();
+}
+
+bool running()
+{
+    return bus().isServiceRegistered(QLatin1String(ApplicationInterface::serviceName));
+}
+
+} // namespace
+
+class AppInstanceTest : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void actionsReachTheRunningInstance_data()
+    {
+        QTest::addColumn<bool>("alreadyRunning");
+        QTest::addColumn<QString>("option");
+        QTest::addColumn<int>("status");
+        QTest::addColumn<QString>("sentence");
+        QTest::newRow("second start") << true << QString() << 0 << QString();
+        QTest::newRow("toggle, not linked")
+            << true << u"--toggle"_s << 1 << u"This computer is not linked yet."_s;
+        QTest::newRow("save, nothing paused") << true << u"--save"_s << 1 << u"Nothing to save."_s;
+        QTest::newRow("toggle starts one")
+            << false << u"--toggle"_s << 1 << u"This computer is not linked yet."_s;
+    }
+    void actionsReachTheRunningInstance()
+    {
+        QFETCH(bool, alreadyRunning);
+        QFETCH(QString, option);
+        QProcess first;
+        first.setProcessChannelMode(QProcess::ForwardedOutputChannel);
+        if (alreadyRunning) {
+            first.start(QStringLiteral(SELVARO_RECORDER_EXECUTABLE), {});
+            QTRY_VERIFY_WITH_TIMEOUT(running(), 20000);
+        }
+        QProcess second;
+        second.start(QStringLiteral(SELVARO_RECORDER_EXECUTABLE),
+            option.isEmpty() ? QStringList() : QStringList { option });
+        QVERIFY(second.waitForFinished(40000));
+        QTEST(second.exitCode(), "status");
+        const QByteArray said = second.readAllStandardError();
+        QFETCH(QString, sentence);
+        QVERIFY2(sentence.isEmpty() || said.endsWith((sentence + u'\n').toUtf8()), said.constData());
+        // Still one instance, now raised or started; stopped here by its PID.
+        QVERIFY(running());
+        const uint pid = bus().servicePid(QLatin1String(ApplicationInterface::serviceName));
+        QVERIFY(pid > 0 && pid != uint(second.processId()));
+        if (alreadyRunning)
+            QCOMPARE(pid, uint(first.processId()));
+        QByteArray log;
+        if (option.isEmpty())
+            QTRY_VERIFY((log += first.readAllStandardError()).contains("window raised"));
+        ::kill(pid_t(pid), SIGTERM);
+        QTRY_VERIFY_WITH_TIMEOUT(!running(), 20000);
+        QTRY_COMPARE_WITH_TIMEOUT(first.state(), QProcess::NotRunning, 20000);
+    }
+};
+
+QTEST_MAIN(AppInstanceTest)
+#include "tst_app_instance.moc"
