@@ -3,6 +3,7 @@
 #include "audio/pulse/PulseAlertSound.h"
 #include "audio/pulse/PulseSoundServer.h"
 #include "common/Observable.h"
+#include "recording/DesktopNotifier.h"
 #include "recording/RecorderFlow.h"
 
 AppModel::AppModel(QUrl baseUrl, std::chrono::milliseconds storeWait, QObject *parent)
@@ -13,6 +14,7 @@ AppModel::AppModel(QUrl baseUrl, std::chrono::milliseconds storeWait, QObject *p
     , m_recorder(std::make_unique<RecorderFlow>(m_api, m_store,
           RecorderFlow::Platform::onSoundServer(
               std::make_shared<PulseSoundServer>(), std::make_shared<PulseAlertSound>())))
+    , m_notifier(std::make_unique<DesktopNotifier>())
 {
     m_storeWait.setSingleShot(true);
     connect(&m_storeWait, &QTimer::timeout, this,

@@ -14,6 +14,7 @@
 #include <chrono>
 #include <memory>
 
+class Notifier;
 class RecorderFlow;
 
 // The root model: the service client, the session store, the pairing flow and the
@@ -43,6 +44,8 @@ public:
     [[nodiscard]] SessionStore &store() { return m_store; }
     [[nodiscard]] PairingFlow &pairing() { return m_pairing; }
     [[nodiscard]] RecorderFlow &recorder() { return *m_recorder; }
+    // The desktop's notifications, for whatever must reach the user outside the window.
+    [[nodiscard]] Notifier &notifier() { return *m_notifier; }
 
     // Every start renews the saved session with the service (or forgets it when
     // the service no longer knows this computer). Started when the window first shows.
@@ -68,6 +71,7 @@ private:
     SessionStore m_store;
     PairingFlow m_pairing;
     std::unique_ptr<RecorderFlow> m_recorder;
+    std::unique_ptr<Notifier> m_notifier;
     QTimer m_storeWait;
     bool m_storeSilent = false;
 };

@@ -4,6 +4,7 @@
 #include "app/Updater.h"
 
 #include <QApplication>
+#include <QCloseEvent>
 #include <QDesktopServices>
 #include <QLayout>
 #include <QMenuBar>
@@ -30,9 +31,26 @@ MainWindow::MainWindow(QWidget *content, Updater &updater, QWidget *parent)
     // Inert without a feed: the build's packages are updated by the system.
     m_checkForUpdates->setEnabled(m_updater.isConfigured());
     application->addSeparator();
-    QAction *quit = application->addAction(tr("Quit"), qApp, &QApplication::quit);
-    quit->setShortcut(QKeySequence::Quit);
-    quit->setMenuRole(QAction::QuitRole);
+    m_quit = application->addAction(tr("Quit"), qApp, &QApplication::quit);
+    m_quit->setShortcut(QKeySequence::Quit);
+    m_quit->setMenuRole(QAction::QuitRole);
+}
+
+QAction *MainWindow::addOption(const QString &text, bool checked)
+{
+    auto *option = new QAction(text, this);
+    option->setCheckable(true);
+    option->setChecked(checked);
+    menuBar()->actions().constFirst()->menu()->insertAction(m_quit, option);
+    return option;
+}
+
+void MainWindow::closeEvent(QCloseEvent *event)
+{
+    if (m_mayClose && !m_mayClose())
+        event->ignore();
+    else
+        QMainWindow::closeEvent(event);
 }
 
 void MainWindow::showAbout()

@@ -4,11 +4,16 @@
 #include "app/ContentView.h"
 #include "app/MainWindow.h"
 #include "app/ScreenFrame.h"
+#include "app/TrayIcon.h"
+#include "app/WindowClose.h"
 #include "common/Logging.h"
+#include "recording/Notifier.h"
 #include "recording/RecorderCommand.h"
 #include "recording/RecorderFlow.h"
 
 #include <QApplication>
+#include <QMessageBox>
+#include <QPushButton>
 
 #include <qcoro/qcorosignal.h>
 
@@ -22,6 +27,19 @@ SelvaroRecorderApp::SelvaroRecorderApp(QUrl baseUrl)
 {
     m_content = new ContentView(m_model);
     m_window = std::make_unique<MainWindow>(new ScreenFrame(m_content), m_updater);
+    m_window->setCloseHandler([this] { return mayClose(); });
+    RecorderFlow &recorder = m_model.recorder();
+    m_tray = std::make_unique<TrayIcon>(recorder,
+        TrayIcon::Choices {
+            .take =
+                [this](RecorderCommand::Name name) {
+                    // A refusal is what the window shows (the permissions, the pairing).
+                    if (RecorderCommand::take(name, m_model.recorder(), m_model.store()))
+                        raise();
+                },
+            .show = [this] { raise(); },
+            .quit = [] { QApplication::quit(); },
+        });
     // A permission may have changed while another application was in front.
     QObject::connect(qApp, &QGuiApplication::applicationStateChanged, &m_model.recorder(),
         [recorder = &m_model.recorder()](Qt::ApplicationState state) {
@@ -30,10 +48,32 @@ SelvaroRecorderApp::SelvaroRecorderApp(QUrl baseUrl)
         });
 }
 
-// The window (and its views) go before the model they draw.
+// The window, its views and the tray go before the model they draw.
 SelvaroRecorderApp::~SelvaroRecorderApp()
 {
+    m_tray.reset();
     m_window.reset();
+}
+
+bool SelvaroRecorderApp::mayClose()
+{
+    switch (WindowClose::decide(m_model.recorder().state().kind(), TrayIcon::isAvailable())) {
+    case WindowClose::Outcome::quit:
+        return true;
+    case WindowClose::Outcome::hideToTray:
+        m_window->hide();
+        if (!std::exchange(m_toldInTray, true))
+            m_model.notifier().notify(tr("Still recording. Selvaro Recorder is in the tray."));
+        return false;
+    case WindowClose::Outcome::askFirst: {
+        QMessageBox question(QMessageBox::Question, QApplication::applicationDisplayName(),
+            tr("Quit and keep the recording to send later?"), QMessageBox::Cancel, m_window.get());
+        QPushButton *quit = question.addButton(tr("Quit"), QMessageBox::AcceptRole);
+        question.exec();
+        return question.clickedButton() == quit;
+    }
+    }
+    return true;
 }
 
 void SelvaroRecorderApp::show()

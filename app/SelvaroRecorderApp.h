@@ -3,6 +3,7 @@
 #include "app/AppModel.h"
 #include "app/Updater.h"
 
+#include <QCoreApplication>
 #include <QUrl>
 
 #include <qcoro/qcorotask.h>
@@ -12,6 +13,7 @@
 
 class ContentView;
 class MainWindow;
+class TrayIcon;
 
 // The application: the root model, then the updater, then the one window with
 // the content view. Snapshot mode is decided before this is made (main), so
@@ -19,6 +21,8 @@ class MainWindow;
 // sound server.
 class SelvaroRecorderApp
 {
+    Q_DECLARE_TR_FUNCTIONS(SelvaroRecorderApp)
+
 public:
     explicit SelvaroRecorderApp(QUrl baseUrl = SelvaroAPI::compiledBaseUrl());
     ~SelvaroRecorderApp();
@@ -34,14 +38,20 @@ public:
     [[nodiscard]] AppModel &model() { return m_model; }
     [[nodiscard]] MainWindow &window() { return *m_window; }
     [[nodiscard]] ContentView &content() { return *m_content; }
+    [[nodiscard]] TrayIcon &tray() { return *m_tray; }
 
     // Names the application for the desktop (settings paths, window class).
     static void describe();
 
 private:
+    // Closing the window: hidden to the tray, asked about first, or closed.
+    bool mayClose();
+
     AppModel m_model;
     QNetworkAccessManager m_updateNetwork;
     Updater m_updater;
     ContentView *m_content = nullptr;
     std::unique_ptr<MainWindow> m_window;
+    std::unique_ptr<TrayIcon> m_tray;
+    bool m_toldInTray = false;
 };
