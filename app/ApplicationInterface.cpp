@@ -5,8 +5,9 @@
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
 #include <QDBusMessage>
+#include <QDBusMetaType>
 
-ApplicationInterface::ApplicationInterface(std::function<void()> activate, Action action)
+ApplicationInterface::ApplicationInterface(std::function<void(const QString &token)> activate, Action action)
     : m_activate(std::move(activate))
     , m_action(std::move(action))
 { }
@@ -51,8 +52,12 @@ bool ApplicationInterface::handleMessage(const QDBusMessage &message, const QDBu
         return false;
     const QString member = message.member();
     if (member == QLatin1String("Activate") || member == QLatin1String("Open")) {
-        if (member == QLatin1String("Activate"))
-            m_activate();
+        if (member == QLatin1String("Activate")) {
+            const QVariantMap data = qdbus_cast<QVariantMap>(message.arguments().value(0));
+            m_activate(data.value(QStringLiteral("activation-token"),
+                               data.value(QStringLiteral("desktop-startup-id")))
+                           .toString());
+        }
         connection.send(message.createReply());
         return true;
     }

@@ -30,7 +30,8 @@ public:
     // Nothing when taken, else the user's sentence.
     using Action = std::function<QCoro::Task<std::optional<QString>>(QString name)>;
 
-    ApplicationInterface(std::function<void()> activate, Action action);
+    // `activate` is given the desktop's activation token, if it sent one.
+    ApplicationInterface(std::function<void(const QString &token)> activate, Action action);
     ~ApplicationInterface() override;
 
     enum class Claim {
@@ -47,7 +48,7 @@ public:
 private:
     static QCoro::Task<> answer(Action action, QString name, QDBusMessage call);
 
-    std::function<void()> m_activate;
+    std::function<void(const QString &token)> m_activate;
     Action m_action;
     bool m_registered = false;
 };

@@ -2,6 +2,7 @@
 
 #include "app/AppModel.h"
 #include "app/Updater.h"
+#include "recording/RecorderCommand.h"
 
 #include <QCoreApplication>
 #include <QUrl>
@@ -13,6 +14,7 @@
 
 class ContentView;
 class MainWindow;
+class PortalShortcut;
 class TrayIcon;
 
 // The application: the root model, then the updater, then the one window with
@@ -28,8 +30,9 @@ public:
     ~SelvaroRecorderApp();
 
     void show();
-    // Shows the window and brings it to the front: a second start, the launcher.
-    void raise();
+    // Shows the window and brings it to the front: a second start, the launcher. The
+    // desktop's activation token lets a Wayland compositor give it the focus.
+    void raise(const QString &activationToken = {});
     // A recorder action from outside the window ("toggle", "record", "pause",
     // "save"), once the secret store has said whether this computer is linked.
     // Nothing when taken, else the user's sentence.
@@ -46,6 +49,8 @@ public:
 private:
     // Closing the window: hidden to the tray, asked about first, or closed.
     bool mayClose();
+    // The tray's and the shortcut's actions: a refusal shows the window, which says why.
+    void takeHere(RecorderCommand::Name name);
 
     AppModel m_model;
     QNetworkAccessManager m_updateNetwork;
@@ -53,5 +58,6 @@ private:
     ContentView *m_content = nullptr;
     std::unique_ptr<MainWindow> m_window;
     std::unique_ptr<TrayIcon> m_tray;
+    std::unique_ptr<PortalShortcut> m_shortcut;
     bool m_toldInTray = false;
 };

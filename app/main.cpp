@@ -65,7 +65,7 @@ int main(int argc, char *argv[])
     // reads the secret store or probes the sound server. Calls arrive from the event
     // loop, so the recorder exists by then.
     std::unique_ptr<SelvaroRecorderApp> recorder;
-    ApplicationInterface instance([&recorder] { recorder->raise(); },
+    ApplicationInterface instance([&recorder](const QString &token) { recorder->raise(token); },
         [&recorder](const QString &name) { return recorder->take(name); });
     if (instance.claim() == ApplicationInterface::Claim::elsewhere)
         return RunningInstance::activate() ? 0 : 1;

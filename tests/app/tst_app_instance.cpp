@@ -15,14 +15,11 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-QDBusConnectionInterface &bus()
+// The PID of whoever owns the application's name; 0 for nobody.
+uint owner()
 {
-    return *QDBusConnection::sessionBus().interface();
-}
-
-bool running()
-{
-    return bus().isServiceRegistered(QLatin1String(ApplicationInterface::serviceName));
+    return QDBusConnection::sessionBus().interface()->servicePid(
+        QLatin1String(ApplicationInterface::serviceName));
 }
 
 } // namespace
@@ -50,10 +47,9 @@ private Q_SLOTS:
         QFETCH(bool, alreadyRunning);
         QFETCH(QString, option);
         QProcess first;
-        first.setProcessChannelMode(QProcess::ForwardedOutputChannel);
         if (alreadyRunning) {
             first.start(QStringLiteral(SELVARO_RECORDER_EXECUTABLE), {});
-            QTRY_VERIFY_WITH_TIMEOUT(running(), 20000);
+            QTRY_VERIFY_WITH_TIMEOUT(owner(), 20000);
         }
         QProcess second;
         second.start(QStringLiteral(SELVARO_RECORDER_EXECUTABLE),
@@ -64,16 +60,14 @@ private Q_SLOTS:
         QFETCH(QString, sentence);
         QVERIFY2(sentence.isEmpty() || said.split('\n').contains(sentence.toUtf8()), said.constData());
         // Still one instance, now raised or started; stopped here by its PID.
-        QVERIFY(running());
-        const uint pid = bus().servicePid(QLatin1String(ApplicationInterface::serviceName));
-        QVERIFY(pid > 0 && pid != uint(second.processId()));
-        if (alreadyRunning)
-            QCOMPARE(pid, uint(first.processId()));
+        const uint pid = owner();
+        QVERIFY(pid > 0 && pid != uint(second.processId())
+            && (!alreadyRunning || pid == uint(first.processId())));
         QByteArray log;
         if (option.isEmpty())
             QTRY_VERIFY((log += first.readAllStandardError()).contains("window raised"));
         ::kill(pid_t(pid), SIGTERM);
-        QTRY_VERIFY_WITH_TIMEOUT(!running(), 20000);
+        QTRY_VERIFY_WITH_TIMEOUT(!owner(), 20000);
         QTRY_COMPARE_WITH_TIMEOUT(first.state(), QProcess::NotRunning, 20000);
     }
 };
