@@ -3,6 +3,11 @@
 #include "audio/pulse/PulseAlertSound.h"
 #include "audio/pulse/PulseSoundServer.h"
 #include "common/Observable.h"
+#include "common/SystemClock.h"
+#include "recording/AutoPause.h"
+#include "recording/CallOffer.h"
+#include "recording/CallWatch.h"
+#include "recording/DesktopNotifier.h"
 #include "recording/RecorderFlow.h"
 
 AppModel::AppModel(QUrl baseUrl, std::chrono::milliseconds storeWait, QObject *parent)
@@ -10,10 +15,17 @@ AppModel::AppModel(QUrl baseUrl, std::chrono::milliseconds storeWait, QObject *p
     , m_api(&m_network, std::move(baseUrl))
     , m_store(SessionStore::Load::fromKeychain)
     , m_pairing(m_api, &m_store)
+    , m_soundServer(std::make_shared<PulseSoundServer>())
     , m_recorder(std::make_unique<RecorderFlow>(m_api, m_store,
-          RecorderFlow::Platform::onSoundServer(
-              std::make_shared<PulseSoundServer>(), std::make_shared<PulseAlertSound>())))
+          RecorderFlow::Platform::onSoundServer(m_soundServer, std::make_shared<PulseAlertSound>())))
+    , m_notifier(std::make_unique<DesktopNotifier>())
 {
+    const auto clock = std::make_shared<SystemClock>();
+    m_calls = std::make_unique<CallWatch>(clock);
+    m_calls->watch(m_soundServer->watchStreams());
+    m_autoPause = std::make_unique<AutoPause>(*m_recorder, *m_notifier, *m_calls, clock);
+    m_callOffer = std::make_unique<CallOffer>(*m_recorder, m_store, *m_notifier, *m_calls, *m_autoPause);
+
     m_storeWait.setSingleShot(true);
     connect(&m_storeWait, &QTimer::timeout, this,
         [this] { setIfChanged(m_storeSilent, true, this, &AppModel::storeSilentChanged); });

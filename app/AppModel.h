@@ -14,7 +14,12 @@
 #include <chrono>
 #include <memory>
 
+class AutoPause;
+class CallOffer;
+class CallWatch;
+class Notifier;
 class RecorderFlow;
+class SoundServer;
 
 // The root model: the service client, the session store, the pairing flow and the
 // recorder flow, built in that order and kept for the life of the process. The
@@ -43,6 +48,10 @@ public:
     [[nodiscard]] SessionStore &store() { return m_store; }
     [[nodiscard]] PairingFlow &pairing() { return m_pairing; }
     [[nodiscard]] RecorderFlow &recorder() { return *m_recorder; }
+    // The desktop's notifications, for whatever must reach the user outside the window.
+    [[nodiscard]] Notifier &notifier() { return *m_notifier; }
+    // The offer to record a call that starts ("Offer to Record Calls").
+    [[nodiscard]] CallOffer &callOffer() { return *m_callOffer; }
 
     // Every start renews the saved session with the service (or forgets it when
     // the service no longer knows this computer). Started when the window first shows.
@@ -67,7 +76,13 @@ private:
     SelvaroAPI m_api;
     SessionStore m_store;
     PairingFlow m_pairing;
+    std::shared_ptr<SoundServer> m_soundServer;
     std::unique_ptr<RecorderFlow> m_recorder;
+    std::unique_ptr<Notifier> m_notifier;
+    // Calls told from the server's streams; the pauses and the offer that follow them.
+    std::unique_ptr<CallWatch> m_calls;
+    std::unique_ptr<AutoPause> m_autoPause;
+    std::unique_ptr<CallOffer> m_callOffer;
     QTimer m_storeWait;
     bool m_storeSilent = false;
 };

@@ -5,6 +5,7 @@
 #include "audio/SpeakerEchoSetting.h"
 
 #include <QApplication>
+#include <QCloseEvent>
 #include <QDesktopServices>
 #include <QLayout>
 #include <QMenuBar>
@@ -34,10 +35,28 @@ MainWindow::MainWindow(QWidget *content, Updater &updater, QWidget *parent)
     QAction *echo = application->addAction(tr("Remove Speaker Echo"), this, &SpeakerEchoSetting::set);
     echo->setCheckable(true);
     echo->setChecked(SpeakerEchoSetting::isOn());
-    application->addSeparator();
+    // Options added later (addOption) join this group, above the separator.
+    m_optionsEnd = application->addSeparator();
     QAction *quit = application->addAction(tr("Quit"), qApp, &QApplication::quit);
     quit->setShortcut(QKeySequence::Quit);
     quit->setMenuRole(QAction::QuitRole);
+}
+
+QAction *MainWindow::addOption(const QString &text, bool checked)
+{
+    auto *option = new QAction(text, this);
+    option->setCheckable(true);
+    option->setChecked(checked);
+    menuBar()->actions().constFirst()->menu()->insertAction(m_optionsEnd, option);
+    return option;
+}
+
+void MainWindow::closeEvent(QCloseEvent *event)
+{
+    if (m_mayClose && !m_mayClose())
+        event->ignore();
+    else
+        QMainWindow::closeEvent(event);
 }
 
 void MainWindow::showAbout()

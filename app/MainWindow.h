@@ -2,6 +2,8 @@
 
 #include <QMainWindow>
 
+#include <functional>
+
 class QAction;
 class Updater;
 
@@ -22,6 +24,15 @@ public:
     [[nodiscard]] QAction *aboutAction() const { return m_about; }
     [[nodiscard]] QAction *checkForUpdatesAction() const { return m_checkForUpdates; }
 
+    // Asked when the user closes the window: whether it closes (the owner may hide it
+    // or ask first instead).
+    void setCloseHandler(std::function<bool()> mayClose) { m_mayClose = std::move(mayClose); }
+    // A checkable setting in the application's menu, above Quit.
+    QAction *addOption(const QString &text, bool checked);
+
+protected:
+    void closeEvent(QCloseEvent *event) override;
+
 private:
     void showAbout();
     void checkForUpdates();
@@ -29,5 +40,7 @@ private:
     Updater &m_updater;
     QAction *m_about = nullptr;
     QAction *m_checkForUpdates = nullptr;
+    QAction *m_optionsEnd = nullptr;
+    std::function<bool()> m_mayClose;
     bool m_checking = false;
 };

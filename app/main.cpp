@@ -1,6 +1,8 @@
 #include "app/Appearance.h"
+#include "app/ApplicationInterface.h"
 #include "app/CommandLine.h"
 #include "app/QuitOnSignals.h"
+#include "app/RunningInstance.h"
 #include "app/SelvaroRecorderApp.h"
 #include "app/Snapshot.h"
 #include "common/Logging.h"
@@ -30,6 +32,15 @@ int main(int argc, char *argv[])
         std::fprintf(stderr, "selvaro-recorder: %s\n\n%s", command.problem().toLocal8Bit().constData(),
             CommandLine::usage().toLocal8Bit().constData());
         return 2;
+    case CommandLine::Action::toggle:
+    case CommandLine::Action::save: {
+        // Answered by the running instance, with no display needed here. Without a
+        // session bus this process becomes the recorder and takes the action itself.
+        QCoreApplication client(argc, argv);
+        if (const std::optional<int> status = RunningInstance::take(command.actionName()))
+            return *status;
+        break;
+    }
     case CommandLine::Action::run:
     case CommandLine::Action::snapshot:
         break;
@@ -44,13 +55,23 @@ int main(int argc, char *argv[])
     SelvaroRecorderApp::describe();
     Appearance::apply(application);
 
-    if (Snapshot::runIfAsked(QApplication::arguments()))
+    if (command.action() == CommandLine::Action::snapshot && Snapshot::runIfAsked(QApplication::arguments()))
         return 0;
 
     // A signal ends the loop like "Quit": the recorder below is destroyed on the way
     // out, which closes a running recording's files for the next start.
     QuitOnSignals quitOnSignals;
-    SelvaroRecorderApp recorder;
-    recorder.show();
+    // One instance per session: a second start raises the first and ends, before it
+    // reads the secret store or probes the sound server. Calls arrive from the event
+    // loop, so the recorder exists by then.
+    std::unique_ptr<SelvaroRecorderApp> recorder;
+    ApplicationInterface instance([&recorder](const QString &token) { recorder->raise(token); },
+        [&recorder](const QString &name) { return recorder->take(name); });
+    if (instance.claim() == ApplicationInterface::Claim::elsewhere)
+        return RunningInstance::activate() ? 0 : 1;
+    recorder = std::make_unique<SelvaroRecorderApp>();
+    recorder->show();
+    if (!command.actionName().isEmpty())
+        recorder->take(command.actionName());
     return QApplication::exec();
 }

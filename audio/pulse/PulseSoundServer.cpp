@@ -2,6 +2,7 @@
 
 #include "audio/pulse/PulseCapture.h"
 #include "audio/pulse/PulseConnection.h"
+#include "audio/pulse/PulseStreamWatch.h"
 
 PulseSoundServer::PulseSoundServer(QByteArray server)
     : m_server(std::move(server))
@@ -84,4 +85,9 @@ Permission PulseSoundServer::probe(CaptureSource source)
     if (ready)
         return Permission::granted;
     return serverGone ? Permission::unknown : Permission::denied;
+}
+
+std::unique_ptr<StreamWatch> PulseSoundServer::watchStreams()
+{
+    return std::make_unique<PulseStreamWatch>(m_server);
 }

@@ -26,6 +26,7 @@ public:
     [[nodiscard]] std::variant<std::unique_ptr<Capture>, QString> startOutputCapture(
         const OutputDevice &output, const SampleSpec &spec, BlockHandler onBlock) override;
     [[nodiscard]] Permission probe(CaptureSource source) override;
+    [[nodiscard]] std::unique_ptr<StreamWatch> watchStreams() override;
 
 private:
     const QByteArray m_server;

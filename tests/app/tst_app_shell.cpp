@@ -74,13 +74,15 @@ class AppShellTest : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    // One row per option the usage shows, long and short, named by it and given a
-    // directory after it: each must do what the table says, and a new one needs a row.
+    // One row per option the usage shows, long and short, named by it and followed by a
+    // directory (or a later "--snapshot"): each must do what the table says, and a new
+    // one needs a row.
     void everyOptionShownWorks_data()
     {
         QTest::addColumn<Action>("action");
         const QHash<QString, Action> does { { u"-h"_s, Action::help }, { u"--help"_s, Action::help },
-            { u"--version"_s, Action::version }, { u"--snapshot"_s, Action::snapshot } };
+            { u"--version"_s, Action::version }, { u"--snapshot"_s, Action::snapshot },
+            { u"--toggle"_s, Action::toggle }, { u"--save"_s, Action::save } };
         const QRegularExpression shown(u"(?<=^  |, )--?[a-z][\\w-]*"_s, QRegularExpression::MultilineOption);
         for (const QRegularExpressionMatch &option : shown.globalMatch(CommandLine::usage()))
             QTest::newRow(qPrintable(option.captured())) << does.value(option.captured(), Action::misuse);
@@ -89,9 +91,12 @@ private Q_SLOTS:
     {
         QFETCH(Action, action);
         const QString option = QString::fromLatin1(QTest::currentDataTag());
-        const CommandLine line = CommandLine::parse({ u"selvaro-recorder"_s, option, u"shots"_s });
+        // The others take no folder, and "--snapshot" as the last argument is ignored.
+        const bool folder = action == Action::snapshot;
+        const CommandLine line
+            = CommandLine::parse({ u"selvaro-recorder"_s, option, folder ? u"shots"_s : u"--snapshot"_s });
         QCOMPARE(line.action(), action);
-        QCOMPARE(line.snapshotDirectory(), action == Action::snapshot ? u"shots"_s : QString());
+        QCOMPARE(line.snapshotDirectory(), folder ? u"shots"_s : QString());
     }
 
     // The feed is read from a file URL through the same network path as an https one.
