@@ -133,8 +133,7 @@ QString SessionStore::vendorUuid()
     static const QString key = QStringLiteral("vendorUuid");
     // The identifier made in this run when the settings would not keep it.
     static QString unsaved;
-    QSettings settings(QSettings::NativeFormat, QSettings::UserScope,
-        QString::fromLatin1(settingsOrganization), QString::fromLatin1(settingsApplication));
+    QSettings settings = settingsFile();
     const QString stored = settings.value(key).toString();
     if (!stored.isEmpty())
         return stored;

@@ -6,5 +6,8 @@
 // The one settings file of the application, fixed rather than the default one, so that
 // what it keeps does not depend on the names the process gives itself (tests,
 // snapshots, the app).
-inline constexpr char settingsOrganization[] = "Selvaro";
-inline constexpr char settingsApplication[] = "Selvaro Recorder";
+[[nodiscard]] inline QSettings settingsFile()
+{
+    return QSettings(QSettings::NativeFormat, QSettings::UserScope, QStringLiteral("Selvaro"),
+        QStringLiteral("Selvaro Recorder"));
+}

@@ -1,24 +1,17 @@
 #include "recording/CallOffer.h"
 
 #include "common/Observable.h"
+#include "common/SettingsFile.h"
 #include "recording/AutoPause.h"
 #include "recording/CallWatch.h"
 #include "recording/Notifier.h"
 #include "recording/RecorderCommand.h"
 #include "recording/RecorderFlow.h"
 
-#include <QSettings>
-
 namespace {
 
 const QString enabledKey = QStringLiteral("offerToRecordCalls");
 const QString recordKey = QStringLiteral("record-call");
-
-QSettings settings()
-{
-    return QSettings(QSettings::NativeFormat, QSettings::UserScope, QStringLiteral("Selvaro"),
-        QStringLiteral("Selvaro Recorder"));
-}
 
 } // namespace
 
@@ -30,7 +23,7 @@ CallOffer::CallOffer(RecorderFlow &flow, const SessionStore &store, Notifier &no
     , m_notifier(notifier)
     , m_calls(calls)
     , m_autoPause(autoPause)
-    , m_enabled(settings().value(enabledKey, true).toBool())
+    , m_enabled(settingsFile().value(enabledKey, true).toBool())
 {
     connect(&m_calls, &CallWatch::callStarted, this, &CallOffer::offer);
     connect(&m_notifier, &Notifier::actionInvoked, this, &CallOffer::takeAction);
@@ -39,7 +32,7 @@ CallOffer::CallOffer(RecorderFlow &flow, const SessionStore &store, Notifier &no
 void CallOffer::setEnabled(bool enabled)
 {
     if (setIfChanged(m_enabled, enabled, this, &CallOffer::enabledChanged))
-        settings().setValue(enabledKey, enabled);
+        settingsFile().setValue(enabledKey, enabled);
 }
 
 void CallOffer::offer(const QString &program)
