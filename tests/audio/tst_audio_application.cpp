@@ -33,7 +33,10 @@ private Q_SLOTS:
         const QString path = dir.filePath(u"application.wav"_s);
         auto call = std::make_unique<TaggedPlayer>(u"Firefox"_s, u"firefox"_s, 1000, u"speakers"_s);
         const TaggedPlayer music(u"Music"_s, u"rhythmbox"_s, 3000, u"speakers"_s);
-        const TonePlayer ours(440, "speakers"); // as our alert sound would
+        // As our alert sound would, under the chosen binary (libpulse reads PULSE_PROP).
+        qputenv("PULSE_PROP", "application.process.binary=firefox");
+        const TonePlayer ours(440, "speakers");
+        qunsetenv("PULSE_PROP");
         ChosenSourceServer server(std::make_shared<PulseSoundServer>());
         server.choose(u"firefox"_s);
         LogCapture log;
