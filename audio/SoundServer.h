@@ -118,6 +118,20 @@ public:
         const OutputDevice &output, const SampleSpec &spec, BlockHandler onBlock)
         = 0;
 
+    // A capture of what one program plays and nothing else, as startCapture() delivers
+    // it: the sum of the playback streams whose program's binary is `binary` (never this
+    // process's own, never a program's capture streams), followed as they come, move and
+    // go; silence while it plays nothing. Refused (the reason) where the server cannot
+    // capture one program apart.
+    [[nodiscard]] virtual std::variant<std::unique_ptr<Capture>, QString> startApplicationCapture(
+        const QString &binary, const SampleSpec &spec, BlockHandler onBlock)
+    {
+        Q_UNUSED(binary);
+        Q_UNUSED(spec);
+        Q_UNUSED(onBlock);
+        return QStringLiteral("This sound server cannot capture one application");
+    }
+
     // Tries whether capturing `source` would work. Safe to call from any thread; may
     // take up to a couple of seconds when the server does not answer.
     [[nodiscard]] virtual Permission probe(CaptureSource source) = 0;

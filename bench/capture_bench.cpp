@@ -10,8 +10,23 @@
 //   build/bench/capture_bench [seconds] [--echo]     (default 60; --echo: the mix
 //                                                    removes the speakers' echo)
 //
+// Then the same system audio twice more, a quarter of the time each: once from all apps,
+// once from one application chosen ("meeting", three streams at 440, 550 and 660 Hz)
+// while another ("music", 3000 Hz) plays beside it; a fourth stream of the meeting
+// (880 Hz) starts a third of the way in, and the 440 Hz one moves to another output
+// at two thirds.
+//
 // Last line: cpu_percent=<n> echo=<0|1> lost_frames=<n> mixed=<1 when the live mix finished>
 // start_gap_system_ms=<n> start_gap_microphone_ms=<n> track_error_ms=<n> track_lag_ms=<n>
+// all_apps_cpu_percent=<n> app_cpu_percent=<n> app_leak_db=<n> app_pickup_ms=<n> app_move_gap_ms=<n>
+//
+// all_apps_cpu_percent and app_cpu_percent: the process's CPU use while capturing the
+// system audio alone, from all apps and from the one application. app_leak_db: the
+// music's tone in the application's track (the median of quarter seconds, Hann window).
+// app_pickup_ms: from starting the fourth stream to the end of the first 40 ms window
+// holding its tone, the player's own start included (-1: never); 40 is as soon as it
+// reads. app_move_gap_ms: for how long the moved stream's tone is below half its level
+// (10 ms steps of 40 ms windows, so a gap of a few ms reads 10 or 20).
 //
 // The recorded time counts from the first start() (the microphone's) to the stop.
 // track_error_ms: the largest difference between a file's length and the recorded
@@ -19,6 +34,7 @@
 // most a track ever was behind the clock while running, sampled every 40 ms: audio
 // on its way, or a gap not yet long enough to be written as silence (100 ms).
 
+#include "audio/ChosenSourceServer.h"
 #include "audio/DualRecorderError.h"
 #include "audio/LiveMixer.h"
 #include "audio/MicRecorder.h"
@@ -102,6 +118,146 @@ QCoro::Task<> finishCatching(QCoro::Task<> task, bool &ok)
     }
 }
 
+// The amplitude of a sine of `frequency` in `samples` (Goertzel), after a Hann window
+// when asked, whose side lobes keep a strong tone out of another frequency's bin.
+double amplitudeAt(std::vector<float> samples, double frequency, bool hann)
+{
+    const auto n = static_cast<double>(samples.size());
+    const double coefficient = 2 * std::cos(2 * std::numbers::pi * frequency / 48000);
+    double previous = 0, beforePrevious = 0;
+    for (std::size_t i = 0; i < samples.size(); ++i) {
+        const double window = hann ? 1 - std::cos(2 * std::numbers::pi * static_cast<double>(i) / n) : 1;
+        const double current = samples[i] * window + coefficient * previous - beforePrevious;
+        beforePrevious = previous;
+        previous = current;
+    }
+    const double power
+        = previous * previous + beforePrevious * beforePrevious - coefficient * previous * beforePrevious;
+    return 2 * std::sqrt(std::max(power, 0.0)) / n;
+}
+
+// The left channel of a stereo float WAV.
+std::vector<float> leftChannel(const QString &path)
+{
+    SF_INFO info {};
+    SNDFILE *file = sf_open(QFile::encodeName(path).constData(), SFM_READ, &info);
+    if (!file)
+        return {};
+    std::vector<float> frames(static_cast<std::size_t>(info.frames * info.channels));
+    sf_readf_float(file, frames.data(), info.frames);
+    sf_close(file);
+    std::vector<float> left;
+    for (std::size_t i = 0; i < frames.size(); i += static_cast<std::size_t>(info.channels))
+        left.push_back(frames[i]);
+    return left;
+}
+
+// The sink-input of a player, by its process id.
+QString sinkInputOf(const QProcess &player)
+{
+    QProcess pactl;
+    pactl.start(QStringLiteral("pactl"), { QStringLiteral("list"), QStringLiteral("sink-inputs") });
+    pactl.waitForFinished();
+    const QString id = QStringLiteral("application.process.id = \"%1\"").arg(player.processId());
+    for (const QString &block :
+        QString::fromUtf8(pactl.readAllStandardOutput()).split(QStringLiteral("Sink Input #"))) {
+        if (block.contains(id))
+            return block.section(u'\n', 0, 0).trimmed();
+    }
+    return {};
+}
+
+struct ApplicationRun
+{
+    double cpuPercent = 0;
+    double leakDb = 0;
+    double pickupMs = 0;
+    double moveGapMs = 0;
+};
+
+// System audio alone for `seconds`, from all apps (empty `binary`) or one application.
+ApplicationRun recordSystemAudio(const QTemporaryDir &dir, const QString &binary, int seconds)
+{
+    const auto tone = [&dir](int frequency) { return dir.filePath(QStringLiteral("%1.wav").arg(frequency)); };
+    const auto play = [&tone](QProcess &player, const char *program, int frequency) {
+        player.start(QStringLiteral("paplay"),
+            { QStringLiteral("--latency-msec=20"), QStringLiteral("--device=speakers"),
+                QStringLiteral("--property=application.process.binary=") + QLatin1String(program),
+                tone(frequency) });
+        player.waitForStarted();
+    };
+    QProcess players[5];
+    play(players[0], "meeting", 440);
+    play(players[1], "meeting", 550);
+    play(players[2], "meeting", 660);
+    play(players[3], "music", 3000);
+    std::this_thread::sleep_for(std::chrono::milliseconds(500));
+
+    ChosenSourceServer server(std::make_shared<PulseSoundServer>());
+    server.choose(binary);
+    const QString path = dir.filePath(QStringLiteral("application_%1.wav").arg(binary));
+    ApplicationRun run;
+    {
+        SystemRecorder system(path, server);
+        using Steady = std::chrono::steady_clock;
+        const Steady::time_point started = Steady::now();
+        if (auto error = system.start(started)) {
+            std::fprintf(stderr, "system: %s\n", qPrintable(describe(*error)));
+            return run;
+        }
+        const double cpuBefore = cpuSeconds();
+        const auto since
+            = [started] { return std::chrono::duration<double>(Steady::now() - started).count(); };
+        double pickedAt = 0, movedAt = 0;
+        while (since() < seconds) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(40));
+            (void)system.takeLevel(); // as the screen reads it
+            if (pickedAt == 0 && since() >= seconds / 3.0) {
+                pickedAt = since();
+                play(players[4], "meeting", 880);
+            }
+            if (movedAt == 0 && since() >= seconds * 2 / 3.0) {
+                QProcess::execute(QStringLiteral("pactl"),
+                    { QStringLiteral("move-sink-input"), sinkInputOf(players[0]),
+                        QStringLiteral("headset") });
+                movedAt = since();
+            }
+        }
+        system.stop();
+        run.cpuPercent = 100 * (cpuSeconds() - cpuBefore) / since();
+        const std::vector<float> left = leftChannel(path);
+        const auto span = [&left](double from, double length) {
+            const auto begin = std::min(left.size(), static_cast<std::size_t>(from * 48000));
+            const auto end = std::min(left.size(), begin + static_cast<std::size_t>(length * 48000));
+            return std::vector<float>(
+                left.begin() + static_cast<qint64>(begin), left.begin() + static_cast<qint64>(end));
+        };
+        std::vector<double> leaks;
+        for (double at = 1; at + 0.25 < pickedAt; at += 0.25)
+            leaks.push_back(amplitudeAt(span(at, 0.25), 3000, true));
+        std::ranges::nth_element(leaks, leaks.begin() + static_cast<qint64>(leaks.size() / 2));
+        run.leakDb = leaks.empty() ? 0 : 20 * std::log10(leaks[leaks.size() / 2] + 1e-12);
+        // In 10 ms steps, 40 ms Hann windows (the other tones stay out of the bin): the first
+        // where the new tone is there, and how long the moved one is not. Summed, the
+        // tones pass full scale, so the limiter holds each near an eighth once windowed.
+        run.pickupMs = -1;
+        for (double at = pickedAt; at < movedAt && run.pickupMs < 0; at += 0.01) {
+            if (amplitudeAt(span(at, 0.04), 880, true) > 0.05)
+                run.pickupMs = 1000 * (at + 0.04 - pickedAt);
+        }
+        const double before = amplitudeAt(span(movedAt - 0.5, 0.04), 440, true);
+        for (double at = movedAt - 0.2; at < movedAt + 3; at += 0.01) {
+            if (amplitudeAt(span(at, 0.04), 440, true) < before / 2)
+                run.moveGapMs += 10;
+        }
+    }
+    for (QProcess &player : players) {
+        player.kill();
+        player.waitForFinished();
+    }
+    return run;
+}
+
 } // namespace
 
 int main(int argc, char **argv)
@@ -117,6 +273,10 @@ int main(int argc, char **argv)
     const QString microphoneTone = dir.filePath(QStringLiteral("1000.wav"));
     if (!writeTone(systemTone, 440, seconds + 5) || !writeTone(microphoneTone, 1000, seconds + 5))
         return 1;
+    for (const int frequency : { 550, 660, 880, 3000 }) {
+        if (!writeTone(dir.filePath(QStringLiteral("%1.wav").arg(frequency)), frequency, seconds + 5))
+            return 1;
+    }
     const auto play = [](QProcess &player, const char *device, const QString &tone) {
         player.start(QStringLiteral("paplay"),
             { QStringLiteral("--latency-msec=20"), QString::fromLatin1(device), tone });
@@ -213,11 +373,18 @@ int main(int argc, char **argv)
         static_cast<unsigned long long>(microphoneAfter.framesAbsorbed),
         static_cast<unsigned long long>(systemAfter.framesOfSilence),
         static_cast<unsigned long long>(microphoneAfter.framesOfSilence));
-    std::printf("cpu_percent=%.2f echo=%d lost_frames=%lld mixed=%d start_gap_system_ms=%.0f "
-                "start_gap_microphone_ms=%.0f "
-                "track_error_ms=%.0f track_lag_ms=%.0f\n",
-        100 * cpu / wall, echo ? 1 : 0, lost, mixed ? 1 : 0,
-        static_cast<double>(systemAfter.framesBeforeFirstBlock) / 48,
-        static_cast<double>(microphoneAfter.framesBeforeFirstBlock) / 48, 1000 * trackError, 1000 * trackLag);
+    QProcess::execute(QStringLiteral("pactl"),
+        { QStringLiteral("load-module"), QStringLiteral("module-null-sink"),
+            QStringLiteral("sink_name=headset") });
+    const ApplicationRun allApps = recordSystemAudio(dir, {}, std::max(6, seconds / 4));
+    const ApplicationRun chosen = recordSystemAudio(dir, QStringLiteral("meeting"), std::max(6, seconds / 4));
+    std::printf(
+        "cpu_percent=%.2f echo=%d lost_frames=%lld mixed=%d start_gap_system_ms=%.0f start_gap_microphone_ms=%.0f "
+        "track_error_ms=%.0f track_lag_ms=%.0f all_apps_cpu_percent=%.2f app_cpu_percent=%.2f "
+        "app_leak_db=%.0f "
+        "app_pickup_ms=%.0f app_move_gap_ms=%.0f\n",
+        100 * cpu / wall, echo ? 1 : 0, lost, mixed ? 1 : 0, static_cast<double>(systemAfter.framesBeforeFirstBlock) / 48,
+        static_cast<double>(microphoneAfter.framesBeforeFirstBlock) / 48, 1000 * trackError, 1000 * trackLag,
+        allApps.cpuPercent, chosen.cpuPercent, chosen.leakDb, chosen.pickupMs, chosen.moveGapMs);
     return 0;
 }

@@ -15,6 +15,7 @@ Q_LOGGING_CATEGORY(lcDualRecorder, "app.selvaro.recorder.DualRecorder", QtInfoMs
 Q_LOGGING_CATEGORY(lcMicRecorder, "app.selvaro.recorder.MicRecorder", QtInfoMsg)
 Q_LOGGING_CATEGORY(lcSystemRecorder, "app.selvaro.recorder.SystemRecorder", QtInfoMsg)
 Q_LOGGING_CATEGORY(lcGlobalTap, "app.selvaro.recorder.GlobalTap", QtInfoMsg)
+Q_LOGGING_CATEGORY(lcApplicationTap, "app.selvaro.recorder.ApplicationTap", QtInfoMsg)
 Q_LOGGING_CATEGORY(lcSystemAudioPermission, "app.selvaro.recorder.SystemAudioPermission", QtInfoMsg)
 Q_LOGGING_CATEGORY(lcMixer, "app.selvaro.recorder.AudioMixer", QtInfoMsg)
 Q_LOGGING_CATEGORY(lcApp, "app.selvaro.recorder.app", QtInfoMsg)

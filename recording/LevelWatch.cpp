@@ -42,6 +42,11 @@ void LevelWatch::stop()
     setIfChanged(m_silenceHint, QString(), this, &LevelWatch::silenceHintChanged);
 }
 
+void LevelWatch::setApplication(const SystemAudioSource::Entry &chosen)
+{
+    m_application = chosen.binary.isEmpty() ? QString() : chosen.name;
+}
+
 void LevelWatch::show(double system, double microphone)
 {
     setIfChanged(m_systemLevel, system, this, &LevelWatch::systemLevelChanged);
@@ -66,5 +71,7 @@ void LevelWatch::read()
         hint = tr("Nothing heard from the other apps yet.");
     else if (m_microphoneQuiet >= hintAfter && m_systemQuiet < m_microphoneQuiet)
         hint = tr("Nothing heard from the microphone yet.");
+    if (!m_application.isEmpty() && m_systemQuiet >= applicationHintAfter)
+        hint = tr("Nothing heard from %1 yet.").arg(m_application);
     setIfChanged(m_silenceHint, hint, this, &LevelWatch::silenceHintChanged);
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "common/Repeater.h"
+#include "recording/SystemAudioSource.h"
 
 #include <QObject>
 #include <QString>
@@ -35,6 +36,9 @@ public:
     // How long one source may stay silent while the other is heard before the
     // screen says so (see docs/screens.md for why this long).
     static constexpr std::chrono::seconds hintAfter { 30 };
+    // How long a chosen application may play nothing before the screen says so, the
+    // microphone heard or not: no silent fallback to all apps, so the user must know.
+    static constexpr std::chrono::seconds applicationHintAfter { 15 };
 
     explicit LevelWatch(std::shared_ptr<Clock> clock, QObject *parent = nullptr);
 
@@ -53,6 +57,8 @@ public:
     void resume();
     // Stops reading: both levels 0, no hint.
     void stop();
+    // The application system audio comes from (its name), or none for all apps.
+    void setApplication(const SystemAudioSource::Entry &chosen);
     // Fixed levels for a snapshot.
     void show(double system, double microphone);
 
@@ -70,6 +76,7 @@ private:
     double m_systemLevel = 0;
     double m_microphoneLevel = 0;
     QString m_silenceHint;
+    QString m_application; // empty: all apps
     // Recording time each source has been silent for, up to the last read; no last
     // read while paused.
     std::chrono::steady_clock::duration m_systemQuiet {};

@@ -1,6 +1,7 @@
 #include "recording/RecorderFlow.h"
 
 #include "account/SessionStore.h"
+#include "audio/ChosenSourceServer.h"
 #include "audio/DualRecorder.h"
 #include "audio/KeptRecording.h"
 #include "audio/RecordingsFolder.h"
@@ -38,6 +39,8 @@ RecorderFlow::RecorderFlow(SelvaroAPI api, SessionStore &store, Platform platfor
     , m_sendPipeline(std::move(api), store, m_platform.clock, m_platform.network)
     , m_permissions(std::move(m_platform.microphone), std::move(m_platform.systemAudio), m_platform.clock)
     , m_levels(m_platform.clock)
+    , m_systemAudioSource(m_platform.chosenSource,
+          m_platform.chosenSource ? m_platform.chosenSource->watchStreams() : nullptr)
     , m_ticker(m_platform.clock)
 {
     // Connected before anyone else can be: the derived properties follow a
@@ -45,6 +48,9 @@ RecorderFlow::RecorderFlow(SelvaroAPI api, SessionStore &store, Platform platfor
     connect(&m_permissions, &RecorderPermissions::microphoneChanged, this, &RecorderFlow::updateDerived);
     connect(&m_permissions, &RecorderPermissions::systemAudioChanged, this, &RecorderFlow::updateDerived);
     updateDerived();
+    const auto hearApplication = [this] { m_levels.setApplication(m_systemAudioSource.chosen()); };
+    connect(&m_systemAudioSource, &SystemAudioSource::chosenChanged, this, hearApplication);
+    hearApplication();
 }
 
 // Running tasks are not stopped here: each holds the flow through a QPointer and

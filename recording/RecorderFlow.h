@@ -6,6 +6,7 @@
 #include "recording/RecorderPlatform.h"
 #include "recording/RecorderState.h"
 #include "recording/SendPipeline.h"
+#include "recording/SystemAudioSource.h"
 #include "service/SelvaroAPI.h"
 
 #include <QDateTime>
@@ -100,6 +101,8 @@ public:
     [[nodiscard]] RecorderPermissions &permissions() { return m_permissions; }
     // The live levels and the silent-source hint, running exactly while recording.
     [[nodiscard]] LevelWatch &levels() { return m_levels; }
+    // Where the system audio comes from: all apps or the one the user chose.
+    [[nodiscard]] SystemAudioSource &systemAudioSource() { return m_systemAudioSource; }
     // True exactly when failed and a recording (capture and start time) is kept.
     [[nodiscard]] bool canRetrySend() const { return m_canRetrySend; }
     // Recording or paused: the clock is drawn in the primary colour, else dimmed.
@@ -185,6 +188,7 @@ private:
     // After the platform: the probes they own use its sound server.
     RecorderPermissions m_permissions;
     LevelWatch m_levels;
+    SystemAudioSource m_systemAudioSource;
     Repeater m_ticker;
     bool m_frozenForPreview = false;
 

@@ -1,5 +1,6 @@
 #include "recording/RecorderPlatform.h"
 
+#include "audio/ChosenSourceServer.h"
 #include "audio/DualRecorder.h"
 #include "audio/MicrophonePermission.h"
 #include "audio/RecordingsFolder.h"
@@ -13,6 +14,8 @@ RecorderPlatform RecorderPlatform::onSoundServer(
     std::shared_ptr<SoundServer> server, std::shared_ptr<AlertSound> alertSound, QString recordingsFolder)
 {
     RecorderPlatform platform;
+    platform.chosenSource = std::make_shared<ChosenSourceServer>(server);
+    server = platform.chosenSource;
     platform.soundServer = server;
     platform.makeCapture = DualRecorder::factory(server, std::move(alertSound), SpeakerEchoSetting::isOn);
     platform.microphone = std::make_unique<MicrophonePermission>(*server);

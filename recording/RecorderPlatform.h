@@ -13,6 +13,7 @@
 #include <optional>
 
 class AlertSound;
+class ChosenSourceServer;
 class SoundServer;
 
 // Everything platform-bound the recorder flow uses, handed to it whole in its
@@ -30,6 +31,8 @@ struct RecorderPlatform
     // Kept alive for the permissions, which probe it until they are destroyed; the
     // factory keeps its own reference for the captures.
     std::shared_ptr<SoundServer> soundServer;
+    // The system-audio source the user chose, applied to the captures; none in a preview.
+    std::shared_ptr<ChosenSourceServer> chosenSource;
     CaptureFactory makeCapture;
     std::unique_ptr<CapturePermission> microphone;
     std::unique_ptr<CapturePermission> systemAudio;

@@ -113,6 +113,8 @@ RecorderStatusLine::RecorderStatusLine(RecorderFlow *flow, QWidget *parent)
         connect(m_flow, &RecorderFlow::canRetrySendChanged, this, &RecorderStatusLine::showRetry);
         connect(
             &m_flow->levels(), &LevelWatch::silenceHintChanged, this, &RecorderStatusLine::showRecordingText);
+        connect(&m_flow->systemAudioSource(), &SystemAudioSource::chosenChanged, this,
+            &RecorderStatusLine::showRecordingText);
     }
     showState();
     showRecordingText();
@@ -158,6 +160,8 @@ void RecorderStatusLine::showRetry()
 
 void RecorderStatusLine::showRecordingText()
 {
-    const QString hint = m_flow ? m_flow->levels().silenceHint() : QString();
-    m_recordingText->setText(hint.isEmpty() ? tr("Recording the system audio and the microphone") : hint);
+    if (!m_flow)
+        return;
+    const QString hint = m_flow->levels().silenceHint();
+    m_recordingText->setText(hint.isEmpty() ? m_flow->systemAudioSource().recordingText() : hint);
 }

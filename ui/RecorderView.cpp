@@ -7,6 +7,7 @@
 #include "ui/PermissionsBox.h"
 #include "ui/RecorderControls.h"
 #include "ui/RecorderStatusLine.h"
+#include "ui/SystemAudioSourceButton.h"
 #include "ui/TextButton.h"
 #include "ui/TextLabel.h"
 #include "ui/Typography.h"
@@ -59,6 +60,10 @@ RecorderView::RecorderView(RecorderFlow *flow, SoundSettings::Opener openSetting
     session->addSpacing(28);
     m_status = new RecorderStatusLine(m_flow, m_sessionPage);
     session->addWidget(m_status);
+    session->addSpacing(8);
+    session->addWidget(
+        new SystemAudioSourceButton(m_flow ? &m_flow->systemAudioSource() : nullptr, m_sessionPage), 0,
+        Qt::AlignHCenter);
     session->addStretch(1);
     m_body->addPage(m_sessionPage);
 

@@ -1,5 +1,6 @@
 #include "audio/pulse/PulseSoundServer.h"
 
+#include "audio/pulse/PulseApplicationCapture.h"
 #include "audio/pulse/PulseCapture.h"
 #include "audio/pulse/PulseConnection.h"
 #include "audio/pulse/PulseStreamWatch.h"
@@ -33,6 +34,17 @@ std::variant<std::unique_ptr<Capture>, QString> PulseSoundServer::startOutputCap
     auto capture
         = std::make_unique<PulseCapture>(m_server, CaptureSource::systemOutput, spec, std::move(onBlock));
     if (auto error = capture->start(&output))
+        return *error;
+    return std::unique_ptr<Capture>(std::move(capture));
+}
+
+std::variant<std::unique_ptr<Capture>, QString> PulseSoundServer::startApplicationCapture(
+    const QString &binary, const SampleSpec &spec, BlockHandler onBlock)
+{
+    if (spec.sample != SampleSpec::Sample::float32)
+        return QStringLiteral("An application's streams are summed as float32 only");
+    auto capture = std::make_unique<PulseApplicationCapture>(m_server, binary, spec, std::move(onBlock));
+    if (auto error = capture->start())
         return *error;
     return std::unique_ptr<Capture>(std::move(capture));
 }

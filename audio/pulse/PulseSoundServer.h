@@ -25,6 +25,8 @@ public:
         CaptureSource source, const SampleSpec &spec, BlockHandler onBlock) override;
     [[nodiscard]] std::variant<std::unique_ptr<Capture>, QString> startOutputCapture(
         const OutputDevice &output, const SampleSpec &spec, BlockHandler onBlock) override;
+    [[nodiscard]] std::variant<std::unique_ptr<Capture>, QString> startApplicationCapture(
+        const QString &binary, const SampleSpec &spec, BlockHandler onBlock) override;
     [[nodiscard]] Permission probe(CaptureSource source) override;
     [[nodiscard]] std::unique_ptr<StreamWatch> watchStreams() override;
 

@@ -249,21 +249,28 @@ private Q_SLOTS:
         QTest::addColumn<float>("microphone");
         QTest::addColumn<int>("seconds"); // of recording, with a paused minute in the middle
         QTest::addColumn<QString>("hint");
+        QTest::addColumn<QString>("application"); // the one chosen, if any
         QTest::newRow("other apps silent")
-            << 0.0f << 0.3f << 31 << u"Nothing heard from the other apps yet."_s;
+            << 0.0f << 0.3f << 31 << u"Nothing heard from the other apps yet."_s << QString();
         QTest::newRow("microphone silent")
-            << 0.3f << 0.0f << 31 << u"Nothing heard from the microphone yet."_s;
-        QTest::newRow("not long enough") << 0.0f << 0.3f << 29 << QString();
-        QTest::newRow("both silent: a quiet moment") << 0.0f << 0.0f << 60 << QString();
-        QTest::newRow("faint is heard") << 0.0001f << 0.3f << 60 << QString();
+            << 0.3f << 0.0f << 31 << u"Nothing heard from the microphone yet."_s << QString();
+        QTest::newRow("not long enough") << 0.0f << 0.3f << 29 << QString() << QString();
+        QTest::newRow("both silent: a quiet moment") << 0.0f << 0.0f << 60 << QString() << QString();
+        QTest::newRow("faint is heard") << 0.0001f << 0.3f << 60 << QString() << QString();
+        const QString firefox = u"Nothing heard from Firefox yet."_s;
+        QTest::newRow("chosen application silent") << 0.0f << 0.3f << 16 << firefox << u"Firefox"_s;
+        QTest::newRow("… the microphone too") << 0.0f << 0.0f << 16 << firefox << u"Firefox"_s;
+        QTest::newRow("… not long enough") << 0.0f << 0.3f << 14 << QString() << u"Firefox"_s;
     }
     void levelsAndSilenceHint()
     {
         QFETCH(float, system);
         QFETCH(float, microphone);
         QFETCH(int, seconds);
+        QFETCH(QString, application);
         StandIns bench;
         auto flow = bench.makeFlow();
+        flow->levels().setApplication({ application, application.toLower() });
         const LevelWatch &levels = flow->levels();
         const auto shown = [&] { return QList<double> { levels.systemLevel(), levels.microphoneLevel() }; };
         QSignalSpy changes(&levels, &LevelWatch::systemLevelChanged);

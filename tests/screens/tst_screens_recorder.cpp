@@ -2,7 +2,9 @@
 // a real RecorderFlow on stand-ins driven through its controls.
 #include "ScreenTestSupport.h"
 
+#include "audio/ChosenSourceServer.h"
 #include "recording/RecordingTestSupport.h"
+#include "support/StandInSoundServer.h"
 #include "ui/LevelMeter.h"
 #include "ui/Palette.h"
 #include "ui/PermissionRow.h"
@@ -10,11 +12,13 @@
 #include "ui/PlatformWording.h"
 #include "ui/RecorderView.h"
 #include "ui/StepBadge.h"
+#include "ui/SystemAudioSourceButton.h"
 #include "ui/TextLabel.h"
 #include "ui/UploadProgressBar.h"
 #include "ui/WaveformIndicator.h"
 
 #include <QLayout>
+#include <QMenu>
 #include <QMessageBox>
 #include <QSignalSpy>
 #include <QTest>
@@ -28,6 +32,13 @@ Q_DECLARE_METATYPE(Permission)
 namespace {
 const QString couldNotStart
     = u"The recording could not start. Check the microphone and system audio permissions."_s;
+
+// The server's streams as a test sets them.
+struct ListedStreams final : StreamWatch
+{
+    QList<ClientStream> listed;
+    [[nodiscard]] QList<ClientStream> streams() const override { return listed; }
+};
 
 // The level meters as assistive technology reads them, each after its caption.
 const QString meters = u"System audio: System audio level %1, Microphone: Microphone level %2"_s;
@@ -105,25 +116,25 @@ private Q_SLOTS:
         QTest::addColumn<QString>("meters"); // as assistive technology reads them
         const Permission unknown = Permission::unknown, denied = Permission::denied,
                          granted = Permission::granted;
-        const QString unlink = u"Unlink"_s, record = u"Record"_s;
-        QTest::newRow("idle") << State::idle() << granted << QStringList { unlink, record } << u" "_s
+        const QString unlink = u"Unlink"_s, record = u"Record"_s, source = u"System audio source"_s;
+        QTest::newRow("idle") << State::idle() << granted << QStringList { unlink, record, source } << u" "_s
                               << QString();
         QTest::newRow("recording, one revoked")
-            << State::recording() << denied << QStringList { unlink, u"Pause"_s }
+            << State::recording() << denied << QStringList { unlink, u"Pause"_s, source }
             << u"Recording the system audio and the microphone"_s << meters.arg(50).arg(12);
         QTest::newRow("paused") << State::paused() << granted
-                                << QStringList { unlink, u"Discard"_s, u"Resume"_s, u"Save"_s } << u"Paused"_s
-                                << u"dimmed "_s + meters.arg(50).arg(12);
-        QTest::newRow("saving") << State::saving(u"Uploading…"_s) << unknown << QStringList { unlink }
+                                << QStringList { unlink, u"Discard"_s, u"Resume"_s, u"Save"_s, source }
+                                << u"Paused"_s << u"dimmed "_s + meters.arg(50).arg(12);
+        QTest::newRow("saving") << State::saving(u"Uploading…"_s) << unknown << QStringList { unlink, source }
                                 << u"Uploading…"_s << QString();
         QTest::newRow("uploading") << State::saving(u"Uploading… 42 %"_s, 42) << granted
-                                   << QStringList { unlink } << u"Uploading… 42 %"_s
+                                   << QStringList { unlink, source } << u"Uploading… 42 %"_s
                                    << u"Upload progress 42"_s;
-        QTest::newRow("sent") << State::sent() << granted << QStringList { unlink, record }
+        QTest::newRow("sent") << State::sent() << granted << QStringList { unlink, record, source }
                               << u"Sent. The note is being written on your phone."_s << QString();
         // A preview keeps no recording: the message alone, no "Send again".
-        QTest::newRow("failed") << State::failed(couldNotStart) << granted << QStringList { unlink, record }
-                                << couldNotStart << QString();
+        QTest::newRow("failed") << State::failed(couldNotStart) << granted
+                                << QStringList { unlink, record, source } << couldNotStart << QString();
     }
     void whatEachStateShows()
     {
@@ -211,6 +222,48 @@ private Q_SLOTS:
         QVERIFY(confirmation->isVisible());
         screen.view->hide();
         QTRY_VERIFY(!confirmation);
+    }
+
+    // The menu lists "All apps", then what plays by name (one entry per binary, a name
+    // shared by two binaries told apart, never our own, never a capture) and marks the
+    // choice; the choice is remembered and listed at the next start though nothing plays.
+    void systemAudioSourceMenu()
+    {
+        const auto stream = [](const QString &name, const QString &binary, bool ours = false) {
+            ClientStream made { ClientStream::Kind::playback, 0, name, binary };
+            made.ours = ours;
+            return made;
+        };
+        auto standIn = std::make_shared<StandInSoundServer>();
+        auto server = std::make_shared<ChosenSourceServer>(standIn);
+        auto watch = std::make_unique<ListedStreams>();
+        ClientStream microphone = stream(u"Zoom"_s, u"zoom"_s);
+        microphone.kind = ClientStream::Kind::capture;
+        watch->listed = { stream(u"Zoom Meeting"_s, u"zoom"_s), stream(u"Firefox"_s, u"firefox"_s),
+            stream(u"Firefox"_s, u"firefox"_s), stream(u"Firefox"_s, u"firefox-esr"_s),
+            stream({}, u"spotify"_s), stream(u"Selvaro Recorder"_s, u"selvaro-recorder"_s, true), microphone,
+            stream(u"Zoom"_s, {}) };
+        const auto items = [](SystemAudioSourceButton &button) {
+            const std::unique_ptr<QMenu> menu(button.makeMenu());
+            QStringList shown { button.text() };
+            for (const QAction *item : menu->actions())
+                shown << (item->isChecked() ? u"• "_s : u""_s) + item->text();
+            return shown;
+        };
+        {
+            SystemAudioSource source(server, std::move(watch));
+            SystemAudioSourceButton button(&source);
+            QCOMPARE(items(button),
+                (QStringList { u"All apps"_s, u"• All apps"_s, u"Firefox (firefox)"_s,
+                    u"Firefox (firefox-esr)"_s, u"spotify"_s, u"Zoom Meeting"_s }));
+            const std::unique_ptr<QMenu> menu(button.makeMenu());
+            menu->actions().constLast()->trigger();
+            QCOMPARE(server->chosen(), u"zoom"_s);
+            QCOMPARE(source.recordingText(), u"Recording Zoom Meeting and the microphone"_s);
+        }
+        SystemAudioSource restarted(std::make_shared<ChosenSourceServer>(standIn), nullptr);
+        SystemAudioSourceButton button(&restarted);
+        QCOMPARE(items(button), (QStringList { u"Zoom Meeting"_s, u"All apps"_s, u"• Zoom Meeting"_s }));
     }
 };
 
