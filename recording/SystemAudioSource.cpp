@@ -3,19 +3,12 @@
 #include "audio/ChosenSourceServer.h"
 #include "audio/StreamWatch.h"
 #include "common/Observable.h"
-
-#include <QSettings>
+#include "common/SettingsFile.h"
 
 #include <algorithm>
 
 namespace {
 
-// The same fixed settings file as the session store's identifier.
-QSettings settings()
-{
-    return QSettings(QSettings::NativeFormat, QSettings::UserScope, QStringLiteral("Selvaro"),
-        QStringLiteral("Selvaro Recorder"));
-}
 const QString binaryKey = QStringLiteral("systemAudioSource/binary");
 const QString nameKey = QStringLiteral("systemAudioSource/name");
 
@@ -32,8 +25,8 @@ SystemAudioSource::SystemAudioSource(
     , m_server(std::move(server))
     , m_watch(std::move(watch))
 {
-    const QString binary = m_server ? settings().value(binaryKey).toString() : QString();
-    m_chosen = { binary.isEmpty() ? allApps() : settings().value(nameKey, binary).toString(), binary };
+    const QString binary = m_server ? settingsFile().value(binaryKey).toString() : QString();
+    m_chosen = { binary.isEmpty() ? allApps() : settingsFile().value(nameKey, binary).toString(), binary };
     if (m_server)
         m_server->choose(binary);
     if (m_watch)
@@ -55,7 +48,7 @@ void SystemAudioSource::choose(const QString &binary)
     if (entry == m_entries.end() || *entry == m_chosen)
         return;
     if (m_server) {
-        QSettings stored = settings();
+        QSettings stored = settingsFile();
         stored.setValue(binaryKey, entry->binary);
         stored.setValue(nameKey, entry->name);
         m_server->choose(binary);
