@@ -378,12 +378,13 @@ int main(int argc, char **argv)
             QStringLiteral("sink_name=headset") });
     const ApplicationRun allApps = recordSystemAudio(dir, {}, std::max(6, seconds / 4));
     const ApplicationRun chosen = recordSystemAudio(dir, QStringLiteral("meeting"), std::max(6, seconds / 4));
-    std::printf(
-        "cpu_percent=%.2f echo=%d lost_frames=%lld mixed=%d start_gap_system_ms=%.0f start_gap_microphone_ms=%.0f "
-        "track_error_ms=%.0f track_lag_ms=%.0f all_apps_cpu_percent=%.2f app_cpu_percent=%.2f "
-        "app_leak_db=%.0f "
-        "app_pickup_ms=%.0f app_move_gap_ms=%.0f\n",
-        100 * cpu / wall, echo ? 1 : 0, lost, mixed ? 1 : 0, static_cast<double>(systemAfter.framesBeforeFirstBlock) / 48,
+    std::printf("cpu_percent=%.2f echo=%d lost_frames=%lld mixed=%d start_gap_system_ms=%.0f "
+                "start_gap_microphone_ms=%.0f "
+                "track_error_ms=%.0f track_lag_ms=%.0f all_apps_cpu_percent=%.2f app_cpu_percent=%.2f "
+                "app_leak_db=%.0f "
+                "app_pickup_ms=%.0f app_move_gap_ms=%.0f\n",
+        100 * cpu / wall, echo ? 1 : 0, lost, mixed ? 1 : 0,
+        static_cast<double>(systemAfter.framesBeforeFirstBlock) / 48,
         static_cast<double>(microphoneAfter.framesBeforeFirstBlock) / 48, 1000 * trackError, 1000 * trackLag,
         allApps.cpuPercent, chosen.cpuPercent, chosen.leakDb, chosen.pickupMs, chosen.moveGapMs);
     return 0;
