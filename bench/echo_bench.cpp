@@ -1,4 +1,4 @@
-// The echo filter over the room of tools/EchoRoom (speech from espeak-ng; bulk delay
+// The echo filter over the room of bench/room/EchoRoom (speech from espeak-ng; bulk delay
 // 250 ms, reverberation 0.4 s, echo 12 dB down, low noise), for 60 s and for 10
 // minutes: the figures of docs/mixer.md, and the filter's processor time against the
 // audio's length on one thread. The headset room (no echo) must come out sample for
@@ -10,7 +10,7 @@
 // headset_identical=<0|1> (the figures of the long run)
 
 #include "audio/EchoFilter.h"
-#include "tools/EchoRoom.h"
+#include "bench/room/EchoRoom.h"
 
 #include <QCoreApplication>
 

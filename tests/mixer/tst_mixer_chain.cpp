@@ -5,7 +5,7 @@
 #include "support/MixerAnalysis.h"
 #include "support/ToneAnalysis.h"
 #include "support/TonePlayer.h"
-#include "tools/EchoRoom.h"
+#include "bench/room/EchoRoom.h"
 
 #include <QElapsedTimer>
 #include <QFileInfo>
@@ -117,7 +117,7 @@ private slots:
         QVERIFY(strongest(right, 1000, { 660, 440, 880 }));
     }
 
-    // The room of tools/EchoRoom played for real: its speakers into the default sink,
+    // The room of bench/room/EchoRoom played for real: its speakers into the default sink,
     // its microphone (the far end through the room, 250 ms late) into the microphone
     // feed, and the live mix with the echo removed.
     void removesTheSpeakersEcho()

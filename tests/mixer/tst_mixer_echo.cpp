@@ -1,7 +1,7 @@
 #include "audio/AudioMixer.h"
 #include "support/LogCapture.h"
 #include "support/MixerAnalysis.h"
-#include "tools/EchoRoom.h"
+#include "bench/room/EchoRoom.h"
 
 #include <QTemporaryDir>
 #include <QTest>
@@ -11,7 +11,7 @@ using namespace Qt::StringLiterals;
 Q_DECLARE_METATYPE(EchoRoom::Options)
 
 // The speakers' echo taken out of the microphone channel: a room made of speech
-// (tools/EchoRoom) mixed as files, and the M4A's microphone channel measured.
+// (bench/room/EchoRoom) mixed as files, and the M4A's microphone channel measured.
 class MixerEcho : public QObject
 {
     Q_OBJECT

@@ -1,4 +1,4 @@
-#include "tools/EchoRoom.h"
+#include "bench/room/EchoRoom.h"
 
 #include <QProcess>
 #include <QTemporaryDir>
