@@ -227,7 +227,7 @@ std::optional<WriteFailure> DualRecorder::writeFailure() const
 RecordingCapture::Levels DualRecorder::takeLevels()
 {
     return { m_systemRecorder ? m_systemRecorder->takeLevel() : 0.0f,
-        m_micRecorder ? m_micRecorder->takeLevel() : 0.0f };
+        m_micRecorder ? m_micRecorder->takeLevel() : 0.0f, m_micRecorder && m_micRecorder->deviceMissing() };
 }
 
 QCoro::Task<> DualRecorder::mixAudioFiles()

@@ -53,6 +53,7 @@ public:
     {
         float systemAudio = 0;
         float microphone = 0;
+        bool microphoneMissing = false; // no input left to record: the microphone is silence
     };
     [[nodiscard]] virtual Levels takeLevels() { return {}; }
 };

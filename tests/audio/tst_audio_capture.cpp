@@ -146,9 +146,10 @@ private Q_SLOTS:
             pactl({ u"suspend-sink"_s, u"speakers"_s, u"0"_s }, &ok);
             QTest::qWait(1000);
         }
-        // The tones end before the microphone: what PipeWire's loopback still holds is
-        // read here rather than by the next row.
-        tones.clear();
+        // The microphone's tone ends first: what PipeWire's loopback still holds is read
+        // here rather than by the next row.
+        if (played.contains(1))
+            tones.back()->stop();
         QTest::qWait(300);
         microphone.stop();
         system.stop();
@@ -186,6 +187,79 @@ private Q_SLOTS:
             QVERIFY2(heard > toneAt - 0.05 && heard < toneAt + 0.1,
                 qPrintable(where + u"tone at %1 s, played at %2 s"_s.arg(heard).arg(toneAt)));
         }
+    }
+
+    // The microphone follows the default input: a headset's input made the default,
+    // then every input removed (silence and deviceMissing(), where the server would
+    // move the stream to a monitor), then one brought back. Each tone lands where it
+    // was heard: a switch within a second, the loss at once (PipeWire's loopback, the
+    // fixture's input, still hands over what it held: up to 200 ms).
+    void microphoneFollowsTheDefaultInput()
+    {
+        QStringList modules { pactl({ u"load-module"_s, u"module-null-sink"_s, u"sink_name=headfeed"_s,
+            u"rate=48000"_s, u"channels=1"_s }) };
+        const auto restore = qScopeGuard([&] {
+            for (const QString &module : modules)
+                pactl({ u"unload-module"_s, module });
+            pactl({ u"load-module"_s, u"module-remap-source"_s, u"source_name=mic"_s,
+                u"master=micfeed.monitor"_s });
+            pactl({ u"set-default-source"_s, u"mic"_s });
+        });
+        TonePlayer voice(1000, "micfeed");
+        TonePlayer headset(660, "headfeed");
+        PulseSoundServer server;
+        const QString path = m_dir.filePath(u"inputs_microphone.wav"_s);
+        MicRecorder microphone(path, server);
+        QElapsedTimer recorded;
+        recorded.start();
+        QVERIFY(!microphone.start(std::chrono::steady_clock::now()) && waitForFirstAudio(microphone));
+        double at[3];
+        const auto addInput = [&](const QString &name, double &when) {
+            modules << pactl({ u"load-module"_s, u"module-remap-source"_s, u"source_name="_s + name,
+                u"master=headfeed.monitor"_s });
+            when = static_cast<double>(recorded.nsecsElapsed()) / 1e9;
+            pactl({ u"set-default-source"_s, name });
+        };
+        QTest::qWait(1000);
+        addInput(u"headset"_s, at[0]);
+        QTest::qWait(1500);
+        at[1] = static_cast<double>(recorded.nsecsElapsed()) / 1e9;
+        pactl({ u"unload-module"_s, u"module-remap-source"_s });
+        QTRY_VERIFY_WITH_TIMEOUT(microphone.deviceMissing(), 1000);
+        QTest::qWait(1500);
+        addInput(u"handset"_s, at[2]);
+        QTRY_VERIFY_WITH_TIMEOUT(!microphone.deviceMissing(), 1000);
+        QTest::qWait(1500);
+        microphone.stop();
+
+        // What each 50 ms after the first block holds, a part where it changes: half a
+        // second of digital silence, or a tone (a window across a switch holds neither).
+        const SoundFile file = SoundFile::read(path);
+        QStringList parts;
+        QList<double> starts;
+        for (double t = static_cast<double>(microphone.statistics().framesBeforeFirstBlock) / 48000;
+             t + 0.05 <= file.seconds(); t += 0.05) {
+            const auto tone = [&](double frequency) {
+                return ToneAnalysis::amplitudeAt(file.channelSpan(0, t, 0.05), 48000, frequency) > 0.2;
+            };
+            const QString part = ToneAnalysis::rms(file.channelSpan(0, t, 0.5)) == 0 ? u"silence"_s
+                : tone(1000)                                                         ? u"voice"_s
+                : tone(660)                                                          ? u"headset"_s
+                                                                                     : QString();
+            if (!part.isEmpty() && (parts.isEmpty() || parts.last() != part)) {
+                parts << part;
+                starts << t;
+            }
+        }
+        QCOMPARE(parts, QStringList({ u"voice"_s, u"headset"_s, u"silence"_s, u"headset"_s }));
+        QVERIFY2(starts[1] > at[0] - 0.05 && starts[1] < at[0] + 1 && starts[2] > at[1] - 0.05
+                && starts[2] < at[1] + 0.2 && starts[3] > at[2] - 0.05 && starts[3] < at[2] + 1,
+            qPrintable(u"parts at %1 %2 %3, switched at %4 %5 %6"_s.arg(starts[1])
+                           .arg(starts[2])
+                           .arg(starts[3])
+                           .arg(at[0])
+                           .arg(at[1])
+                           .arg(at[2])));
     }
 
     // A headset that becomes the default and then disappears (a profile switch): the

@@ -249,19 +249,22 @@ private Q_SLOTS:
         QTest::addColumn<float>("microphone");
         QTest::addColumn<int>("seconds"); // of recording, with a paused minute in the middle
         QTest::addColumn<QString>("hint");
+        QTest::addColumn<bool>("missing"); // no input left to record
         QTest::newRow("other apps silent")
-            << 0.0f << 0.3f << 31 << u"Nothing heard from the other apps yet."_s;
+            << 0.0f << 0.3f << 31 << u"Nothing heard from the other apps yet."_s << false;
         QTest::newRow("microphone silent")
-            << 0.3f << 0.0f << 31 << u"Nothing heard from the microphone yet."_s;
-        QTest::newRow("not long enough") << 0.0f << 0.3f << 29 << QString();
-        QTest::newRow("both silent: a quiet moment") << 0.0f << 0.0f << 60 << QString();
-        QTest::newRow("faint is heard") << 0.0001f << 0.3f << 60 << QString();
+            << 0.3f << 0.0f << 31 << u"Nothing heard from the microphone yet."_s << false;
+        QTest::newRow("not long enough") << 0.0f << 0.3f << 29 << QString() << false;
+        QTest::newRow("both silent: a quiet moment") << 0.0f << 0.0f << 60 << QString() << false;
+        QTest::newRow("faint is heard") << 0.0001f << 0.3f << 60 << QString() << false;
+        QTest::newRow("no microphone") << 0.3f << 0.0f << 2 << u"The microphone was disconnected."_s << true;
     }
     void levelsAndSilenceHint()
     {
         QFETCH(float, system);
         QFETCH(float, microphone);
         QFETCH(int, seconds);
+        QFETCH(bool, missing);
         StandIns bench;
         auto flow = bench.makeFlow();
         const LevelWatch &levels = flow->levels();
@@ -285,7 +288,7 @@ private Q_SLOTS:
         run(60s, { 0.75f, 0.75f });
         QCOMPARE(shown(), (QList<double> { system, microphone }));
         flow->resume();
-        run(std::chrono::seconds(seconds - seconds / 2), { system, microphone });
+        run(std::chrono::seconds(seconds - seconds / 2), { system, microphone, missing });
         QTEST(levels.silenceHint(), "hint");
         run(LevelWatch::interval, { 0.1f, 0.1f });
         QCOMPARE(levels.silenceHint(), QString());
