@@ -146,8 +146,8 @@ bool PulseCapture::openStream(const QByteArray &device)
     int flags = PA_STREAM_ADJUST_LATENCY | PA_STREAM_DONT_MOVE;
     if (m_timeline.isSuspended())
         flags |= PA_STREAM_START_CORKED;
-    if (pa_stream_connect_record(m_stream, device.constData(), &attributes,
-            static_cast<pa_stream_flags_t>(flags))
+    if (pa_stream_connect_record(
+            m_stream, device.constData(), &attributes, static_cast<pa_stream_flags_t>(flags))
         < 0) {
         closeStream();
         return false;
