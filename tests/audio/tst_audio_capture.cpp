@@ -325,7 +325,7 @@ private Q_SLOTS:
 
     // The permissions as probes: granted where capture works, unknown with no server,
     // denied with no devices (the last row: it unloads them), each answered on the main
-    // thread; and the tap's error from the server.
+    // thread, no stream left open; and the tap's error from the server.
     void permissions_data()
     {
         QTest::addColumn<QByteArray>("address");
@@ -359,6 +359,11 @@ private Q_SLOTS:
         QCOMPARE(finished.at(0).at(0).toBool(), status == Permission::granted);
         QCOMPARE(system.status(), status);
         QTRY_COMPARE(microphone.status(), status);
+        // A probe closes what it opened: nothing of ours holds an input or a monitor
+        // (a headset would stay in its call profile).
+        QTRY_VERIFY(
+            !pactl({ u"list"_s, u"source-outputs"_s })
+                 .contains(u"application.process.id = \"%1\""_s.arg(QCoreApplication::applicationPid())));
         GlobalTap tap(server);
         tap.activate();
         QVERIFY2(tapError.isEmpty() ? tap.errorMessage().isEmpty() : tap.errorMessage().startsWith(tapError),
