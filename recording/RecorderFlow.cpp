@@ -98,6 +98,9 @@ void RecorderFlow::setState(State state)
             m_platform.sleepInhibitor->hold(tr("Recording"));
         else
             m_platform.sleepInhibitor->release();
+        // While live, a suspend waits until the recording paused (sleepComing).
+        m_platform.sleepInhibitor->watchSleep(
+            m_isLive ? [this](bool sleeping) { sleepComing(sleeping); } : SleepInhibitor::SleepHandler());
     }
 }
 
@@ -196,12 +199,27 @@ void RecorderFlow::record()
 
 void RecorderFlow::pause()
 {
+    pauseBecause({});
+}
+
+void RecorderFlow::pauseBecause(const QString &why)
+{
     if (m_frozenForPreview || !m_state.is(State::Kind::recording) || !m_capture)
         return;
     m_capture->pause();
     closeSegment();
     m_levels.pause();
-    setState(State::paused());
+    setState(State::paused(why));
+}
+
+void RecorderFlow::sleepComing(bool sleeping)
+{
+    // Paused as by Pause, and it stays paused after waking: the captures may need the
+    // user's Resume, and the slept time is absent. The sidecar has been on disk since
+    // the start, the files' headers are current after every block, and the kernel
+    // syncs the disks before it suspends.
+    if (sleeping)
+        pauseBecause(tr("Paused while the computer was asleep."));
 }
 
 void RecorderFlow::resume()

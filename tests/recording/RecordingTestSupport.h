@@ -73,15 +73,19 @@ private:
     std::optional<QString> m_mixFailure;
 };
 
-// Keeps the computer awake in name only: `held` tells whether it is.
+// Keeps the computer awake in name only: `held` tells whether it is, `sleep` is the
+// handler a suspend would call.
 struct StandInInhibitor final : SleepInhibitor
 {
-    explicit StandInInhibitor(bool &held)
+    StandInInhibitor(bool &held, SleepHandler &sleep)
         : held(held)
+        , sleep(sleep)
     { }
     void hold(const QString &) override { held = true; }
     void release() override { held = false; }
+    void watchSleep(SleepHandler handler) override { sleep = std::move(handler); }
     bool &held;
+    SleepHandler &sleep;
 };
 
 // What a flow under test stands on. The captures it made are in `made`; `startError`
@@ -101,6 +105,7 @@ struct StandIns
     std::optional<QString> startError;
     bool holdStop = false;
     bool awake = false;
+    SleepInhibitor::SleepHandler sleep; // set while the flow watches for sleep
     std::optional<qint64> freeSpace; // unknown: never refuses
 
     [[nodiscard]] StandInCapture &last() { return *made.last(); }
@@ -124,7 +129,7 @@ struct StandIns
         platform.systemAudio = std::make_unique<SystemAudioPermission>(*server);
         platform.clock = clock;
         platform.recordingsFolder = folder();
-        platform.sleepInhibitor = std::make_unique<StandInInhibitor>(awake);
+        platform.sleepInhibitor = std::make_unique<StandInInhibitor>(awake, sleep);
         platform.freeSpace = [this](const QString &) { return freeSpace; };
         return std::make_unique<RecorderFlow>(SelvaroAPI(&network, service), *store, std::move(platform));
     }

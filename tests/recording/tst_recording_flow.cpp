@@ -52,6 +52,8 @@ void act(StandIns &bench, RecorderFlow &flow, const QString &events)
             bench.made.first()->mix = event.endsWith(u"none"_s) ? QByteArray() : QByteArray("");
         else if (event == u"release"_s)
             bench.made.first()->release();
+        else if (event == u"sleep"_s || event == u"wake"_s)
+            bench.sleep ? bench.sleep(event == u"sleep"_s) : void();
         else
             (flow.*actions.value(event.section(u' ', 0, 0)))();
     }
@@ -102,6 +104,11 @@ private Q_SLOTS:
         row("paused", "resume", recording, false, 1, "start pause resume");
         row("paused", "save", finishing, false, 1, "start pause stop");
         row("paused", "discard", idle, false, 0, "start pause close cancel");
+        // Paused before the computer sleeps, and still after it woke, until Resume.
+        const State asleep = State::paused(u"Paused while the computer was asleep."_s);
+        row("recording", "tick, sleep, wake", asleep, false, 1, "start pause");
+        row("recording", "tick, sleep, wake, tick, resume", recording, false, 1, "start pause resume");
+        row("paused", "sleep, wake", paused, false, 1, "start pause");
         row("saving", "record", finishing, false, 1, "start pause stop");
         row("saving", "save", finishing, false, 1, "start pause stop");
         row("saving", "discard", idle, false, 0, "start pause stop");

@@ -154,6 +154,53 @@ private Q_SLOTS:
         QCOMPARE(desktop.calls.size(), calls + 1 + desktop.calls.count(closed));
         QVERIFY(log.lines(u"recorder"_s).isEmpty());
     }
+
+    // While watched, logind's delay is held; before the computer sleeps the handler
+    // runs with the delay still held and gives it back once it returned; after waking
+    // it runs again and the delay is taken anew. Without logind: one warning.
+    void sleepWaitsForTheHandler_data()
+    {
+        QTest::addColumn<bool>("logind");
+        QTest::newRow("logind") << true;
+        QTest::newRow("no logind") << false;
+    }
+    void sleepWaitsForTheHandler()
+    {
+        QFETCH(bool, logind);
+        StandInDesktop desktop;
+        const QString name = QString::fromLatin1(QTest::currentDataTag());
+        QDBusConnection system = QDBusConnection::connectToBus(QDBusConnection::SystemBus, name);
+        const auto disconnect = qScopeGuard([&] { QDBusConnection::disconnectFromBus(name); });
+        QVERIFY(!logind
+            || (system.registerVirtualObject(u"/org/freedesktop/login1"_s, &desktop)
+                && system.registerService(u"org.freedesktop.login1"_s)));
+        LogCapture log;
+        DesktopSleepInhibitor inhibitor;
+        QStringList handled; // whether sleeping, and how many delays were held meanwhile
+        inhibitor.watchSleep([&](bool sleeping) { handled << u"%1 %2"_s.arg(sleeping).arg(desktop.held()); });
+        inhibitor.watchSleep([&](bool sleeping) { handled << u"%1 %2"_s.arg(sleeping).arg(desktop.held()); });
+        if (!logind) {
+            QTRY_COMPARE(
+                log.lines(u"recorder"_s).filter(u"will not pause before the computer sleeps"_s).size(), 1);
+            return;
+        }
+        QTRY_COMPARE(desktop.held(), 1);
+        const auto prepare = [&](bool sleeping) {
+            system.send(QDBusMessage::createSignal(u"/org/freedesktop/login1"_s,
+                            u"org.freedesktop.login1.Manager"_s, u"PrepareForSleep"_s)
+                << sleeping);
+        };
+        prepare(true);
+        QTRY_COMPARE(handled, QStringList(u"1 1"_s));
+        QCOMPARE(desktop.held(), 0);
+        prepare(false);
+        QTRY_COMPARE(desktop.held(), 1);
+        QCOMPARE(handled, QStringList({ u"1 1"_s, u"0 0"_s }));
+        inhibitor.watchSleep({});
+        QTRY_COMPARE(desktop.held(), 0);
+        QCOMPARE(desktop.calls,
+            QStringList(2, u"Inhibit sleep recording_inhibitor Pausing the recording before sleep delay"_s));
+    }
 };
 
 QTEST_GUILESS_MAIN(TestRecordingInhibitor)
