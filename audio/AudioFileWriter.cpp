@@ -124,15 +124,28 @@ void AudioFileWriter::run()
         while (!m_queue.empty()) {
             Block block = std::move(m_queue.front());
             m_queue.pop_front();
+            m_busy = true;
             lock.unlock();
             write(block);
             lock.lock();
+            m_busy = false;
             if (block.samples.capacity() && m_spare.size() < spareBuffers)
                 m_spare.push_back(std::move(block.samples));
         }
+        m_idle.notify_all();
         if (m_closing)
             return;
     }
+}
+
+bool AudioFileWriter::flush(std::chrono::milliseconds timeout)
+{
+    std::unique_lock lock(m_mutex);
+    if (!m_file)
+        return false;
+    const bool written = m_idle.wait_for(lock, timeout, [this] { return m_queue.empty() && !m_busy; });
+    lock.unlock();
+    return written && ::fsync(m_descriptor) == 0;
 }
 
 void AudioFileWriter::write(const Block &block)

@@ -224,6 +224,14 @@ std::optional<WriteFailure> DualRecorder::writeFailure() const
     return std::nullopt;
 }
 
+void DualRecorder::flush()
+{
+    if (m_systemRecorder)
+        m_systemRecorder->flush();
+    if (m_micRecorder)
+        m_micRecorder->flush();
+}
+
 RecordingCapture::Levels DualRecorder::takeLevels()
 {
     return { m_systemRecorder ? m_systemRecorder->takeLevel() : 0.0f,

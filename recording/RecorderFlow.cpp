@@ -215,11 +215,13 @@ void RecorderFlow::pauseBecause(const QString &why)
 void RecorderFlow::sleepComing(bool sleeping)
 {
     // Paused as by Pause, and it stays paused after waking: the captures may need the
-    // user's Resume, and the slept time is absent. The sidecar has been on disk since
-    // the start, the files' headers are current after every block, and the kernel
-    // syncs the disks before it suspends.
-    if (sleeping)
-        pauseBecause(tr("Paused while the computer was asleep."));
+    // user's Resume, and the slept time is absent. The files reach the disk before the
+    // computer may sleep (a battery may run out meanwhile); the sidecar is there since
+    // the start, and the files' headers are current after every block.
+    if (!sleeping || !m_capture || !m_isLive)
+        return;
+    pauseBecause(tr("Paused while the computer was asleep."));
+    m_capture->flush();
 }
 
 void RecorderFlow::resume()

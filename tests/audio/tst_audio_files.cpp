@@ -51,7 +51,8 @@ private Q_SLOTS:
         QVERIFY(!RecordingsFolder::freeSpace(m_dir.filePath(QStringLiteral("none"))));
     }
 
-    // What a killed process leaves: a private file whose header is current while it is open.
+    // What a killed process leaves: a private file whose header is current while it is
+    // open; flushed (before a sleep), all that was pushed.
     void headerIsCurrentWhileOpen()
     {
         const QString path = m_dir.filePath(QStringLiteral("open.wav"));
@@ -64,7 +65,8 @@ private Q_SLOTS:
         QCOMPARE(modeOf(path), mode_t(0600));
         writer.push(m_block.data(), 1000);
         writer.push(nullptr, 500); // silence
-        QTRY_COMPARE(writer.framesWritten(), quint64(1500));
+        QVERIFY(writer.flush(std::chrono::seconds(5))); // what was pushed is written when it returns
+        QCOMPARE(writer.framesWritten(), quint64(1500));
         QFile raw(path);
         QVERIFY(raw.open(QIODevice::ReadOnly));
         QCOMPARE(

@@ -6,15 +6,12 @@
 #include "support/TonePlayer.h"
 
 #include <QElapsedTimer>
-#include <QFileInfo>
 #include <QProcess>
 #include <QTemporaryDir>
 #include <QTest>
 #include <QTimer>
 
 #include <csignal>
-
-using namespace Qt::StringLiterals;
 
 // The sound server dies under a recording and a new one comes up on the same socket (a
 // desktop restarting its audio): no crash, no hang, a log line; the capture reconnects
@@ -55,25 +52,13 @@ private Q_SLOTS:
         QTest::qWait(300);
         QVERIFY(ticks > 10); // the event loop kept turning
 
-        // The same server again. pipewire-pulse finds PipeWire through the fixture's
-        // PIPEWIRE_RUNTIME_DIR and listens on "native" in PULSE_RUNTIME_PATH; the devices
-        // it made went with the one killed.
         QProcess restarted;
-        const QStringList speakers { QStringLiteral("module-null-sink"), QStringLiteral("sink_name=speakers"),
-            QStringLiteral("rate=48000") };
-        if (qEnvironmentVariable("SELVARO_SOUND_SERVER") == u"pipewire") {
-            qputenv("PULSE_RUNTIME_PATH", QFileInfo(socket).path().toUtf8());
-            restarted.start(QStringLiteral("pipewire-pulse"));
-            QVERIFY(QTest::qWaitFor(
-                [&] { return !pactl(QStringList(u"load-module"_s) + speakers).isEmpty(); }, 5000));
-        } else {
-            restarted.start(QStringLiteral("pulseaudio"),
-                { QStringLiteral("-n"), QStringLiteral("--daemonize=no"), QStringLiteral("--use-pid-file=no"),
-                    QStringLiteral("--exit-idle-time=-1"), QStringLiteral("--log-target=stderr"),
-                    QStringLiteral("--log-level=error"),
-                    QStringLiteral("--load=module-native-protocol-unix auth-anonymous=1 socket=") + socket,
-                    QStringLiteral("--load=") + speakers.join(u' ') });
-        }
+        restarted.start(QStringLiteral("pulseaudio"),
+            { QStringLiteral("-n"), QStringLiteral("--daemonize=no"), QStringLiteral("--use-pid-file=no"),
+                QStringLiteral("--exit-idle-time=-1"), QStringLiteral("--log-target=stderr"),
+                QStringLiteral("--log-level=error"),
+                QStringLiteral("--load=module-native-protocol-unix auth-anonymous=1 socket=") + socket,
+                QStringLiteral("--load=module-null-sink sink_name=speakers rate=48000 channels=2") });
         QVERIFY(restarted.waitForStarted());
         QTRY_VERIFY_WITH_TIMEOUT(log.contains(QStringLiteral("Reconnected to the sound server")), 5000);
         TonePlayer after(660, "speakers");

@@ -49,6 +49,7 @@ public:
         return startError;
     }
     void pause() override { calls << u"pause"_s; }
+    void flush() override { calls << u"flush"_s; }
     void resume() override { calls << u"resume"_s; }
     void cancel() override { calls << u"cancel"_s; }
     QCoro::Task<> stop() override
