@@ -65,6 +65,7 @@ void LogindSleepDelay::prepareForSleep(bool sleeping)
 {
     if (!m_handler)
         return;
+    qCInfo(lcRecorder) << (sleeping ? "The computer is about to sleep" : "The computer woke up");
     // The handler may stop the watch (a state change); keep our own copy for the call.
     const SleepInhibitor::SleepHandler handler = m_handler;
     handler(sleeping);

@@ -230,9 +230,11 @@ void PulseCapture::onServerChanged()
             return;
         const bool input = capture->m_source == CaptureSource::defaultInput;
         const QByteArray device(input ? info->default_source_name : info->default_sink_name);
-        if (device.isEmpty() && input)
+        // None, or PipeWire's placeholder for none: the next server event names one.
+        const bool none = device.isEmpty() || device.startsWith('@');
+        if (none && input)
             return capture->loseDevice();
-        if (device.isEmpty() || (device == capture->m_device && capture->streamIsGood()))
+        if (none || (device == capture->m_device && capture->streamIsGood()))
             return;
         qCInfo(capture->category()).noquote()
             << (input ? "Default input is now" : "Default output is now") << device << "- following it";

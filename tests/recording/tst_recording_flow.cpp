@@ -107,7 +107,6 @@ private Q_SLOTS:
         // Paused before the computer sleeps, and still after it woke, until Resume.
         const State asleep = State::paused(u"Paused while the computer was asleep."_s);
         row("recording", "tick, sleep, wake", asleep, false, 1, "start pause flush");
-        row("recording", "tick, sleep, wake, tick, resume", recording, false, 1, "start pause flush resume");
         row("paused", "sleep, wake", paused, false, 1, "start pause flush");
         row("saving", "record", finishing, false, 1, "start pause stop");
         row("saving", "save", finishing, false, 1, "start pause stop");
@@ -256,22 +255,21 @@ private Q_SLOTS:
         QTest::addColumn<float>("microphone");
         QTest::addColumn<int>("seconds"); // of recording, with a paused minute in the middle
         QTest::addColumn<QString>("hint");
-        QTest::addColumn<bool>("missing"); // no input left to record
         QTest::newRow("other apps silent")
-            << 0.0f << 0.3f << 31 << u"Nothing heard from the other apps yet."_s << false;
+            << 0.0f << 0.3f << 31 << u"Nothing heard from the other apps yet."_s;
         QTest::newRow("microphone silent")
-            << 0.3f << 0.0f << 31 << u"Nothing heard from the microphone yet."_s << false;
-        QTest::newRow("not long enough") << 0.0f << 0.3f << 29 << QString() << false;
-        QTest::newRow("both silent: a quiet moment") << 0.0f << 0.0f << 60 << QString() << false;
-        QTest::newRow("faint is heard") << 0.0001f << 0.3f << 60 << QString() << false;
-        QTest::newRow("no microphone") << 0.3f << 0.0f << 2 << u"The microphone was disconnected."_s << true;
+            << 0.3f << 0.0f << 31 << u"Nothing heard from the microphone yet."_s;
+        QTest::newRow("not long enough") << 0.0f << 0.3f << 29 << QString();
+        QTest::newRow("both silent: a quiet moment") << 0.0f << 0.0f << 60 << QString();
+        QTest::newRow("faint is heard") << 0.0001f << 0.3f << 60 << QString();
+        QTest::newRow("no microphone") << 0.3f << 0.0f << 2 << u"The microphone was disconnected."_s;
     }
     void levelsAndSilenceHint()
     {
         QFETCH(float, system);
         QFETCH(float, microphone);
         QFETCH(int, seconds);
-        QFETCH(bool, missing);
+        const bool missing = QTest::currentDataTag() == "no microphone"_ba; // no input left to record
         StandIns bench;
         auto flow = bench.makeFlow();
         const LevelWatch &levels = flow->levels();
