@@ -104,9 +104,10 @@ private Q_SLOTS:
         row("paused", "resume", recording, false, 1, "start pause resume");
         row("paused", "save", finishing, false, 1, "start pause stop");
         row("paused", "discard", idle, false, 0, "start pause close cancel");
-        // Paused before the computer sleeps, and still after it woke, until Resume.
+        // Paused before the computer sleeps (the slept time not counted), and still after
+        // it woke, until Resume.
         const State asleep = State::paused(u"Paused while the computer was asleep."_s);
-        row("recording", "tick, sleep, wake", asleep, false, 1, "start pause flush");
+        row("recording", "tick, sleep, tick, wake", asleep, false, 1, "start pause flush");
         row("paused", "sleep, wake", paused, false, 1, "start pause flush");
         row("saving", "record", finishing, false, 1, "start pause stop");
         row("saving", "save", finishing, false, 1, "start pause stop");
