@@ -124,15 +124,32 @@ void AudioFileWriter::run()
         while (!m_queue.empty()) {
             Block block = std::move(m_queue.front());
             m_queue.pop_front();
+            m_busy = true;
             lock.unlock();
             write(block);
             lock.lock();
+            m_busy = false;
             if (block.samples.capacity() && m_spare.size() < spareBuffers)
                 m_spare.push_back(std::move(block.samples));
         }
+        m_idle.notify_all();
         if (m_closing)
             return;
     }
+}
+
+bool AudioFileWriter::flush(std::chrono::milliseconds timeout)
+{
+    std::unique_lock lock(m_mutex);
+    if (!m_file)
+        return false;
+    const bool written = m_idle.wait_for(lock, timeout, [this] { return m_queue.empty() && !m_busy; });
+    // The writer is idle and cannot take a block while the lock is held: the header
+    // is ours to bring up to date, as it is only rewritten every half second.
+    if (written)
+        sf_command(m_file, SFC_UPDATE_HEADER_NOW, nullptr, 0);
+    lock.unlock();
+    return written && ::fsync(m_descriptor) == 0;
 }
 
 void AudioFileWriter::write(const Block &block)
@@ -157,12 +174,13 @@ void AudioFileWriter::write(const Block &block)
             left -= n;
         }
     }
-    m_framesWritten.fetch_add(static_cast<quint64>(written), std::memory_order_relaxed);
     m_framesSinceHeader += written;
     if (m_framesSinceHeader >= static_cast<qint64>(m_spec.rate * headerSeconds)) {
         sf_command(m_file, SFC_UPDATE_HEADER_NOW, nullptr, 0);
         m_framesSinceHeader = 0;
     }
+    // Counted once the header says so, for whoever reads the file on seeing the count.
+    m_framesWritten.fetch_add(static_cast<quint64>(written), std::memory_order_relaxed);
     if (written != block.frames) {
         // libsndfile leaves the errno of the write() that failed.
         m_failureErrno.store(errno, std::memory_order_relaxed);

@@ -7,6 +7,7 @@
 #include <QString>
 
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <deque>
 #include <mutex>
@@ -62,6 +63,10 @@ public:
 
     // Writes what is queued, stops the thread and closes the file.
     void close();
+    // Waits, at most `timeout`, until what was pushed is written, then has the file
+    // reach the disk (fsync): what a suspend that never wakes must not take. False
+    // when that did not happen in time or the file is not open.
+    bool flush(std::chrono::milliseconds timeout);
 
     [[nodiscard]] quint64 framesWritten() const { return m_framesWritten.load(); }
     [[nodiscard]] quint64 framesDropped() const { return m_framesDropped.load(); }
@@ -88,6 +93,8 @@ private:
 
     std::mutex m_mutex;
     std::condition_variable m_wake;
+    std::condition_variable m_idle; // the writer has written what was queued
+    bool m_busy = false; // a block taken from the queue is being written
     std::deque<Block> m_queue;
     std::vector<std::vector<float>> m_spare; // recycled buffers: no allocation per block
     bool m_closing = false;

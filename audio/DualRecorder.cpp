@@ -231,10 +231,18 @@ std::optional<WriteFailure> DualRecorder::writeFailure() const
     return std::nullopt;
 }
 
+void DualRecorder::flush()
+{
+    if (m_systemRecorder)
+        m_systemRecorder->flush();
+    if (m_micRecorder)
+        m_micRecorder->flush();
+}
+
 RecordingCapture::Levels DualRecorder::takeLevels()
 {
     return { m_systemRecorder ? m_systemRecorder->takeLevel() : 0.0f,
-        m_micRecorder ? m_micRecorder->takeLevel() : 0.0f };
+        m_micRecorder ? m_micRecorder->takeLevel() : 0.0f, m_micRecorder && m_micRecorder->deviceMissing() };
 }
 
 QCoro::Task<> DualRecorder::mixAudioFiles()

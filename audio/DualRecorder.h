@@ -75,6 +75,7 @@ public:
     [[nodiscard]] std::optional<QString> start() override;
     // Only while recording.
     void pause() override;
+    void flush() override;
     // Looks at "recording" only: on a stopped or never-started recorder it claims to
     // record although no engine runs. The session never does that.
     void resume() override;

@@ -30,6 +30,7 @@ public:
     [[nodiscard]] std::optional<QString> start() override;
     void pause() override { }
     void resume() override { }
+    void flush() override { }
     void cancel() override;
     [[nodiscard]] QCoro::Task<> stop() override;
     void close() override { }

@@ -29,6 +29,9 @@ public:
     [[nodiscard]] virtual std::optional<QString> start() = 0;
     virtual void pause() = 0;
     virtual void resume() = 0;
+    // Has what the files were given reach the disk (before the computer sleeps);
+    // waits a bounded time.
+    virtual void flush() = 0;
     // Deletes every file of the recording, but only when the capture is not running
     // and not mixing (the dual recorder's rule: a discard closes a running one first).
     virtual void cancel() = 0;
@@ -53,6 +56,7 @@ public:
     {
         float systemAudio = 0;
         float microphone = 0;
+        bool microphoneMissing = false; // no input left to record: the microphone is silence
     };
     [[nodiscard]] virtual Levels takeLevels() { return {}; }
 };

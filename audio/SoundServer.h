@@ -68,6 +68,9 @@ public:
     // heard nor a block later (CaptureTimeline::finish).
     virtual void catchUp() = 0;
     [[nodiscard]] virtual Counters counters() const = 0;
+    // True while a defaultInput capture has no input to record (the last one went
+    // away) and delivers silence until one is the default again. Any thread.
+    [[nodiscard]] virtual bool deviceMissing() const { return false; }
 
     // Counts the timeline from `origin`, an instant before the start (the press of
     // Record), instead of from the start itself, so that captures started one after
@@ -98,8 +101,9 @@ public:
     [[nodiscard]] virtual std::variant<OutputDevice, AudioObjectError> defaultOutput() = 0;
 
     // Starts capturing `source` in `spec` and returns once the server sends (or has
-    // refused: then the server's status text). A systemOutput capture follows the
-    // default output when it changes or disappears and reconnects after the server
+    // refused: then the server's status text). A capture follows the default output
+    // (systemOutput) or input (defaultInput) when it changes or disappears, never
+    // taking an output's monitor for the input, and reconnects after the server
     // restarts. What a capture delivers follows the monotonic clock from this call
     // on (suspended time left out): silence where the server sent nothing, excess
     // taken out, so that two captures started together stay side by side. A backend

@@ -85,6 +85,12 @@ void SourceRecorder::resume()
         setPaused(false);
 }
 
+void SourceRecorder::flush()
+{
+    if (m_file.isOpen() && !m_file.flush(std::chrono::milliseconds(500)))
+        qCWarning(category()).noquote() << "Could not flush" << m_filePath << "to the disk";
+}
+
 void SourceRecorder::stop()
 {
     qCDebug(m_profile.category) << "stop()";

@@ -70,6 +70,11 @@ public:
     // The loudest sample written since the previous call, 0..1 of full scale; 0 when
     // only silence (or nothing) came. Reading resets it: one reader only.
     [[nodiscard]] float takeLevel() { return m_level.read(); }
+    // Has what the file was given reach the disk, waiting at most half a second (logind
+    // gives a delay five seconds in all); a file that did not is logged.
+    void flush();
+    // While running: the capture has no device to record (Capture::deviceMissing).
+    [[nodiscard]] bool deviceMissing() const { return m_capture && m_capture->deviceMissing(); }
 
 protected:
     struct Profile

@@ -1,6 +1,7 @@
 #include "recording/DesktopSleepInhibitor.h"
 
 #include "common/Logging.h"
+#include "recording/LogindSleepDelay.h"
 
 #include <QCoreApplication>
 #include <QDBusConnection>
@@ -117,4 +118,13 @@ void DesktopSleepInhibitor::release()
     if (const QString request = std::exchange(m_hold->portalRequest, {}); !request.isEmpty())
         closePortalRequest(request);
     m_hold->logindInhibitor = QDBusUnixFileDescriptor();
+}
+
+void DesktopSleepInhibitor::watchSleep(SleepHandler handler)
+{
+    if (!m_sleepDelay && !handler)
+        return;
+    if (!m_sleepDelay)
+        m_sleepDelay = std::make_unique<LogindSleepDelay>();
+    m_sleepDelay->watch(std::move(handler));
 }

@@ -4,6 +4,8 @@
 
 #include <memory>
 
+class LogindSleepDelay;
+
 // Inhibits sleep and idle through the desktop: the freedesktop portal's Inhibit on the
 // session bus (what the desktop lists to the user, and what works from a sandbox),
 // else logind's Inhibit on the system bus (a session without a portal). Where neither
@@ -22,6 +24,8 @@ public:
 
     void hold(const QString &reason) override;
     void release() override;
+    // Through logind's delay inhibitor (LogindSleepDelay).
+    void watchSleep(SleepHandler handler) override;
 
 private:
     struct Hold;
@@ -32,4 +36,5 @@ private:
 
     // Shared with the answers still on their way.
     std::shared_ptr<Hold> m_hold;
+    std::unique_ptr<LogindSleepDelay> m_sleepDelay; // made on the first watch
 };

@@ -67,7 +67,9 @@ void LevelWatch::read()
         = levels.microphone > 0 ? std::chrono::steady_clock::duration {} : m_microphoneQuiet + span;
     show(levels.systemAudio, levels.microphone);
     QString hint;
-    if (m_systemQuiet >= hintAfter && m_microphoneQuiet < m_systemQuiet)
+    if (levels.microphoneMissing)
+        hint = tr("The microphone was disconnected.");
+    else if (m_systemQuiet >= hintAfter && m_microphoneQuiet < m_systemQuiet)
         hint = tr("Nothing heard from the other apps yet.");
     else if (m_microphoneQuiet >= hintAfter && m_systemQuiet < m_microphoneQuiet)
         hint = tr("Nothing heard from the microphone yet.");

@@ -46,8 +46,9 @@ public:
     // not watching. Frozen while paused.
     [[nodiscard]] double systemLevel() const { return m_systemLevel; }
     [[nodiscard]] double microphoneLevel() const { return m_microphoneLevel; }
-    // The status line's sentence while one source has been digital silence for
-    // hintAfter of recording while the other was heard; empty otherwise.
+    // The status line's sentence while the microphone has no input left, or while one
+    // source has been digital silence for hintAfter of recording while the other was
+    // heard; empty otherwise.
     [[nodiscard]] QString silenceHint() const { return m_silenceHint; }
 
     // Starts reading `capture`'s levels, from silence and no hint.

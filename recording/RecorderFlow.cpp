@@ -104,6 +104,9 @@ void RecorderFlow::setState(State state)
             m_platform.sleepInhibitor->hold(tr("Recording"));
         else
             m_platform.sleepInhibitor->release();
+        // While live, a suspend waits until the recording paused (sleepComing).
+        m_platform.sleepInhibitor->watchSleep(
+            m_isLive ? [this](bool sleeping) { sleepComing(sleeping); } : SleepInhibitor::SleepHandler());
     }
 }
 
@@ -202,12 +205,29 @@ void RecorderFlow::record()
 
 void RecorderFlow::pause()
 {
+    pauseBecause({});
+}
+
+void RecorderFlow::pauseBecause(const QString &why)
+{
     if (m_frozenForPreview || !m_state.is(State::Kind::recording) || !m_capture)
         return;
     m_capture->pause();
     closeSegment();
     m_levels.pause();
-    setState(State::paused());
+    setState(State::paused(why));
+}
+
+void RecorderFlow::sleepComing(bool sleeping)
+{
+    // Paused as by Pause, and it stays paused after waking: the captures may need the
+    // user's Resume, and the slept time is absent. The files reach the disk before the
+    // computer may sleep (a battery may run out meanwhile); the sidecar is there since
+    // the start, and the files' headers are current after every block.
+    if (!sleeping || !m_capture || !m_isLive)
+        return;
+    pauseBecause(tr("Paused while the computer was asleep."));
+    m_capture->flush();
 }
 
 void RecorderFlow::resume()

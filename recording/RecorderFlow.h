@@ -160,6 +160,10 @@ private:
     [[nodiscard]] double runningElapsed() const;
     // Closes the running segment into elapsed.
     void closeSegment();
+    // Pause, worded by `why` when the user did not ask for it.
+    void pauseBecause(const QString &why);
+    // The sleep inhibitor's handler: pauses before the computer sleeps.
+    void sleepComing(bool sleeping);
     // Stops a recording whose file stopped taking audio; called by the ticker.
     void checkCapture();
     // A running recording's files closed and its sidecar at "recorded", on the way out.

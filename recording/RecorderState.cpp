@@ -18,7 +18,7 @@ QString RecorderState::toString() const
 {
     const QString kind
         = QString::fromLatin1(QMetaEnum::fromType<Kind>().valueToKey(static_cast<int>(m_kind)));
-    if (m_kind == Kind::saving || m_kind == Kind::failed)
+    if (!m_text.isEmpty())
         return QStringLiteral("%1(%2)").arg(kind, m_text);
     return kind;
 }

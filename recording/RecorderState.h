@@ -29,14 +29,19 @@ public:
     RecorderState() = default;
     [[nodiscard]] static RecorderState idle() { return RecorderState(); }
     [[nodiscard]] static RecorderState recording() { return RecorderState(Kind::recording); }
-    [[nodiscard]] static RecorderState paused() { return RecorderState(Kind::paused); }
+    // `why` words a pause the user did not ask for.
+    [[nodiscard]] static RecorderState paused(QString why = {})
+    {
+        return RecorderState(Kind::paused, std::move(why));
+    }
     [[nodiscard]] static RecorderState saving(QString text, int progress = -1);
     [[nodiscard]] static RecorderState sent() { return RecorderState(Kind::sent); }
     [[nodiscard]] static RecorderState failed(QString message);
 
     [[nodiscard]] Kind kind() const { return m_kind; }
     [[nodiscard]] bool is(Kind kind) const { return m_kind == kind; }
-    // The progress text while saving, the message when failed, empty otherwise.
+    // The progress text while saving, the message when failed, why when paused by
+    // the computer, empty otherwise.
     [[nodiscard]] QString text() const { return m_text; }
     // The upload's share sent, 0..100, while saving shows it; -1 otherwise.
     [[nodiscard]] int progress() const { return m_progress; }

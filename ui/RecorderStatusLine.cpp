@@ -67,10 +67,10 @@ RecorderStatusLine::RecorderStatusLine(RecorderFlow *flow, QWidget *parent)
     addPage(m_recording);
 
     m_paused = new QWidget;
-    auto *pausedText = new TextLabel(tr("Paused"), footnote, Palette::secondaryText());
-    pausedText->setObjectName(QStringLiteral("pausedStatus"));
+    m_pausedText = new TextLabel(tr("Paused"), footnote, Palette::secondaryText());
+    m_pausedText->setObjectName(QStringLiteral("pausedStatus"));
     auto *paused = topAligned(m_paused);
-    paused->addWidget(pausedText);
+    paused->addWidget(m_pausedText);
     paused->addSpacing(12);
     paused->addWidget(new LevelMetersRow(m_flow, true));
     addPage(m_paused);
@@ -134,6 +134,7 @@ void RecorderStatusLine::showState()
         setCurrentPage(m_recording);
         break;
     case Kind::paused:
+        m_pausedText->setText(state.text().isEmpty() ? tr("Paused") : state.text());
         setCurrentPage(m_paused);
         break;
     case Kind::saving:

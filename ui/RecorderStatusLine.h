@@ -40,6 +40,7 @@ private:
     WaveformIndicator *m_waveform;
     TextLabel *m_recordingText;
     QWidget *m_paused;
+    TextLabel *m_pausedText;
     QWidget *m_saving;
     TextLabel *m_savingText;
     UploadProgressBar *m_uploadProgress;

@@ -73,10 +73,15 @@ std::optional<QString> PulseCapture::start(const OutputDevice *output)
         if (auto *error = std::get_if<AudioObjectError>(&read))
             return error->message;
         const auto &sink = std::get<OutputDevice>(read);
-        m_sink = sink.name.toUtf8();
+        m_device = sink.name.toUtf8();
         device = sink.monitorSource.toUtf8();
-        subscribe();
+    } else {
+        auto read = m_connection.readDefaultSourceName();
+        if (auto *error = std::get_if<AudioObjectError>(&read))
+            return error->message;
+        m_device = device = std::get<QByteArray>(read);
     }
+    subscribe();
     if (!openStream(device))
         return m_connection.lastError();
     const bool settled = m_connection.wait([this] {
@@ -91,8 +96,7 @@ std::optional<QString> PulseCapture::start(const OutputDevice *output)
     }
     m_running = true;
     tick();
-    qCDebug(category()).noquote() << "Capturing from"
-                                  << (device.isEmpty() ? QByteArray("the default source") : device);
+    qCDebug(category()).noquote() << "Capturing from" << device;
     return std::nullopt;
 }
 
@@ -138,14 +142,12 @@ bool PulseCapture::openStream(const QByteArray &device)
     const pa_buffer_attr attributes { static_cast<uint32_t>(-1), static_cast<uint32_t>(-1),
         static_cast<uint32_t>(-1), static_cast<uint32_t>(-1), fragment };
     // Without adjusting the latency a monitor of an idle sink delivers in bursts of
-    // up to two seconds.
-    int flags = PA_STREAM_ADJUST_LATENCY;
-    if (m_source == CaptureSource::systemOutput)
-        flags |= PA_STREAM_DONT_MOVE;
+    // up to two seconds. Both follow their default themselves (see the header).
+    int flags = PA_STREAM_ADJUST_LATENCY | PA_STREAM_DONT_MOVE;
     if (m_timeline.isSuspended())
         flags |= PA_STREAM_START_CORKED;
-    if (pa_stream_connect_record(m_stream, device.isEmpty() ? nullptr : device.constData(), &attributes,
-            static_cast<pa_stream_flags_t>(flags))
+    if (pa_stream_connect_record(
+            m_stream, device.constData(), &attributes, static_cast<pa_stream_flags_t>(flags))
         < 0) {
         closeStream();
         return false;
@@ -177,12 +179,12 @@ void PulseCapture::onStreamState()
     const pa_stream_state_t state = pa_stream_get_state(m_stream);
     if (state == PA_STREAM_READY) {
         const char *device = pa_stream_get_device_name(m_stream);
-        qCInfo(category()) << "Capturing from" << (device ? device : "the default source");
+        qCInfo(category()) << "Capturing from" << (device ? device : "");
         return;
     }
     if (PA_STREAM_IS_GOOD(state) || !m_connection.isReady())
         return; // a lost server is handled by onContextState
-    // With do-not-move the server kills the stream when its sink goes away.
+    // With do-not-move the server kills the stream when its device goes away.
     qCWarning(category()) << "Capture stream ended:" << m_connection.lastError();
     reconnectIn(followDelay);
 }
@@ -207,8 +209,6 @@ void PulseCapture::onContextState(pa_context_state_t state)
 
 void PulseCapture::subscribe()
 {
-    if (m_source != CaptureSource::systemOutput)
-        return;
     pa_context *context = m_connection.context();
     pa_context_set_subscribe_callback(
         context,
@@ -226,19 +226,25 @@ void PulseCapture::onServerChanged()
 {
     auto onInfo = [](pa_context *, const pa_server_info *info, void *self) {
         auto *capture = static_cast<PulseCapture *>(self);
-        if (!info || !info->default_sink_name || capture->m_stopping)
+        if (!info || capture->m_stopping)
             return;
-        const QByteArray sink(info->default_sink_name);
-        if (sink == capture->m_sink && capture->streamIsGood())
+        const bool input = capture->m_source == CaptureSource::defaultInput;
+        const QByteArray device(input ? info->default_source_name : info->default_sink_name);
+        // None, or PipeWire's placeholder for none: the next server event names one.
+        const bool none = device.isEmpty() || device.startsWith('@');
+        if (none && input)
+            return capture->loseDevice();
+        if (none || (device == capture->m_device && capture->streamIsGood()))
             return;
-        qCInfo(capture->category()).noquote() << "Default output is now" << sink << "- following it";
-        capture->follow(sink);
+        qCInfo(capture->category()).noquote()
+            << (input ? "Default input is now" : "Default output is now") << device << "- following it";
+        capture->follow(device);
     };
     if (pa_operation *operation = pa_context_get_server_info(m_connection.context(), onInfo, this))
         pa_operation_unref(operation);
 }
 
-void PulseCapture::follow(const QByteArray &sink)
+void PulseCapture::follow(const QByteArray &device)
 {
     auto onSink = [](pa_context *, const pa_sink_info *info, int eol, void *self) {
         auto *capture = static_cast<PulseCapture *>(self);
@@ -251,13 +257,40 @@ void PulseCapture::follow(const QByteArray &sink)
         }
         if (eol || !info)
             return;
-        capture->m_sink = info->name;
+        capture->m_device = info->name;
         if (!capture->openStream(info->monitor_source_name))
             capture->reconnectIn(retryDelay);
     };
-    if (pa_operation *operation
-        = pa_context_get_sink_info_by_name(m_connection.context(), sink.constData(), onSink, this))
+    // A source that is gone (PipeWire names a placeholder when none is left) or an
+    // output's monitor (PulseAudio's fallback) leaves the microphone without an input.
+    auto onSource = [](pa_context *, const pa_source_info *info, int eol, void *self) {
+        auto *capture = static_cast<PulseCapture *>(self);
+        if (capture->m_stopping || eol > 0)
+            return;
+        if (eol < 0 || !info || info->monitor_of_sink != PA_INVALID_INDEX)
+            return capture->loseDevice();
+        if (capture->m_deviceMissing.exchange(false))
+            qCInfo(capture->category()).noquote() << "Microphone back:" << info->name;
+        capture->m_device = info->name;
+        if (!capture->openStream(info->name))
+            capture->reconnectIn(retryDelay);
+    };
+    pa_context *context = m_connection.context();
+    pa_operation *operation = m_source == CaptureSource::defaultInput
+        ? pa_context_get_source_info_by_name(context, device.constData(), onSource, this)
+        : pa_context_get_sink_info_by_name(context, device.constData(), onSink, this);
+    if (operation)
         pa_operation_unref(operation);
+}
+
+void PulseCapture::loseDevice()
+{
+    // The stream goes: what the server would move it to is not the microphone. The
+    // ticks fill the time with silence until a server event names an input.
+    closeStream();
+    m_device.clear();
+    if (!m_deviceMissing.exchange(true))
+        qCWarning(category()) << "No microphone left; recording silence until one appears";
 }
 
 void PulseCapture::reconnectIn(std::chrono::milliseconds delay)
@@ -282,12 +315,7 @@ void PulseCapture::reconnect()
             m_connection.connectAsync(); // its READY state brings us back here
         return;
     }
-    if (m_source == CaptureSource::defaultInput) {
-        if (!openStream({}))
-            reconnectIn(retryDelay);
-        return;
-    }
-    m_sink.clear();
+    m_device.clear();
     onServerChanged();
 }
 

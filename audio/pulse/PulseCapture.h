@@ -4,6 +4,7 @@
 #include "audio/SoundServer.h"
 #include "audio/pulse/PulseConnection.h"
 
+#include <atomic>
 #include <chrono>
 #include <optional>
 #include <vector>
@@ -17,8 +18,12 @@
 // source — the microphone — so the system file would record the user's voice.
 // Instead this follows the default sink itself: on a server event naming a new
 // default, or when its stream is killed with the sink, it connects to the current
-// default's monitor. The microphone stream is connected to the default source and
-// left to the server to move.
+// default's monitor. The microphone follows the default source the same way: left
+// to the server, a stream whose input went away is moved to what the server falls
+// back to, which is the monitor of an output when no input is left, and the system
+// audio would land in the microphone's channel. A monitor is never followed as the
+// microphone: until an input is the default again the capture is silent and
+// deviceMissing() says so.
 //
 // What is delivered follows the monotonic clock (see CaptureTimeline for the rule):
 // this class only says when each block was heard, ticks the timeline and ends it at
@@ -47,6 +52,7 @@ public:
     void catchUp() override;
     void setOrigin(std::chrono::steady_clock::time_point origin) override;
     [[nodiscard]] Counters counters() const override;
+    [[nodiscard]] bool deviceMissing() const override { return m_deviceMissing; }
 
 private:
     using Clock = std::chrono::steady_clock;
@@ -59,7 +65,8 @@ private:
     void onRead();
     void onContextState(pa_context_state_t state);
     void onServerChanged();
-    void follow(const QByteArray &sink);
+    void follow(const QByteArray &device);
+    void loseDevice();
     void reconnectIn(std::chrono::milliseconds delay);
     void reconnect();
     void subscribe();
@@ -75,7 +82,7 @@ private:
 
     // Mainloop thread (or the owner with the lock held).
     pa_stream *m_stream = nullptr;
-    QByteArray m_sink;
+    QByteArray m_device; // the sink whose monitor, or the source, is recorded
     pa_time_event *m_retry = nullptr;
     bool m_running = false;
     bool m_stopping = false;
@@ -83,4 +90,5 @@ private:
     pa_time_event *m_ticker = nullptr;
     CaptureTimeline m_timeline;
     std::vector<char> m_gathered; // small blocks gathered into a fragment
+    std::atomic<bool> m_deviceMissing { false }; // read from any thread
 };

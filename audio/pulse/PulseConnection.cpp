@@ -212,7 +212,8 @@ std::variant<QByteArray, AudioObjectError> PulseConnection::readDefaultName(bool
     if (!waitFor(pa_context_get_server_info(m_context, onServer, &names)))
         return readError(what, lastError());
     const QByteArray name = sink ? names.sink : names.source;
-    if (name.isEmpty())
+    // PipeWire's pulse server names its placeholder ("@DEFAULT_SINK@") when there is none.
+    if (name.isEmpty() || name.startsWith('@'))
         return readError(what, errorText(PA_ERR_NOENTITY));
     return name;
 }

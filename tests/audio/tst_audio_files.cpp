@@ -52,7 +52,7 @@ private Q_SLOTS:
     }
 
     // What a killed process leaves: a private file whose header is current while it is
-    // open, at every half second of audio.
+    // open, at every half second of audio; flushed (before a sleep), all that was pushed.
     void headerIsCurrentWhileOpen()
     {
         const QString path = m_dir.filePath(QStringLiteral("open.wav"));
@@ -74,6 +74,9 @@ private Q_SLOTS:
         QCOMPARE(file.frames(), 24000);
         QCOMPARE(file.samples[1], 0.25F);
         QCOMPARE(file.samples.back(), 0.0F);
+        writer.push(nullptr, 100);
+        QVERIFY(writer.flush(std::chrono::seconds(5)));
+        QCOMPARE(SoundFile::read(path).frames(), 24100);
     }
 
     // A full disk, played by a file size limit: logged once, writing stops, and the file

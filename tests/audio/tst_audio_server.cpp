@@ -16,6 +16,8 @@
 // The sound server dies under a recording and a new one comes up on the same socket (a
 // desktop restarting its audio): no crash, no hang, a log line; the capture reconnects
 // by itself, and the outage is silence in the file rather than cut out of its timeline.
+// On PipeWire it is pipewire-pulse that dies and a PulseAudio that comes up: what is
+// tested is the client's side of the restart.
 class AudioServer : public QObject
 {
     Q_OBJECT

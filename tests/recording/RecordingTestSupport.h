@@ -49,6 +49,7 @@ public:
         return startError;
     }
     void pause() override { calls << u"pause"_s; }
+    void flush() override { calls << u"flush"_s; }
     void resume() override { calls << u"resume"_s; }
     void cancel() override { calls << u"cancel"_s; }
     QCoro::Task<> stop() override
@@ -80,15 +81,19 @@ struct StandInNetworkStatus final : NetworkStatus
     bool isOffline = false;
 };
 
-// Keeps the computer awake in name only: `held` tells whether it is.
+// Keeps the computer awake in name only: `held` tells whether it is, `sleep` is the
+// handler a suspend would call.
 struct StandInInhibitor final : SleepInhibitor
 {
-    explicit StandInInhibitor(bool &held)
+    StandInInhibitor(bool &held, SleepHandler &sleep)
         : held(held)
+        , sleep(sleep)
     { }
     void hold(const QString &) override { held = true; }
     void release() override { held = false; }
+    void watchSleep(SleepHandler handler) override { sleep = std::move(handler); }
     bool &held;
+    SleepHandler &sleep;
 };
 
 // What a flow under test stands on. The captures it made are in `made`; `startError`
@@ -108,6 +113,7 @@ struct StandIns
     std::optional<QString> startError;
     bool holdStop = false;
     bool awake = false;
+    SleepInhibitor::SleepHandler sleep; // set while the flow watches for sleep
     std::optional<qint64> freeSpace; // unknown: never refuses
     std::shared_ptr<StandInNetworkStatus> networkStatus = std::make_shared<StandInNetworkStatus>();
     ServiceDeadlines deadlines;
@@ -133,7 +139,7 @@ struct StandIns
         platform.systemAudio = std::make_unique<SystemAudioPermission>(*server);
         platform.clock = clock;
         platform.recordingsFolder = folder();
-        platform.sleepInhibitor = std::make_unique<StandInInhibitor>(awake);
+        platform.sleepInhibitor = std::make_unique<StandInInhibitor>(awake, sleep);
         platform.freeSpace = [this](const QString &) { return freeSpace; };
         platform.network = networkStatus;
         return std::make_unique<RecorderFlow>(

@@ -52,6 +52,8 @@ void act(StandIns &bench, RecorderFlow &flow, const QString &events)
             bench.made.first()->mix = event.endsWith(u"none"_s) ? QByteArray() : QByteArray("");
         else if (event == u"release"_s)
             bench.made.first()->release();
+        else if (event == u"sleep"_s || event == u"wake"_s)
+            bench.sleep ? bench.sleep(event == u"sleep"_s) : void();
         else
             (flow.*actions.value(event.section(u' ', 0, 0)))();
     }
@@ -102,6 +104,11 @@ private Q_SLOTS:
         row("paused", "resume", recording, false, 1, "start pause resume");
         row("paused", "save", finishing, false, 1, "start pause stop");
         row("paused", "discard", idle, false, 0, "start pause close cancel");
+        // Paused before the computer sleeps (the slept time not counted), and still after
+        // it woke, until Resume.
+        const State asleep = State::paused(u"Paused while the computer was asleep."_s);
+        row("recording", "tick, sleep, tick, wake", asleep, false, 1, "start pause flush");
+        row("paused", "sleep, wake", paused, false, 1, "start pause flush");
         row("saving", "record", finishing, false, 1, "start pause stop");
         row("saving", "save", finishing, false, 1, "start pause stop");
         row("saving", "discard", idle, false, 0, "start pause stop");
@@ -261,6 +268,7 @@ private Q_SLOTS:
         QTest::newRow("chosen application silent") << 0.0f << 0.3f << 16 << firefox << u"Firefox"_s;
         QTest::newRow("… the microphone too") << 0.0f << 0.0f << 16 << firefox << u"Firefox"_s;
         QTest::newRow("… not long enough") << 0.0f << 0.3f << 14 << QString() << u"Firefox"_s;
+        QTest::newRow("no microphone") << 0.3f << 0.0f << 2 << u"The microphone was disconnected."_s << QString();
     }
     void levelsAndSilenceHint()
     {
@@ -268,6 +276,7 @@ private Q_SLOTS:
         QFETCH(float, microphone);
         QFETCH(int, seconds);
         QFETCH(QString, application);
+        const bool missing = QTest::currentDataTag() == "no microphone"_ba; // no input left to record
         StandIns bench;
         auto flow = bench.makeFlow();
         flow->levels().setApplication({ application, application.toLower() });
@@ -292,7 +301,7 @@ private Q_SLOTS:
         run(60s, { 0.75f, 0.75f });
         QCOMPARE(shown(), (QList<double> { system, microphone }));
         flow->resume();
-        run(std::chrono::seconds(seconds - seconds / 2), { system, microphone });
+        run(std::chrono::seconds(seconds - seconds / 2), { system, microphone, missing });
         QTEST(levels.silenceHint(), "hint");
         run(LevelWatch::interval, { 0.1f, 0.1f });
         QCOMPARE(levels.silenceHint(), QString());

@@ -91,7 +91,8 @@ class TestRecordingInhibitor : public QObject
 
 private Q_SLOTS:
     // Held, released, released before the answer came, and released on destruction:
-    // through the portal when there is one, else logind, else only a warning.
+    // through the portal when there is one, else logind, else only a warning; and the
+    // delay before sleep through logind, else its one warning.
     void holdsAndReleases_data()
     {
         QTest::addColumn<QString>("services");
@@ -127,9 +128,11 @@ private Q_SLOTS:
         {
             DesktopSleepInhibitor inhibitor;
             inhibitor.hold(u"Recording"_s);
-            if (call.isEmpty()) {
+            if (call.isEmpty()) { // and the sleep delay's one warning
+                inhibitor.watchSleep([](bool) {});
                 QTRY_COMPARE(
                     log.lines(u"recorder"_s).filter(u"Sleep is not inhibited while recording"_s).size(), 1);
+                QTRY_COMPARE(log.lines(u"recorder"_s).size(), 2);
                 return;
             }
             QTRY_COMPARE(desktop.held(), 1);
@@ -153,6 +156,28 @@ private Q_SLOTS:
         QCOMPARE(desktop.calls.count(closed), row == u"portal"_s ? 4 : 0);
         QCOMPARE(desktop.calls.size(), calls + 1 + desktop.calls.count(closed));
         QVERIFY(log.lines(u"recorder"_s).isEmpty());
+        if (row != u"logind"_s)
+            return;
+        // While watched, logind's delay is held; before the computer sleeps the handler
+        // runs with the delay still held and gives it back once it returned; after waking
+        // it runs again and the delay is taken anew. Watched again: no second delay.
+        DesktopSleepInhibitor inhibitor;
+        QStringList handled; // whether sleeping, and how many were held meanwhile
+        inhibitor.watchSleep([&](bool sleeping) { handled << u"%1 %2"_s.arg(sleeping).arg(desktop.held()); });
+        inhibitor.watchSleep([&](bool sleeping) { handled << u"%1 %2"_s.arg(sleeping).arg(desktop.held()); });
+        QTRY_COMPARE(desktop.held(), 1);
+        for (const bool sleeping : { true, false }) {
+            system.send(QDBusMessage::createSignal(u"/org/freedesktop/login1"_s,
+                            u"org.freedesktop.login1.Manager"_s, u"PrepareForSleep"_s)
+                << sleeping);
+            QTRY_COMPARE(desktop.held(), sleeping ? 0 : 1);
+        }
+        QCOMPARE(handled, QStringList({ u"1 1"_s, u"0 0"_s }));
+        inhibitor.watchSleep({});
+        QTRY_COMPARE(desktop.held(), 0);
+        QCOMPARE(desktop.calls.count(
+                     u"Inhibit sleep recording_inhibitor Pausing the recording before sleep delay"_s),
+            2);
     }
 };
 

@@ -55,5 +55,8 @@ bool unloadAllDevices()
     bool source = false, sinks = false;
     pactl({ QStringLiteral("unload-module"), QStringLiteral("module-remap-source") }, &source);
     pactl({ QStringLiteral("unload-module"), QStringLiteral("module-null-sink") }, &sinks);
+    // PipeWire's pulse server keeps a stand-in output ("auto_null") while there is no
+    // other; PulseAudio has no such module loaded here.
+    pactl({ QStringLiteral("unload-module"), QStringLiteral("module-always-sink") });
     return source && sinks;
 }
