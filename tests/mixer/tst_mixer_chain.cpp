@@ -1,11 +1,11 @@
 #include "audio/DualRecorder.h"
 #include "audio/pulse/PulseAlertSound.h"
 #include "audio/pulse/PulseSoundServer.h"
+#include "bench/room/EchoRoom.h"
 #include "support/LogCapture.h"
 #include "support/MixerAnalysis.h"
 #include "support/ToneAnalysis.h"
 #include "support/TonePlayer.h"
-#include "bench/room/EchoRoom.h"
 
 #include <QElapsedTimer>
 #include <QFileInfo>

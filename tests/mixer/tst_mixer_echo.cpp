@@ -1,7 +1,7 @@
 #include "audio/AudioMixer.h"
+#include "bench/room/EchoRoom.h"
 #include "support/LogCapture.h"
 #include "support/MixerAnalysis.h"
-#include "bench/room/EchoRoom.h"
 
 #include <QTemporaryDir>
 #include <QTest>

@@ -268,7 +268,8 @@ private Q_SLOTS:
         QTest::newRow("chosen application silent") << 0.0f << 0.3f << 16 << firefox << u"Firefox"_s;
         QTest::newRow("… the microphone too") << 0.0f << 0.0f << 16 << firefox << u"Firefox"_s;
         QTest::newRow("… not long enough") << 0.0f << 0.3f << 14 << QString() << u"Firefox"_s;
-        QTest::newRow("no microphone") << 0.3f << 0.0f << 2 << u"The microphone was disconnected."_s << QString();
+        QTest::newRow("no microphone")
+            << 0.3f << 0.0f << 2 << u"The microphone was disconnected."_s << QString();
     }
     void levelsAndSilenceHint()
     {
