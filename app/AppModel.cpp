@@ -9,6 +9,7 @@
 #include "recording/CallWatch.h"
 #include "recording/DesktopNotifier.h"
 #include "recording/RecorderFlow.h"
+#include "recording/SystemAudioSource.h"
 
 AppModel::AppModel(QUrl baseUrl, std::chrono::milliseconds storeWait, QObject *parent)
     : QObject(parent)
@@ -25,6 +26,9 @@ AppModel::AppModel(QUrl baseUrl, std::chrono::milliseconds storeWait, QObject *p
     m_calls->watch(m_soundServer->watchStreams());
     m_autoPause = std::make_unique<AutoPause>(*m_recorder, *m_notifier, *m_calls, clock);
     m_callOffer = std::make_unique<CallOffer>(*m_recorder, m_store, *m_notifier, *m_calls, *m_autoPause);
+    // A call recorded from its offer is that program's audio only.
+    connect(m_callOffer.get(), &CallOffer::recordingCall, m_recorder.get(),
+        [this](const QString &program) { m_recorder->systemAudioSource().chooseProgram(program); });
 
     m_storeWait.setSingleShot(true);
     connect(&m_storeWait, &QTimer::timeout, this,

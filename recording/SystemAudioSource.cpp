@@ -42,6 +42,18 @@ QString SystemAudioSource::recordingText() const
                                      : tr("Recording %1 and the microphone").arg(m_chosen.name);
 }
 
+void SystemAudioSource::chooseProgram(const QString &program)
+{
+    if (!m_watch)
+        return;
+    for (const ClientStream &stream : m_watch->streams()) {
+        if (stream.kind == ClientStream::Kind::playback && !stream.ours && stream.displayName() == program) {
+            choose(stream.binary);
+            return;
+        }
+    }
+}
+
 void SystemAudioSource::choose(const QString &binary)
 {
     const auto entry = std::ranges::find(m_entries, binary, &Entry::binary);

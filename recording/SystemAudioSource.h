@@ -50,6 +50,9 @@ public:
 
     // Chooses the entry with `binary` (empty: all apps), remembers it and applies it.
     void choose(const QString &binary);
+    // Chooses the application of a call, named as the stream watch names a program
+    // (ClientStream::displayName): the binary of its playback streams.
+    void chooseProgram(const QString &program);
 
 Q_SIGNALS:
     void entriesChanged();

@@ -256,6 +256,8 @@ private Q_SLOTS:
             QCOMPARE(items(button),
                 (QStringList { u"All apps"_s, u"• All apps"_s, u"Firefox (firefox)"_s,
                     u"Firefox (firefox-esr)"_s, u"spotify"_s, u"Zoom Meeting"_s }));
+            source.chooseProgram(u"spotify"_s); // a call's program: no name of its own
+            QCOMPARE(server->chosen(), u"spotify"_s);
             const std::unique_ptr<QMenu> menu(button.makeMenu());
             menu->actions().constLast()->trigger();
             QCOMPARE(server->chosen(), u"zoom"_s);
