@@ -223,7 +223,7 @@ void RecorderFlow::sleepComing(bool sleeping)
     // Paused as by Pause, and it stays paused after waking: the captures may need the
     // user's Resume, and the slept time is absent. The files reach the disk before the
     // computer may sleep (a battery may run out meanwhile); the sidecar is there since
-    // the start, and the files' headers are current after every block.
+    // the start, and the flush brings the files' headers up to date.
     if (!sleeping || !m_capture || !m_isLive)
         return;
     pauseBecause(tr("Paused while the computer was asleep."));
