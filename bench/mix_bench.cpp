@@ -201,7 +201,8 @@ int main(int argc, char **argv)
     const std::vector<std::string> cliCommand { ffmpeg, "-nostdin", "-hide_banner", "-loglevel", "error",
         "-y", "-i", system, "-i", microphone, "-filter_complex",
         "[0:a]pan=mono|c0=0.5*c0+0.5*c1[l];[l][1:a]join=inputs=2:channel_layout=stereo[a]", "-map", "[a]",
-        "-c:a", "aac", "-b:a", "192k", "-ar", "48000", "-movflags", "+faststart", theirs };
+        "-c:a", "aac", "-aac_coder", "fast", "-b:a", "192k", "-ar", "48000", "-movflags", "+faststart",
+        theirs };
 
     std::optional<Measure> bestOurs;
     std::optional<Measure> bestCli;
