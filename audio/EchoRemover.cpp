@@ -23,7 +23,7 @@ EchoRemover::EchoRemover()
     m_processing->Initialize(streams);
     webrtc::EchoCancellation *canceller = m_processing->echo_cancellation();
     canceller->enable_drift_compensation(false);
-    canceller->set_suppression_level(webrtc::EchoCancellation::kModerateSuppression);
+    canceller->set_suppression_level(webrtc::EchoCancellation::kLowSuppression);
     canceller->enable_delay_logging(true);
     canceller->Enable(true);
     m_processing->high_pass_filter()->Enable(false);
