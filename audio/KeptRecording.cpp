@@ -25,8 +25,9 @@ double secondsIn(const QString &path)
 
 } // namespace
 
-KeptRecording::KeptRecording(RecordingFiles files)
+KeptRecording::KeptRecording(RecordingFiles files, bool removeSpeakerEcho)
     : m_files(std::move(files))
+    , m_removeSpeakerEcho(removeSpeakerEcho)
 { }
 
 bool KeptRecording::hasCaptures() const
@@ -59,7 +60,8 @@ QCoro::Task<> KeptRecording::stop()
     m_mixFailure.reset();
     try {
         QCoro::Task<> mixing = AudioMixer::mixAudioFiles(
-            { m_files.systemAudio(), m_files.microphone(), m_files.mixed() }, [](const QString &) {});
+            { m_files.systemAudio(), m_files.microphone(), m_files.mixed(), m_removeSpeakerEcho },
+            [](const QString &) {});
         co_await std::move(mixing);
     } catch (const DualRecorderError &error) {
         m_mixFailure = error.description();

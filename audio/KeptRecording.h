@@ -20,7 +20,8 @@
 class KeptRecording final : public RecordingCapture
 {
 public:
-    explicit KeptRecording(RecordingFiles files);
+    // `removeSpeakerEcho`: what the mix of stop() does (AudioMixer::Files).
+    explicit KeptRecording(RecordingFiles files, bool removeSpeakerEcho = false);
 
     [[nodiscard]] bool hasCaptures() const;
     // The recorded time the two captures hold: the longer of the two, from their frame
@@ -40,5 +41,6 @@ public:
 
 private:
     const RecordingFiles m_files;
+    const bool m_removeSpeakerEcho;
     std::optional<QString> m_mixFailure;
 };

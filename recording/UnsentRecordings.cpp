@@ -2,6 +2,7 @@
 
 #include "audio/KeptRecording.h"
 #include "audio/RecordingFiles.h"
+#include "audio/SpeakerEchoSetting.h"
 #include "common/Logging.h"
 #include "recording/RecordingSidecar.h"
 
@@ -60,7 +61,8 @@ QCoro::Task<std::optional<UnsentRecordings::Offer>> UnsentRecordings::oldest(QSt
     if (unsent.isEmpty())
         co_return std::nullopt;
     Offer offer { unsent.first(),
-        std::make_shared<KeptRecording>(RecordingFiles(folder, unsent.first().stamp)) };
+        std::make_shared<KeptRecording>(
+            RecordingFiles(folder, unsent.first().stamp), SpeakerEchoSetting::isOn()) };
     if (offer.kept->hasCaptures()) {
         qCInfo(lcRecorder, "mixing the recording %s left unsent", qUtf8Printable(offer.recording.stamp));
         QCoro::Task<> mixing = offer.kept->stop();
