@@ -10,6 +10,7 @@
 #include "audio/RecordingsFolder.h"
 #include "recording/RecorderFlow.h"
 #include "support/DevService.h"
+#include "support/LogCapture.h"
 #include "support/MixerAnalysis.h"
 #include "support/ToneAnalysis.h"
 #include "support/TonePlayer.h"
@@ -90,6 +91,7 @@ private Q_SLOTS:
         QVERIFY2(dev.available(), "run under scripts/fixtures/with-devservice");
         TonePlayer speakers(440);
         TonePlayer microphone(1000, "micfeed");
+        LogCapture log;
         Appearance::apply(*qApp);
         dev.setConfig({ { u"interval"_s, 2 } }); // the shortest poll the app accepts
         SelvaroRecorderApp app(dev.baseUrl());
@@ -115,6 +117,7 @@ private Q_SLOTS:
         // The note holds the system audio on the left and the microphone on the right.
         QCOMPARE(dev.notes().size(), 1);
         QVERIFY(secondsWithTonesInPlace(dev) > 0);
+        QVERIFY(log.contains(u"Speaker echo in "_s)); // removed, as the menu is set by default
 
         // Unlink, confirmed: back to pairing, the item gone.
         QVERIFY(click(screen, u"Unlink"_s));
@@ -163,6 +166,7 @@ private Q_SLOTS:
         QVERIFY(child.waitForFinished());
         const double killedAt = recorded.elapsed() / 1000.0;
 
+        LogCapture log;
         auto app = linkedApp(dev);
         const RecorderFlow &flow = app->model().recorder();
         QTRY_VERIFY_WITH_TIMEOUT(flow.canRetrySend(), 20000);
@@ -173,6 +177,7 @@ private Q_SLOTS:
         QVERIFY(dev.notes().first()[u"body"_s][u"duration"_s].toInt() >= killedAt - 1);
         const double seconds = secondsWithTonesInPlace(dev);
         QVERIFY2(seconds > killedAt - 1, qPrintable(u"%1 s of %2 s"_s.arg(seconds).arg(killedAt)));
+        QVERIFY(log.contains(u"Speaker echo in "_s));
 
         QCOMPARE(QDir(RecordingsFolder::defaultPath()).entryList(QDir::Files), QStringList());
     }
