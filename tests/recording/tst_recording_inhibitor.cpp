@@ -222,7 +222,6 @@ private Q_SLOTS:
         RecorderFlow flow(SelvaroAPI(&bench.network, RecordingTest::nowhere, bench.deadlines), *bench.store,
             RecorderPlatform::onSoundServer(
                 std::make_shared<PulseSoundServer>(), std::make_shared<PulseAlertSound>(), bench.folder()));
-        const RecorderState asleep = RecorderState::paused(u"Paused while the computer was asleep."_s);
         const double tones[2][2] { { 440, 1000 }, { 660, 1300 } }; // each part's system and microphone
         double ends[2] {}; // of each part, in recorded seconds
         for (const int part : { 0, 1 }) {
@@ -231,8 +230,6 @@ private Q_SLOTS:
                 QTest::qWait(10000);
                 QVERIFY(::kill(soundServer, SIGCONT) == 0);
                 prepareForSleep(system, false);
-                QTest::qWait(100);
-                QCOMPARE(flow.state(), asleep);
             }
             TonePlayer players[] { TonePlayer(tones[part][0], "speakers"),
                 TonePlayer(tones[part][1], "micfeed") };
@@ -252,7 +249,7 @@ private Q_SLOTS:
             prepareForSleep(system, true);
             QTRY_VERIFY(completeAtRelease.wait_for(std::chrono::seconds(0)) == std::future_status::ready);
             QVERIFY(completeAtRelease.get());
-            QCOMPARE(flow.state(), asleep);
+            QCOMPARE(flow.state(), RecorderState::paused(u"Paused while the computer was asleep."_s));
             ends[part] = flow.elapsed();
             for (const int track : { 0, 1 }) {
                 const SoundFile file = SoundFile::read(paths[track]);
