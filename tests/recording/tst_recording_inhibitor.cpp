@@ -236,7 +236,7 @@ private Q_SLOTS:
             part ? flow.resume() : flow.record();
             const RecordingFiles files(bench.folder(), RecordingFiles::stampsIn(bench.folder()).value(0));
             const QStringList paths { files.systemAudio(), files.microphone() };
-            QTest::qWait(3000);
+            QTest::qWait(4000);
             // Looked at from another thread as the delay goes: this one runs the handler.
             auto completeAtRelease = std::async(std::launch::async, [&, calls = logind.calls] {
                 pollfd released {
@@ -253,7 +253,9 @@ private Q_SLOTS:
             ends[part] = flow.elapsed();
             for (const int track : { 0, 1 }) {
                 const SoundFile file = SoundFile::read(paths[track]);
-                QVERIFY2(std::abs(file.seconds() - ends[part]) < 0.15, qPrintable(paths[track]));
+                // Not the 10 s stop; the files count from when the start was asked for, the
+                // clock from when it returned.
+                QVERIFY2(std::abs(file.seconds() - ends[part]) < 0.5, qPrintable(paths[track]));
                 // Each part's tone up to its end; the second's from at most 2 s after Resume.
                 // A short window: PulseAudio's null sink makes up the stopped time at once
                 // (its clock ran on; a suspended computer's stops), and the system track
