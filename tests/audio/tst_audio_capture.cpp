@@ -187,9 +187,14 @@ private Q_SLOTS:
         }
     }
 
-    // A headset that becomes the default and then disappears (a profile switch): the
-    // capture follows the new default, then falls back to the speakers, and never
-    // records the microphone, where the server would move a plain stream. It comes after
+    // A headset that becomes the default, switches profile (its output removed, one at a
+    // call's 16 kHz mono added and made the default) and then disappears: the capture
+    // follows each new default, its tone on again within 1 s of the switch, then falls
+    // back to the speakers, and never records the microphone, where the server would
+    // move a plain stream. Between the two profiles both servers fall back to the
+    // speakers (PipeWire without one names a placeholder, and the capture waits for the
+    // next default); PipeWire names a new sink a moment after its module loaded, and
+    // making it the default fails until then. It comes after
     // the tests that read the microphone: on PipeWire the fixture's "mic" (a loopback)
     // keeps what was played into micfeed while nobody recorded it and hands it to the
     // next reader.
@@ -219,7 +224,16 @@ private Q_SLOTS:
         pactl({ u"set-default-sink"_s, u"headset"_s }, &ok);
         QVERIFY(ok && waitForAudio());
         headset.stop(); // else the server moves the tone along to the speakers
+        const double switchedAt = static_cast<double>(recorder.statistics().framesDelivered) / 48000;
         pactl({ u"unload-module"_s, module }, &ok);
+        const QString call = pactl(
+            { u"load-module"_s, u"module-null-sink"_s, u"sink_name=headset_hfp rate=16000 channels=1"_s });
+        const auto named = [&ok] { return pactl({ u"set-default-sink"_s, u"headset_hfp"_s }, &ok), ok; };
+        QVERIFY(ok && QTest::qWaitFor(named, 1000));
+        TonePlayer callTone(660, "headset_hfp", 16000);
+        QVERIFY(waitForAudio() && waitForAudio());
+        callTone.stop();
+        pactl({ u"unload-module"_s, call }, &ok);
         QVERIFY(ok && waitForAudio());
         recorder.stop();
 
@@ -240,6 +254,7 @@ private Q_SLOTS:
         QVERIFY2(heard.size() >= 3 && heard.first() == u"speakers"_s && heard.contains(u"headset"_s)
                 && heard.last() == u"speakers"_s,
             qPrintable(heard.join(u' ')));
+        QVERIFY2(plays(switchedAt + 0.8, 660), qPrintable(QString::number(switchedAt)));
         const auto all = file.channelSpan(0, 0, file.seconds());
         QVERIFY(ToneAnalysis::energyAt(all, file.rate, 1000)
             < ToneAnalysis::energyAt(all, file.rate, 440) / 1000);

@@ -1,7 +1,15 @@
 // The desktop's sleep inhibitor against stand-ins of the portal and of logind, on the
-// test's private session bus and the private bus standing in for the system bus.
+// test's private session bus and the private bus standing in for the system bus; and a
+// recording on the private sound server paused by it before a sleep.
+#include "RecordingTestSupport.h"
+#include "audio/RecordingFiles.h"
+#include "audio/pulse/PulseAlertSound.h"
+#include "audio/pulse/PulseSoundServer.h"
 #include "recording/DesktopSleepInhibitor.h"
 #include "support/LogCapture.h"
+#include "support/SoundFile.h"
+#include "support/ToneAnalysis.h"
+#include "support/TonePlayer.h"
 
 #include <QDBusConnection>
 #include <QDBusMessage>
@@ -11,8 +19,11 @@
 #include <QDBusVirtualObject>
 #include <QScopeGuard>
 #include <QTest>
+#include <QtEndian>
 
 #include <atomic>
+#include <csignal>
+#include <future>
 #include <poll.h>
 #include <unistd.h>
 
@@ -82,6 +93,23 @@ public:
         return true;
     }
 };
+
+// logind's signal before the computer sleeps, and after it woke.
+void prepareForSleep(const QDBusConnection &system, bool sleeping)
+{
+    system.send(QDBusMessage::createSignal(
+                    u"/org/freedesktop/login1"_s, u"org.freedesktop.login1.Manager"_s, u"PrepareForSleep"_s)
+        << sleeping);
+}
+
+// Whether a WAV's header counts all of it: its data chunk ends where the file does.
+bool complete(const QString &path)
+{
+    QFile file(path);
+    const QByteArray head = file.open(QIODevice::ReadOnly) ? file.read(4096) : QByteArray();
+    const qsizetype data = head.indexOf("data");
+    return data > 0 && data + 8 + qFromLittleEndian<quint32>(head.constData() + data + 4) == file.size();
+}
 
 } // namespace
 
@@ -167,9 +195,7 @@ private Q_SLOTS:
         inhibitor.watchSleep([&](bool sleeping) { handled << u"%1 %2"_s.arg(sleeping).arg(desktop.held()); });
         QTRY_COMPARE(desktop.held(), 1);
         for (const bool sleeping : { true, false }) {
-            system.send(QDBusMessage::createSignal(u"/org/freedesktop/login1"_s,
-                            u"org.freedesktop.login1.Manager"_s, u"PrepareForSleep"_s)
-                << sleeping);
+            prepareForSleep(system, sleeping);
             QTRY_COMPARE(desktop.held(), sleeping ? 0 : 1);
         }
         QCOMPARE(handled, QStringList({ u"1 1"_s, u"0 0"_s }));
@@ -178,6 +204,68 @@ private Q_SLOTS:
         QCOMPARE(desktop.calls.count(
                      u"Inhibit sleep recording_inhibitor Pausing the recording before sleep delay"_s),
             2);
+    }
+
+    // The application's flow and captures on the private sound server, in two parts with
+    // tones of their own, each ended by a sleep: as the delay is given back both files are
+    // complete and as long as the recorded time, and the flow is paused with its sentence.
+    // After the first the sound server is stopped for 10 s; once awake the flow stays
+    // paused, and Resume records from both captures within 2 s, the stop absent.
+    void aRecordingPausesBeforeSleep()
+    {
+        const pid_t soundServer = qEnvironmentVariableIntValue("SELVARO_PULSE_DAEMON_PID");
+        StandInDesktop logind;
+        QDBusConnection system = QDBusConnection::connectToBus(QDBusConnection::SystemBus, u"sleep"_s);
+        QVERIFY(soundServer > 0 && system.registerVirtualObject(u"/org/freedesktop/login1"_s, &logind)
+            && system.registerService(u"org.freedesktop.login1"_s));
+        RecordingTest::StandIns bench; // the folder, the network and the store
+        RecorderFlow flow(SelvaroAPI(&bench.network, RecordingTest::nowhere, bench.deadlines), *bench.store,
+            RecorderPlatform::onSoundServer(
+                std::make_shared<PulseSoundServer>(), std::make_shared<PulseAlertSound>(), bench.folder()));
+        const double tones[2][2] { { 440, 1000 }, { 660, 1300 } }; // each part's system and microphone
+        double ends[2] {}; // of each part, in recorded seconds
+        for (const int part : { 0, 1 }) {
+            if (part) { // the tones of the first part have ended
+                QVERIFY(::kill(soundServer, SIGSTOP) == 0);
+                QTest::qWait(10000);
+                QVERIFY(::kill(soundServer, SIGCONT) == 0);
+                prepareForSleep(system, false);
+            }
+            TonePlayer players[] { TonePlayer(tones[part][0], "speakers"),
+                TonePlayer(tones[part][1], "micfeed") };
+            part ? flow.resume() : flow.record();
+            const RecordingFiles files(bench.folder(), RecordingFiles::stampsIn(bench.folder()).value(0));
+            const QStringList paths { files.systemAudio(), files.microphone() };
+            QTest::qWait(4000);
+            // Looked at from another thread as the delay goes: this one runs the handler.
+            auto completeAtRelease = std::async(std::launch::async, [&, calls = logind.calls] {
+                pollfd released {
+                    logind.logindHolds.at(calls.lastIndexOf(
+                        u"Inhibit sleep recording_inhibitor Pausing the recording before sleep delay"_s)),
+                    POLLIN, 0
+                };
+                return poll(&released, 1, 5000) == 1 && std::all_of(paths.begin(), paths.end(), complete);
+            });
+            prepareForSleep(system, true);
+            QTRY_VERIFY(completeAtRelease.wait_for(std::chrono::seconds(0)) == std::future_status::ready);
+            QVERIFY(completeAtRelease.get());
+            QCOMPARE(flow.state(), RecorderState::paused(u"Paused while the computer was asleep."_s));
+            ends[part] = flow.elapsed();
+            for (const int track : { 0, 1 }) {
+                const SoundFile file = SoundFile::read(paths[track]);
+                // Not the 10 s stop; the files count from when the start was asked for, the
+                // clock from when it returned.
+                QVERIFY2(std::abs(file.seconds() - ends[part]) < 0.5, qPrintable(paths[track]));
+                // Each part's tone up to its end; the second's from at most 2 s after Resume.
+                // A short window: PulseAudio's null sink makes up the stopped time at once
+                // (its clock ran on; a suspended computer's stops), and the system track
+                // thins that burst away for some seconds (CaptureTimeline), its tone ~1 % high.
+                for (int heard = 0; heard <= part; ++heard) {
+                    const auto window = file.channelSpan(0, heard ? ends[0] + 2 : ends[0] - 0.5, 0.05);
+                    QVERIFY(ToneAnalysis::amplitudeAt(window, 48000, tones[heard][track]) > 0.3);
+                }
+            }
+        }
     }
 };
 
