@@ -18,6 +18,10 @@ constexpr auto tickInterval = 50ms;
 // A default sink that vanished is usually replaced within moments (a headset
 // switching profile): give the server that moment before asking for the default.
 constexpr auto followDelay = 100ms;
+// How often the default input is asked for while there is none. Its change events
+// normally bring one back; on a loaded machine, with PipeWire, a new default input once
+// went unnoticed for over a second, so its return does not hang on one event.
+constexpr auto missingLookInterval = 400ms;
 
 pa_sample_format_t formatOf(SampleSpec::Sample sample)
 {
@@ -236,8 +240,11 @@ void PulseCapture::onServerChanged()
             return capture->loseDevice();
         if (none || (device == capture->m_device && capture->streamIsGood()))
             return;
-        qCInfo(capture->category()).noquote()
-            << (input ? "Default input is now" : "Default output is now") << device << "- following it";
+        // While the microphone is missing each look finds the monitor again; an input
+        // coming back says so itself.
+        if (!capture->m_deviceMissing)
+            qCInfo(capture->category()).noquote()
+                << (input ? "Default input is now" : "Default output is now") << device << "- following it";
         capture->follow(device);
     };
     if (pa_operation *operation = pa_context_get_server_info(m_connection.context(), onInfo, this))
@@ -286,11 +293,13 @@ void PulseCapture::follow(const QByteArray &device)
 void PulseCapture::loseDevice()
 {
     // The stream goes: what the server would move it to is not the microphone. The
-    // ticks fill the time with silence until a server event names an input.
+    // ticks fill the time with silence until a server event, or the next look, names an
+    // input.
     closeStream();
     m_device.clear();
     if (!m_deviceMissing.exchange(true))
         qCWarning(category()) << "No microphone left; recording silence until one appears";
+    reconnectIn(missingLookInterval);
 }
 
 void PulseCapture::reconnectIn(std::chrono::milliseconds delay)
