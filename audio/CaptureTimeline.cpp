@@ -81,10 +81,15 @@ void CaptureTimeline::place(const void *data, qint64 frames, Clock::time_point h
 
     const qint64 ahead = m_written + frames - expected;
     qint64 skip = 0;
-    if (ahead > framesOf(gapAfter))
+    if (ahead > framesOf(gapAfter)) {
         skip = std::min(ahead, frames); // late audio for time already written
-    else if (ahead > framesOf(aheadAllowed))
-        skip = std::min(ahead - framesOf(aheadAllowed), frames / absorbStride + 1);
+    } else if (ahead > framesOf(aheadAllowed)) {
+        m_aheadSinceThinned += frames;
+        skip = std::min(ahead - framesOf(aheadAllowed), m_aheadSinceThinned / absorbStride);
+        m_aheadSinceThinned -= skip * absorbStride;
+    } else {
+        m_aheadSinceThinned = 0;
+    }
     if (skip <= 0) {
         write(data, frames);
         return;

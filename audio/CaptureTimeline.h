@@ -113,6 +113,9 @@ private:
     qint64 m_gapAt = -1;
     qint64 m_gapFrames = 0;
     std::vector<char> m_thinned; // a block with frames taken out, reused
+    // Frames that came ahead of the clock since the last one taken out, across blocks:
+    // small blocks would otherwise lose a frame each, far more than one in absorbStride.
+    qint64 m_aheadSinceThinned = 0;
 
     std::atomic<quint64> m_framesReceived { 0 };
     std::atomic<quint64> m_framesOfSilence { 0 };
