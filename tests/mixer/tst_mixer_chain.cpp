@@ -144,8 +144,9 @@ private slots:
             QStringLiteral("in ([1-9]\\d*) of \\d+ windows .* reduced by (\\d+)"));
         const QRegularExpressionMatch match = found.match(report.value(0));
         // The figures are proved on files (mixer_echo); here, that the live path removes
-        // echo at all: a loaded machine's players drift and give the canceller less time.
-        QVERIFY2(match.hasMatch() && match.captured(2).toInt() >= 6, qPrintable(report.join(u'\n')));
+        // echo at all. Ten seconds are mostly the canceller converging: on the 2-core
+        // machine most runs reach 14–18 dB, a few only 6, and a run without removal 0.
+        QVERIFY2(match.hasMatch() && match.captured(2).toInt() >= 3, qPrintable(report.join(u'\n')));
     }
 };
 
