@@ -18,9 +18,7 @@ constexpr auto tickInterval = 50ms;
 // A default sink that vanished is usually replaced within moments (a headset
 // switching profile): give the server that moment before asking for the default.
 constexpr auto followDelay = 100ms;
-// How often the default input is asked for while there is none. Its change events
-// normally bring one back; on a loaded machine, with PipeWire, a new default input once
-// went unnoticed for over a second, so its return does not hang on one event.
+// How often the default input is looked for while there is none (see lookForInput).
 constexpr auto missingLookInterval = 400ms;
 
 pa_sample_format_t formatOf(SampleSpec::Sample sample)
@@ -234,7 +232,8 @@ void PulseCapture::onServerChanged()
             return;
         const bool input = capture->m_source == CaptureSource::defaultInput;
         const QByteArray device(input ? info->default_source_name : info->default_sink_name);
-        // None, or PipeWire's placeholder for none: the next server event names one.
+        // None, or PipeWire's placeholder for none: the next server event names an
+        // output; a missing input is also looked for again (loseDevice).
         const bool none = device.isEmpty() || device.startsWith('@');
         if (none && input)
             return capture->loseDevice();
@@ -299,16 +298,34 @@ void PulseCapture::loseDevice()
     m_device.clear();
     if (!m_deviceMissing.exchange(true))
         qCWarning(category()) << "No microphone left; recording silence until one appears";
-    reconnectIn(missingLookInterval);
+    reconnectIn(missingLookInterval, Afresh::yes);
 }
 
-void PulseCapture::reconnectIn(std::chrono::milliseconds delay)
+void PulseCapture::lookForInput()
+{
+    if (m_stopping || streamIsGood())
+        return; // an input came back by a server event
+    if (!m_deviceMissing || !m_connection.isReady())
+        return reconnect();
+    // The look goes through a new connection, not this one: pipewire-pulse keeps its
+    // picture of the devices per connection, and on a loaded machine this connection's
+    // picture was seen to lack a new input for over a second, with no change event,
+    // while a new connection already named it the default. Its READY state asks for
+    // the default input (onContextState).
+    closeStream();
+    m_connection.connectAsync();
+}
+
+void PulseCapture::reconnectIn(std::chrono::milliseconds delay, Afresh afresh)
 {
     if (m_retry || m_stopping)
         return;
-    m_retry = m_connection.schedule(delay, [this] {
+    m_retry = m_connection.schedule(delay, [this, afresh] {
         m_retry = nullptr;
-        reconnect();
+        if (afresh == Afresh::yes)
+            lookForInput();
+        else
+            reconnect();
     });
 }
 

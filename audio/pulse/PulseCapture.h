@@ -23,7 +23,7 @@
 // back to, which is the monitor of an output when no input is left, and the system
 // audio would land in the microphone's channel. A monitor is never followed as the
 // microphone: until an input is the default again the capture is silent and
-// deviceMissing() says so.
+// deviceMissing() says so, and it looks for the default input every 400 ms.
 //
 // What is delivered follows the monotonic clock (see CaptureTimeline for the rule):
 // this class only says when each block was heard, ticks the timeline and ends it at
@@ -67,7 +67,10 @@ private:
     void onServerChanged();
     void follow(const QByteArray &device);
     void loseDevice();
-    void reconnectIn(std::chrono::milliseconds delay);
+    void lookForInput();
+    // Afresh::yes looks for a missing input through a new connection (lookForInput).
+    enum class Afresh { no, yes };
+    void reconnectIn(std::chrono::milliseconds delay, Afresh afresh = Afresh::no);
     void reconnect();
     void subscribe();
     void tick();
