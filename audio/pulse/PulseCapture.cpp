@@ -239,11 +239,9 @@ void PulseCapture::onServerChanged()
             return capture->loseDevice();
         if (none || (device == capture->m_device && capture->streamIsGood()))
             return;
-        // While the microphone is missing each look finds the monitor again; an input
-        // coming back says so itself.
-        if (!capture->m_deviceMissing)
-            qCInfo(capture->category()).noquote()
-                << (input ? "Default input is now" : "Default output is now") << device << "- following it";
+        // An input is named once it is known not to be a monitor (onSource).
+        if (!input)
+            qCInfo(capture->category()).noquote() << "Default output is now" << device << "- following it";
         capture->follow(device);
     };
     if (pa_operation *operation = pa_context_get_server_info(m_connection.context(), onInfo, this))
@@ -277,6 +275,8 @@ void PulseCapture::follow(const QByteArray &device)
             return capture->loseDevice();
         if (capture->m_deviceMissing.exchange(false))
             qCInfo(capture->category()).noquote() << "Microphone back:" << info->name;
+        else
+            qCInfo(capture->category()).noquote() << "Default input is now" << info->name << "- following it";
         capture->m_device = info->name;
         if (!capture->openStream(info->name))
             capture->reconnectIn(retryDelay);
